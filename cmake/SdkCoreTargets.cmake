@@ -1,0 +1,23 @@
+# What the targets of this project have in common.
+
+function(sdk_core_warnings target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+endfunction()
+
+# A shared library whose users need C++17, which exports its own namespace and nothing of what it was built with, and
+# which is installed for find_package. Its users see it as TarnoMirelo::<name of the export>.
+function(sdk_core_library target)
+    target_compile_features(${target} INTERFACE cxx_std_17)
+    set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    if(UNIX AND NOT APPLE)
+        # Templates of the standard library are visible wherever they are instantiated, unless the linker is told.
+        set(map ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+        target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+        set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
+    endif()
+    install(TARGETS ${target} EXPORT ${target}-targets
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    install(EXPORT ${target}-targets NAMESPACE TarnoMirelo:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/sdk-core)
+endfunction()

@@ -1,0 +1,138 @@
+#pragma once
+
+/// @file
+/// Paths as they cross the library's interface, and every file-system operation of the library.
+
+#include <TarnoMirelo/export.h>
+#include <TarnoMirelo/status.h>
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace TarnoMirelo {
+
+/// A path as text: kept verbatim, neither checked nor normalised. Its one separator, on every system, is the backslash;
+/// `FileUtils` turns it into the system's own when it opens a file. A slash is an ordinary character here.
+///
+/// A plain value. One path may be read from several threads at once as long as none changes it.
+class MIRELO_API Filepath {
+ public:
+    /// One backslash. Usable before any other static object is initialised.
+    static const std::string Separator;
+
+    /// The empty path.
+    Filepath();
+    explicit Filepath(const std::string& path);
+
+    /// Adds `Separator` and the other path's text up to its first NUL. Nothing is collapsed: "a\" and "b" make "a\\b",
+    /// "a" and "" make "a\". Only the empty path takes no separator.
+    Filepath& append(const Filepath& other);
+    /// The text before the last separator; the whole path when there is none.
+    Filepath parent_path() const;
+    /// A copy of the text.
+    std::string getPathString() const;
+    /// The text, NUL-terminated; valid until the path is assigned or destroyed, never null.
+    const char* c_str() const;
+
+ private:
+    std::string path_;
+};
+
+/// The library's file system. Every operation is virtual: a host or a test that derives from it puts another one in its
+/// place, also for the operations that are built on others.
+///
+/// Paths are read up to their first NUL. Operations marked *wide* take them as UTF-8 and raise `std::range_error`
+/// "bad conversion" for any other text. Those marked *narrow* pass them on as they are: on Windows in the process's
+/// code page, elsewhere unchecked.
+///
+/// Reading a directory is like reading a file that cannot be opened. There is no state: calls may overlap, and are then
+/// as safe as the system's own on those files.
+class MIRELO_API FileUtils {
+ public:
+    FileUtils();
+    FileUtils(const FileUtils&) = default;
+    FileUtils& operator=(const FileUtils&) = default;
+
+    /// Creates one directory, unless `pathExists` reports the path already (then wide, else narrow).
+    /// Raises `FileException` "Path incorrect : " and the path when the parent is missing. Any other failure is silent.
+    virtual void createDir(const Filepath& path);
+    /// Whether a file or a directory is there. Only "not found" means no: what can't be looked at counts as present.
+    /// Wide.
+    virtual bool pathExists(const Filepath& path);
+    /// Opens a file to append binary data, creating it if absent. The caller tests whether the stream is open. Wide.
+    virtual std::ofstream openFileToStreamBinaryData(const Filepath& path);
+    /// Writes `size` bytes from `data` to a stream opened here.
+    /// @return whether the stream is open and still good
+    virtual bool streamBinaryDataToFile(void* data, uint64_t size, std::ofstream& stream);
+    /// Opens a file to write binary data, created or emptied. The caller tests whether the stream is open. Wide.
+    virtual std::ofstream openFileToWriteBinaryData(const Filepath& path);
+    /// Writes `size` bytes from `data` into a file opened with `openFileToWriteBinaryData`.
+    /// @return true; failures are not reported
+    virtual bool writeBinaryDataToFile(void* data, uint64_t size, const Filepath& path);
+    /// Writes a text up to its first NUL into a file, created or emptied; each line feed becomes a carriage return and
+    /// a line feed, on every system. Wide.
+    /// @return true; failures are not reported
+    virtual bool writeStringToFile(const std::string& text, const Filepath& path);
+    /// The whole file. Wide.
+    /// @param size  out: bytes in the buffer; unchanged when the file cannot be opened
+    /// @return null when the file cannot be opened. Bytes that could not be read are zero.
+    virtual std::unique_ptr<char[]> readBinaryFileToBuffer(const Filepath& path, uint64_t& size);
+    /// The whole file; empty when it cannot be opened. Bytes that could not be read are zero. Wide.
+    virtual std::vector<char> readBinaryFileToVector(const Filepath& path);
+    /// The whole file, read until nothing more comes; empty when it cannot be opened. Wide.
+    virtual std::vector<unsigned char> readBinaryFileToByteVector(const Filepath& path);
+    /// The file's size in bytes. Raises `FileException` "File error!" when it cannot be opened. Wide.
+    virtual uint64_t getFileSize(const Filepath& path);
+    /// The whole file into memory of the caller, which holds at least `getFileSize` bytes; a short read is not
+    /// reported.
+    /// @param size  out: the file's size in bytes
+    /// Raises `FileException` "File error!" when the file cannot be opened; `size` is then unchanged. Wide.
+    virtual void readBinaryFileToAllocated(const Filepath& path, uint64_t& size, char* buffer);
+    /// Does nothing: the directory stays.
+    virtual void deleteDir(const Filepath& path);
+    /// Deletes a file. Raises `FileException` "Could not delete file : " and the path when it can't. Narrow.
+    virtual void deleteFile(const Filepath& path);
+    /// Unpacks a tar archive held in memory, in the POSIX ustar layout, through `pathExists`, `createDir` and
+    /// `writeBinaryDataToFile` of this object: what they don't report, this doesn't either. Never raises.
+    ///
+    /// Extended headers are skipped, so long and non-ASCII names come cut: `extractTarballOfSize` honours them. A
+    /// directory whose path contains white space is not created.
+    ///
+    /// @param archive      first byte of the archive, which must have an end block: a block whose first byte is zero.
+    ///                     Nothing else stops the reading. Borrowed, and not changed.
+    /// @param destination  in: the directory to unpack into; out, on success only: the path of the archive's first
+    ///                     directory, or the empty path when it lists none
+    /// @return `SUCCESS`, or
+    ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
+    ///   - `TAR_EXTRACTION_ERROR`: an entry is neither file nor directory, has no size below 4 GiB, or would land
+    ///   outside
+    ///     `destination` (a ".." component, an absolute name, a ":"), or `writeBinaryDataToFile` failed
+    ///   - `FILE_ERROR`: the parent of a directory is missing; the description names the path
+    ///   - the status of any other exception
+    /// Entries written before a failure stay on disk.
+    virtual MireloStatus extractTarball(unsigned char* archive, Filepath& destination);
+    virtual ~FileUtils();
+    /// The whole file up to its first NUL byte. Raises `std::runtime_error` "Failed to open file". Narrow.
+    virtual std::string readBinaryFileToString(const Filepath& path);
+    /// The names in a directory that match a pattern, in the system's order. `*` stands for any run of characters and
+    /// `?` for one; letter case does not count. Nothing is filtered, "." and ".." included. Wide.
+    /// @return bare names, not joined to the directory; empty when nothing matches or the directory can't be read
+    virtual std::vector<Filepath> findFilesByPattern(Filepath directory, std::string pattern);
+
+    /// Unpacks a tar archive of known length. As `extractTarball`, but nothing beyond the length is read; the names and
+    /// sizes of extended headers count; entries of the oldest kind are files; white space in a path is no hindrance;
+    /// and whatever could not be written is reported. It works on the system's files: overrides are not consulted.
+    ///
+    /// @param archive      first byte of the archive; borrowed for the call and read in place
+    /// @param size         length of `archive` in bytes
+    /// @param destination  as for `extractTarball`
+    /// @return as `extractTarball`, `TAR_EXTRACTION_ERROR` also when there is no end block within the length, an
+    /// extended
+    ///         header is malformed, or a file or directory could not be written whole
+    MireloStatus extractTarballOfSize(const unsigned char* archive, uint64_t size, Filepath& destination);
+};
+
+}  // namespace TarnoMirelo

@@ -1,0 +1,181 @@
+#pragma once
+
+/// @file
+/// The manifest of a packaged model: its loader, and what it says of the model for each backend.
+
+#include <TarnoMirelo/export.h>
+#include <TarnoMirelo/feature.h>
+#include <TarnoMirelo/files.h>
+#include <TarnoMirelo/status.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <unordered_map>
+#include <vector>
+
+namespace TarnoMirelo {
+
+/// The kind of backend that a model or a target is for.
+enum class MireloModelType : uint64_t {
+    Undefined = 0,
+    CoreML = 1,
+    WinML = 2,
+    OpenVino = 4,
+    TFLite = 8,
+    OnnxRuntime = 16,
+    TFJS = 32,
+};
+
+/// "CoreML", "WinML", "OpenVino", "TF-Lite", "OnnxRuntime" or "tfjs"; "Undefined" for every other value.
+MIRELO_API std::string ModelTypeToName(MireloModelType type);
+
+/// The members of a manifest's "targets" object, one per kind of backend. The loader reads `WinML` only.
+namespace TargetKey {
+inline constexpr const char* WinML = "WinML";
+inline constexpr const char* CoreML = "CoreML";
+inline constexpr const char* OpenVino = "Openvino";
+inline constexpr const char* TensorflowLite = "TensorflowLite";
+inline constexpr const char* TFJS = "TFJS";
+}  // namespace TargetKey
+
+/// The kinds of component that backends know, for `ModelComponent::type`.
+namespace ComponentKind {
+inline constexpr const char* File = "file";
+inline constexpr const char* Dir = "dir";
+inline constexpr const char* MemoryStream = "memory_stream";                 ///< content held in memory
+inline constexpr const char* SecuredFile = "secured_file";                   ///< an encrypted file
+inline constexpr const char* SecuredTar = "secured_tar";                     ///< an encrypted tar archive
+inline constexpr const char* SecuredMemoryStream = "secured_memory_stream";  ///< encrypted content held in memory
+}  // namespace ComponentKind
+
+/// The key and padding that a backend decrypts a component with; this library only keeps them. A plain value.
+class MIRELO_API Encryption {
+ public:
+    /// Kept for the backends, which give the values their meaning.
+    enum class PaddingType : int32_t { None = 0, PKCS7 = 1 };
+
+    /// An all-zero key, PKCS7.
+    Encryption();
+    Encryption(std::array<unsigned char, 16>&& key, PaddingType paddingType);
+
+    /// The 16 bytes of the key, inside this object.
+    const unsigned char* getKey() const;
+    /// @param key  16 bytes, copied
+    void setKey(const unsigned char* const key);
+    PaddingType getPaddingType() const;
+    void setPaddingType(PaddingType paddingType);
+
+ private:
+    std::array<unsigned char, 16> key_{};
+    PaddingType paddingType_ = PaddingType::PKCS7;
+};
+
+/// One file, directory or block of memory that a model is made of. A plain value.
+struct MIRELO_API ModelComponent {
+    std::string name;
+    std::string path;  ///< as the manifest has it; backends look for it under the root directory
+    Encryption encryption;
+    std::string type;             ///< one of `ComponentKind`, or whatever else the manifest says
+    std::vector<uint8_t> buffer;  ///< the content, for kinds held in memory; the host fills it
+
+    /// Replaces the key of `encryption`; the padding stays.
+    /// @param key  16 bytes, copied
+    void setCryptoKey(const unsigned char* const key);
+};
+
+/// What makes up a model for one kind of backend. A plain value.
+struct ModelTarget {
+    MireloModelType modelType = MireloModelType::Undefined;
+    std::vector<ModelComponent> components;
+    std::vector<std::string> inputNames;
+    std::vector<std::string> outputNames;
+    std::vector<ModelFeatureDescriptor> inputs;   ///< in the order of `inputNames`
+    std::vector<ModelFeatureDescriptor> outputs;  ///< in the order of `outputNames`
+};
+
+/// A packaged model as its manifest describes it, and the choice of the target to run.
+///
+/// A plain value: one object must not be loaded or changed from two threads at once, distinct ones are independent.
+/// References that getters return are valid as long as the object, and follow its changes.
+class MIRELO_API ModelMetadata {
+ public:
+    using Targets = std::unordered_map<MireloModelType, ModelTarget>;
+
+    /// Everything empty, version 0.
+    ModelMetadata();
+    ModelMetadata(const std::string& id, const std::string& sdkVersion, const std::string& description,
+                  const std::string& name, int version, const std::string& author, const Filepath& rootDir,
+                  const Targets& targets, const std::string& scripts);
+    ModelMetadata(const ModelMetadata& other);
+    ModelMetadata& operator=(const ModelMetadata& other);
+    virtual ~ModelMetadata();
+
+    /// Reads a manifest: JSON text in UTF-8 without a byte-order mark, whose root is an object; what follows the root
+    /// is ignored. Members that are absent or of another type leave their field as it is. The root directory becomes
+    /// the manifest's parent path. The target under "WinML" is added unless there is one already. Never raises.
+    /// @return `SUCCESS`, also when there is no "WinML" target, which `validate` then tells; or
+    ///   - `MODEL_METADATA_ERROR`: "Failed to open metadata file at " and the path, for a file that can't be read or is
+    ///   no
+    ///     manifest, with nothing changed; "No target found in root of manifest file", with everything else stored
+    ///   - the status of any other exception, `UNKNOWN_ERROR` "bad conversion" for a path that is not UTF-8 among them
+    MireloStatus load(const Filepath& manifest);
+
+    /// Whether the target of that type can be run: the first failure, or `SUCCESS`. Never raises, changes nothing.
+    /// @return `MODEL_METADATA_ERROR` with
+    ///   - an empty description: there is no such target, or the type is `Undefined`
+    ///   - "There must be at least one defined input name"
+    ///   - "There must be at least one defined output name"
+    ///   - "The input shape has to be defined": the first input's tensor shape has an element count below 1
+    ///   - "OpenVino is no longer supported"
+    MireloStatus validate(MireloModelType type) const;
+    /// What `MireloModel::load` takes: the type, a copy of its target, a copy of the root directory.
+    /// Raises `std::out_of_range` when there is no such target.
+    std::tuple<MireloModelType, ModelTarget, Filepath> getModelCompoents(MireloModelType type) const;
+    /// The target of that type; where there is none, an empty one is added first.
+    const ModelTarget& getTargetMetadata(const MireloModelType& type);
+    /// Replaces key and padding of the target's first component; the others stay.
+    /// Raises `std::out_of_range` when there is no such target, `ModelMetaDataException` "No model component found"
+    /// when it has no component.
+    void SetEncryption(const MireloModelType& type, const Encryption& encryption);
+
+    const std::string& getId() const;
+    void setId(const std::string& id);
+    const std::string& getSdkVersion() const;
+    void setSdkVersion(const std::string& sdkVersion);
+    const std::string& getDescription() const;
+    void setDescription(const std::string& description);
+    const std::string& getName() const;
+    void setName(const std::string& name);
+    int getVersion() const;
+    void setVersion(int version);
+    const std::string& getAuthor() const;
+    void setAuthor(const std::string& author);
+    /// The directory that holds the manifest.
+    const Filepath& getRootDir() const;
+    void setRootDir(const Filepath& rootDir);
+    const Targets& getTargets() const;
+    void setTargets(const Targets& targets);
+    /// For the host's own use; no manifest sets it.
+    const std::string& getScripts() const;
+    void setScripts(const std::string& scripts);
+
+ protected:
+    /// Does what `load` says, except that failures are raised: `ModelMetaDataException` for the two that `load` reports
+    /// as `MODEL_METADATA_ERROR`. `load` calls it once and turns into a status whatever it raises.
+    virtual MireloStatus loadInternal(const Filepath& manifest);
+
+ private:
+    std::string id_;
+    std::string sdkVersion_;
+    std::string description_;
+    std::string name_;
+    int version_ = 0;
+    std::string author_;
+    Filepath rootDir_;
+    Targets targets_;
+    std::string scripts_;
+};
+
+}  // namespace TarnoMirelo

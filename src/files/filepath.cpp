@@ -1,0 +1,38 @@
+#include <TarnoMirelo/files.h>
+
+namespace TarnoMirelo {
+
+// Clang before 15 cannot evaluate the standard library's string at compile time; there the loader initialises this
+// constant with the library, still before any code that could use it.
+#if !defined(__clang__) || __clang_major__ >= 15
+constinit
+#endif
+    const std::string Filepath::Separator("\\");
+
+Filepath::Filepath() = default;
+
+Filepath::Filepath(const std::string& path) : path_(path) {}
+
+Filepath& Filepath::append(const Filepath& other) {
+    if (path_.empty()) {
+        path_.append(other.c_str());
+    } else {
+        path_.append(Separator + other.c_str());
+    }
+    return *this;
+}
+
+Filepath Filepath::parent_path() const {
+    const size_t separator = path_.rfind(Separator);
+    return separator == std::string::npos ? *this : Filepath(path_.substr(0, separator));
+}
+
+std::string Filepath::getPathString() const {
+    return path_;
+}
+
+const char* Filepath::c_str() const {
+    return path_.c_str();
+}
+
+}  // namespace TarnoMirelo

@@ -1,0 +1,160 @@
+#include "files/platform.h"
+
+#include <utf8.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstring>
+#include <cwctype>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace TarnoMirelo::Platform {
+namespace {
+
+// The narrow reading of a path: every backslash is a separator, all else stands.
+std::string narrowPath(const char* path) {
+    std::string native(path);
+    std::replace(native.begin(), native.end(), '\\', '/');
+    return native;
+}
+
+// The wide reading: only UTF-8 that Windows could turn into UTF-16, so that a path fails on every system or on none.
+std::string widePath(const char* path) {
+    std::string native = narrowPath(path);
+    if (!utf8::is_valid(native.begin(), native.end())) throw std::range_error("bad conversion");
+    return native;
+}
+
+std::string nativePath(const char* path, PathText text) {
+    return text == PathText::Wide ? widePath(path) : narrowPath(path);
+}
+
+bool meansAbsent(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+bool isDirectory(const std::string& path) {
+    struct stat facts {};
+    return ::stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { ::closedir(directory); }
+};
+
+// The characters of a name in lower case. A name that is not UTF-8 can't be told apart into characters: each byte is
+// one.
+std::u32string foldedCharacters(const std::string& name) {
+    static const std::unique_ptr<std::remove_pointer_t<locale_t>, decltype(&::freelocale)> locale(
+        ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr), &::freelocale);
+    std::u32string characters;
+    if (utf8::is_valid(name.begin(), name.end())) {
+        characters = utf8::utf8to32(name);
+    } else {
+        for (const char byte : name)
+            characters.push_back(static_cast<unsigned char>(byte));
+    }
+    for (char32_t& character : characters) {
+        const auto wide = static_cast<wint_t>(character);
+        character = static_cast<char32_t>(locale ? ::towlower_l(wide, locale.get()) : std::towlower(wide));
+    }
+    return characters;
+}
+
+// Greedy, with one place to come back to: the last asterisk, which then takes one character more. A longer run of an
+// earlier asterisk can't match anything that the last one doesn't, so the time is at most the product of the lengths.
+bool matches(const std::u32string& name, const std::u32string& pattern) {
+    size_t n = 0;
+    size_t p = 0;
+    size_t afterAsterisk = std::u32string::npos;
+    size_t nameThere = 0;
+    while (n < name.size()) {
+        if (p < pattern.size() && pattern[p] == U'*') {
+            afterAsterisk = ++p;
+            nameThere = n;
+        } else if (p < pattern.size() && (pattern[p] == U'?' || pattern[p] == name[n])) {
+            ++n;
+            ++p;
+        } else if (afterAsterisk != std::u32string::npos) {
+            p = afterAsterisk;
+            n = ++nameThere;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of(U'*', p) == std::u32string::npos;
+}
+
+}  // namespace
+
+bool pathExists(const char* path) {
+    struct stat facts {};
+    return ::stat(widePath(path).c_str(), &facts) == 0 || !meansAbsent(errno);
+}
+
+Creation createDirectory(const char* path, PathText text) {
+    if (::mkdir(nativePath(path, text).c_str(), 0777) == 0) return Creation::Done;
+    return meansAbsent(errno) ? Creation::ParentMissing : Creation::Failed;
+}
+
+// unlink and not remove, which would delete an empty directory here and nowhere else.
+bool deleteFile(const char* path) {
+    return ::unlink(narrowPath(path).c_str()) == 0;
+}
+
+std::ifstream openToRead(const char* path, PathText text) {
+    const std::string native = nativePath(path, text);
+    if (isDirectory(native)) return {};  // it would open, and claim a size
+    return std::ifstream(native, std::ios::binary);
+}
+
+std::ofstream openToWrite(const char* path, std::ios::openmode mode) {
+    return std::ofstream(widePath(path), std::ios::binary | mode);
+}
+
+void writeTextFile(const char* path, const char* text) {
+    std::string lines;
+    lines.reserve(std::strlen(text));
+    for (const char* character = text; *character != '\0'; ++character) {
+        if (*character == '\n') lines.push_back('\r');
+        lines.push_back(*character);
+    }
+    openToWrite(path, std::ios::trunc) << lines;
+}
+
+bool writeFile(const char* path, const void* data, uint64_t size) {
+    const int file = ::open(widePath(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file < 0) return false;
+    const auto* bytes = static_cast<const char*>(data);
+    uint64_t left = size;
+    while (left > 0) {
+        const ssize_t written = ::write(file, bytes, left);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) break;
+        bytes += written;
+        left -= static_cast<uint64_t>(written);
+    }
+    return ::close(file) == 0 && left == 0;
+}
+
+std::vector<std::string> findFiles(const char* pattern) {
+    const std::string path = widePath(pattern);
+    const size_t name = path.rfind('/') + 1;  // 0 when there is no separator
+    const std::u32string namePattern = foldedCharacters(path.substr(name));
+    const std::unique_ptr<DIR, CloseDirectory> directory(::opendir(name == 0 ? "." : path.substr(0, name).c_str()));
+    std::vector<std::string> names;
+    if (directory == nullptr) return names;
+    while (const dirent* const entry = ::readdir(directory.get())) {
+        std::string found(entry->d_name);
+        if (matches(foldedCharacters(found), namePattern)) names.push_back(std::move(found));
+    }
+    return names;
+}
+
+}  // namespace TarnoMirelo::Platform

@@ -1,0 +1,198 @@
+// The manifest as JSON: reading the file, and what each member means.
+
+#include "feature/feature_names.h"
+#include "tensor/data_type.h"
+
+#include <TarnoMirelo/manifest.h>
+
+#include <rapidjson/document.h>
+#include <rapidjson/memorystream.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+namespace TarnoMirelo {
+namespace {
+
+// RapidJSON goes on with a null pointer when memory runs out. This allocator below its own raises instead.
+class RaisingAllocator {
+ public:
+    [[maybe_unused]] static constexpr bool kNeedFree = true;  // part of RapidJSON's idea of an allocator
+
+    void* Malloc(size_t size) { return size == 0 ? nullptr : present(std::malloc(size)); }
+    void* Realloc(void* block, size_t /*oldSize*/, size_t newSize) {
+        if (newSize != 0) return present(std::realloc(block, newSize));
+        std::free(block);
+        return nullptr;
+    }
+    static void Free(void* block) { std::free(block); }
+
+ private:
+    static void* present(void* block) {
+        if (block == nullptr) throw std::bad_alloc();
+        return block;
+    }
+};
+
+using Json =
+    rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
+using JsonValue = Json::ValueType;
+
+// Parses one object off the text's start; what follows it is not looked at. The stream is given as it is and without
+// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack.
+bool parseObject(Json& json, const char* text, uint64_t size) {
+    constexpr unsigned kFlags = rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag;
+    rapidjson::MemoryStream stream(text, static_cast<size_t>(size));
+    json.ParseStream<kFlags>(stream);
+    return !json.HasParseError() && json.IsObject();
+}
+
+// The first member of that name, null where there is none.
+const JsonValue* findMember(const JsonValue& object, const char* name) {
+    const auto member = object.FindMember(name);
+    return member == object.MemberEnd() ? nullptr : &member->value;
+}
+
+const JsonValue* findObject(const JsonValue& object, const char* name) {
+    const JsonValue* const value = findMember(object, name);
+    return value != nullptr && value->IsObject() ? value : nullptr;
+}
+
+const JsonValue* findArray(const JsonValue& object, const char* name) {
+    const JsonValue* const value = findMember(object, name);
+    return value != nullptr && value->IsArray() ? value : nullptr;
+}
+
+// A text up to its first NUL, null where there is none.
+const char* findText(const JsonValue& object, const char* name) {
+    const JsonValue* const value = findMember(object, name);
+    return value != nullptr && value->IsString() ? value->GetString() : nullptr;
+}
+
+void readText(const JsonValue& object, const char* name, std::string& into) {
+    if (const char* const text = findText(object, name)) into = text;
+}
+
+// The enumerator whose text is found under that name; `otherwise` for any other text or none.
+template <typename Enum, typename Names>
+Enum readEnumerator(const JsonValue& object, const char* name, const Names& names, Enum otherwise) {
+    const char* const text = findText(object, name);
+    if (text == nullptr) return otherwise;
+    const auto* const found = std::find(names.begin(), names.end(), text);
+    return found == names.end() ? otherwise : static_cast<Enum>(found - names.begin());
+}
+
+TensorShape readShape(const JsonValue& tensor) {
+    std::vector<int64_t> dimensions;
+    if (const JsonValue* const elements = findArray(tensor, "shape")) {
+        dimensions.reserve(elements->Size());
+        // 0 is no dimension that a model can have: `validate` refuses the target then.
+        for (const JsonValue& element : elements->GetArray()) {
+            dimensions.push_back(element.IsInt() ? element.GetInt() : 0);
+        }
+    }
+    return dimensions;
+}
+
+TensorDescriptor readTensorDescriptor(const JsonValue& feature) {
+    const JsonValue* const tensor = findObject(feature, "tensor");
+    if (tensor == nullptr) return {};
+    const char* const dataType = findText(*tensor, "dataType");
+    return {readShape(*tensor), findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
+}
+
+uint32_t readPixels(const JsonValue& image, const char* name) {
+    const JsonValue* const value = findMember(image, name);
+    return value != nullptr && value->IsUint() ? value->GetUint() : 0;
+}
+
+ImageDescriptor readImageDescriptor(const JsonValue& feature) {
+    const JsonValue* const image = findObject(feature, "image");
+    if (image == nullptr) return {};
+    return {readPixels(*image, "height"), readPixels(*image, "width"),
+            readEnumerator(*image, "pixelType", kPixelTypeNames, MireloPixelType::Undefined)};
+}
+
+ModelFeatureDescriptor readFeature(const JsonValue& feature) {
+    std::string name;
+    std::string description;
+    readText(feature, "name", name);
+    readText(feature, "description", description);
+    const JsonValue* const flag = findMember(feature, "required");
+    const bool required = flag == nullptr || !flag->IsBool() || flag->GetBool();
+    const auto type = readEnumerator(feature, "featureType", kFeatureTypeNames, MireloFeatureType::Undefined);
+    if (type == MireloFeatureType::Image) {
+        return {type, required, std::move(name), std::move(description), readImageDescriptor(feature)};
+    }
+    return {type, required, std::move(name), std::move(description),
+            type == MireloFeatureType::Tensor ? readTensorDescriptor(feature) : TensorDescriptor()};
+}
+
+void readFeatures(const JsonValue& target, const char* name, std::vector<ModelFeatureDescriptor>& features,
+                  std::vector<std::string>& names) {
+    const JsonValue* const elements = findArray(target, name);
+    if (elements == nullptr) return;
+    features.reserve(elements->Size());
+    names.reserve(elements->Size());
+    for (const JsonValue& element : elements->GetArray()) {
+        if (!element.IsObject()) continue;
+        features.push_back(readFeature(element));
+        names.push_back(features.back().name());
+    }
+}
+
+// The mere presence of "encryption" stands for a key to come; until the host sets it, that is the default encryption.
+ModelComponent readComponent(const JsonValue& object) {
+    ModelComponent component;
+    readText(object, "name", component.name);
+    readText(object, "path", component.path);
+    readText(object, "type", component.type);
+    return component;
+}
+
+ModelTarget readTarget(const JsonValue& object, MireloModelType type) {
+    ModelTarget target;
+    target.modelType = type;
+    if (const JsonValue* const components = findArray(object, "components")) {
+        target.components.reserve(components->Size());
+        for (const JsonValue& element : components->GetArray()) {
+            if (element.IsObject()) target.components.push_back(readComponent(element));
+        }
+    }
+    readFeatures(object, "inputs", target.inputs, target.inputNames);
+    readFeatures(object, "outputs", target.outputs, target.outputNames);
+    return target;
+}
+
+}  // namespace
+
+MireloStatus ModelMetadata::loadInternal(const Filepath& manifest) {
+    static FileUtils files;
+    uint64_t size = 0;
+    const std::unique_ptr<char[]> text = files.readBinaryFileToBuffer(manifest, size);
+    Json root;
+    if (text == nullptr || !parseObject(root, text.get(), size)) {
+        throw ModelMetaDataException("Failed to open metadata file at " + manifest.getPathString());
+    }
+    rootDir_ = manifest.parent_path();
+    readText(root, "id", id_);
+    readText(root, "name", name_);
+    readText(root, "author", author_);
+    readText(root, "description", description_);
+    readText(root, "sdkVersion", sdkVersion_);
+    if (const JsonValue* const version = findMember(root, "version"); version != nullptr && version->IsInt()) {
+        version_ = version->GetInt();
+    }
+    const JsonValue* const targets = findMember(root, "targets");
+    if (targets == nullptr) throw ModelMetaDataException("No target found in root of manifest file");
+    if (!targets->IsObject()) return {SUCCESS, ""};
+    if (const JsonValue* const target = findObject(*targets, TargetKey::WinML)) {
+        // A target that is there already stays: a second manifest does not replace what the host may have changed.
+        targets_.try_emplace(MireloModelType::WinML, readTarget(*target, MireloModelType::WinML));
+    }
+    return {SUCCESS, ""};
+}
+
+}  // namespace TarnoMirelo

@@ -1,0 +1,29 @@
+#include "manifest/model_type.h"
+
+namespace TarnoMirelo {
+
+const char* modelTypeText(MireloModelType type) {
+    switch (type) {
+        case MireloModelType::CoreML:
+            return "CoreML";
+        case MireloModelType::WinML:
+            return "WinML";
+        case MireloModelType::OpenVino:
+            return "OpenVino";
+        case MireloModelType::TFLite:
+            return "TF-Lite";
+        case MireloModelType::OnnxRuntime:
+            return "OnnxRuntime";
+        case MireloModelType::TFJS:
+            return "tfjs";
+        case MireloModelType::Undefined:
+            break;
+    }
+    return "Undefined";
+}
+
+std::string ModelTypeToName(MireloModelType type) {
+    return modelTypeText(type);
+}
+
+}  // namespace TarnoMirelo

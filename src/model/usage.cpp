@@ -1,0 +1,41 @@
+#include "model/usage.h"
+
+#include "manifest/model_type.h"
+
+namespace TarnoMirelo {
+namespace {
+
+const std::string& sdkName() {
+    static const std::string name = "MireloOnDevice";
+    return name;
+}
+
+const std::string& versionText() {
+    static const std::string version = std::to_string(SDK_CORE_VERSION_MAJOR) + "." +
+                                       std::to_string(SDK_CORE_VERSION_MINOR) + "." +
+                                       std::to_string(SDK_CORE_VERSION_PATCH);
+    return version;
+}
+
+}  // namespace
+
+std::string getLibraryVersion() {
+    return versionText();
+}
+
+void UsageReporting::addUsageProperties(MireloStatus& status, const std::string& method, MireloModelType modelType,
+                                        const std::shared_ptr<const std::string>& modelName) {
+    if (status.usage_.write != nullptr) return;  // stamped before with the same keys, and the first value wins
+    status.usage_ = {&write, method, status.getCode(), modelTypeText(modelType), modelName};
+}
+
+void UsageReporting::write(const MireloStatus::UsageStamp& stamp, MireloStatus::PropertyMap& properties) {
+    properties.emplace("mireloondevice.sdkName", sdkName());
+    properties.emplace("mireloondevice.version", versionText());
+    properties.emplace("mireloondevice.method", stamp.method);
+    properties.emplace("mireloondevice.status", std::to_string(stamp.code));
+    properties.emplace("mireloondevice.modelType", stamp.modelType);
+    properties.emplace("mireloondevice.modelName", *stamp.modelName);
+}
+
+}  // namespace TarnoMirelo

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <TarnoMirelo/model.h>
+
+#include <string>
+#include <vector>
+
+namespace TarnoMirelo {
+
+/// A backend whose hooks answer what a test wrote down for them, and note that they were called.
+class ScriptedModel : public MireloModel {
+ public:
+    using MireloModel::isLoaded;
+    using MireloModel::MireloModel;
+    using MireloModel::runtimeRecord;
+    using MireloModel::setCachedModelFilePath;
+
+    MireloStatus answer{SUCCESS, ""};
+    mutable std::vector<std::string> calls;
+
+ protected:
+    MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override { return note("predict"); }
+    MireloStatus onPredictBatch(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override {
+        return note("predictBatch");
+    }
+    MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
+        return note("load " + std::to_string(components.size()));
+    }
+    MireloStatus onUnload() override { return note("unload"); }
+    MireloStatus onSetBatchSize(const unsigned int& batchSize) override {
+        return note("setBatchSize " + std::to_string(batchSize));
+    }
+
+    MireloStatus note(const std::string& call) const {
+        calls.push_back(call);
+        return answer;
+    }
+};
+
+/// One that binds, and calls itself by another name.
+class BindingModel : public ScriptedModel {
+ public:
+    using ScriptedModel::ScriptedModel;
+
+    const std::string& getName() const override {
+        static const std::string name = "another name";
+        return name;
+    }
+
+ protected:
+    MireloStatus onBind(const Inputs& /*inputs*/, Outputs& /*outputs*/,
+                        std::shared_ptr<MireloBinding>& binding) const override {
+        binding = std::make_shared<MireloBinding>();
+        return note("bind");
+    }
+    MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& /*binding*/) const override { return note("evaluate"); }
+};
+
+}  // namespace TarnoMirelo

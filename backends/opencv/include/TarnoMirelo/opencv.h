@@ -1,0 +1,82 @@
+#pragma once
+
+/// @file
+/// A backend over OpenCV's dnn module: runs the ONNX component of a "WinML" target on any desktop's CPU.
+
+#include <TarnoMirelo/model.h>
+
+#if defined(SDK_CORE_OPENCV_BUILDING)  // set while the backend itself is compiled, never by its users
+#define MIRELO_OPENCV_API MIRELO_EXPORT_SYMBOL
+#else
+#define MIRELO_OPENCV_API MIRELO_IMPORT_SYMBOL
+#endif
+
+namespace TarnoMirelo::OpenCv {
+
+class Network;
+
+/// A model that OpenCV runs.
+///
+/// **Components.** A target has one: an ONNX network, of kind "file" (its path is looked up under the root directory
+/// and can't leave it) or "memory_stream" (its buffer holds the bytes). Inputs and outputs of the target are tensors
+/// that bear the names of the network's own.
+///
+/// **Inputs** are used in place: the backend copies nothing, and the engine reads the tensor once into its own input
+/// blob. Element types: `UInt8`, `Int8`, `UInt16`, `Int16`, `Int32`, `Float16`, `Float` and `Double`, all of which the
+/// engine turns into `Float`. A shape fits when it is the manifest's, where -1 stands for any number from 1.
+///
+/// **Outputs** are `Float`. An empty list is filled with one new feature per output of the target. Otherwise the given
+/// features are written into, in any order, all or some of the target's outputs: their shapes are those of the results,
+/// but a tensor of variable shape or without a buffer gets shape and buffer here.
+///
+/// **Batches.** `predictBatch` takes rows of the manifest's shape and returns the outputs row by row, one feature per
+/// output and row. Where every input and output begins with a dimension of 1 or -1 and the network's results grow with
+/// it, all rows go through in one pass; else each row has its own. `setBatchSize(n)` has `predict` and `bind` expect n
+/// rows in one tensor, n in place of that 1.
+///
+/// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output or component:
+///   - `INVALID_OPERATION`: the model is not loaded; the network has no batch dimension; what was bound has moved, or
+///     belongs to another load
+///   - `INVALID_ARGUMENTS`: an input or output that the target doesn't have, that is missing, given twice, null, or
+///     without a buffer; a batch size of 0
+///   - `INVALID_TYPE`: a feature that is no tensor, or a tensor that is not in host memory; uneven rows
+///   - `INVALID_TENSOR_DATA_TYPE`, `INVALID_SHAPE`: a tensor that does not fit
+///   - `MODEL_METADATA_ERROR`: a component of another kind, more than one, or none; a target that does not fit the
+///   network
+///   - `FILE_ERROR`: the component's file can't be read
+///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text
+/// No operation raises. One that fails leaves the list of outputs as it was.
+///
+/// **Memory**: what weights and blobs take by the engine's own account is reported through the model's record at the
+/// first operation after the model was registered, kept up to date as shapes change, and taken back by the unload.
+///
+/// **Threads**: no two operations on one model may overlap, const ones included, for the engine's network serves one
+/// call at a time. Distinct models are independent.
+class MIRELO_OPENCV_API Model : public MireloModel {
+ public:
+    /// @param device  shared with the model; its model type is adopted, the rest is not looked at
+    Model(const std::string& name, std::shared_ptr<Device> device);
+    /// @param device  outlives the model
+    Model(const std::string& name, Device* device);
+    Model(const std::string& name, MireloModelType type);
+    ~Model() override;
+
+ protected:
+    MireloStatus onPredict(const Inputs& inputs, Outputs& outputs) const override;
+    MireloStatus onPredictBatch(const Inputs& inputs, Outputs& outputs) const override;
+    MireloStatus onBind(const Inputs& inputs, Outputs& outputs, std::shared_ptr<MireloBinding>& binding) const override;
+    MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& binding) const override;
+    MireloStatus onLoad(const std::vector<ModelComponent>& components) override;
+    MireloStatus onUnload() override;
+    MireloStatus onSetBatchSize(const unsigned int& batchSize) override;
+
+ private:
+    const std::shared_ptr<Network>& loadedNetwork() const;
+    void reportMemory() const;
+
+    std::shared_ptr<Network> network_;                      // empty while not loaded; bindings share it
+    mutable std::weak_ptr<ModelRuntimeStatus> reportedTo_;  // the record that knows of reportedBytes_
+    mutable uint64_t reportedBytes_ = 0;
+};
+
+}  // namespace TarnoMirelo::OpenCv

@@ -1,0 +1,204 @@
+#include "binding.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace TarnoMirelo::OpenCv {
+namespace {
+
+// The engine's own number of an element type, nothing where it does not know the type.
+std::optional<int> toEngineDepth(DataType dataType) {
+    switch (dataType) {
+        case DataType::UInt8:
+            return CV_8U;
+        case DataType::Int8:
+            return CV_8S;
+        case DataType::UInt16:
+            return CV_16U;
+        case DataType::Int16:
+            return CV_16S;
+        case DataType::Int32:
+            return CV_32S;
+        case DataType::Float16:
+            return CV_16F;
+        case DataType::Float:
+            return CV_32F;
+        case DataType::Double:
+            return CV_64F;
+        default:
+            return std::nullopt;
+    }
+}
+
+// The feature's tensor, which is in host memory.
+template <typename Feature>
+auto tensorOf(const Ports& ports, size_t index, const std::shared_ptr<Feature>& feature) {
+    if (dynamic_cast<const IMireloFeatureTensor*>(feature.get()) == nullptr) {
+        throw InvalidTypeException(ports.about(index, "the feature is no tensor"));
+    }
+    auto tensor = feature->asTensor();
+    if (tensor == nullptr) throw InvalidArgumentsException(ports.about(index, "the feature holds no tensor"));
+    if (tensor->onDevice()) throw InvalidTypeException(ports.about(index, "the tensor is not in host memory"));
+    return tensor;
+}
+
+[[noreturn]] void refuseShape(const Ports& ports, size_t index, const TensorShape& found, const TensorShape& wanted) {
+    throw Exception(ports.about(index, "the shape is " + toText(found) + ", wanted is " + toText(wanted)),
+                    INVALID_SHAPE);
+}
+
+// The engine allocates a result anew when it does not have the form that its inference gave.
+[[noreturn]] void refuseResult(const std::string& output) {
+    throw Exception("Output \"" + output + "\": the engine gives another shape or element type than it announced",
+                    INVALID_SHAPE);
+}
+
+// An output can take a result of that shape as it is, or once it has got the shape.
+void checkOutput(const Ports& ports, size_t index, const ITensor& tensor, const TensorShape& result) {
+    if (tensor.dataType() != DataType::Float) {
+        throw InvalidTensorDataTypeException(ports.about(index, "the engine computes elements of type float only"));
+    }
+    const bool takesShape = tensor.hasVariableShape() ? tensor.shape().dimension() == result.dimension()
+                                                      : tensor.buffer() == nullptr || tensor.shape() == result;
+    if (!takesShape) refuseShape(ports, index, tensor.shape(), result);
+}
+
+void giveShape(ITensor& tensor, const TensorShape& result) {
+    if (tensor.shape() == result && tensor.buffer() != nullptr) return;
+    const MireloStatus status = tensor.hasVariableShape() ? tensor.allocateShape(result) : tensor.resize(result);
+    if (!status.ok()) throw Exception(status.getDescription(), status.getCode());
+}
+
+size_t byteCount(const cv::Mat& matrix) {
+    return matrix.total() * matrix.elemSize();
+}
+
+// A matrix for `rows` matrices of the form of `row`, one after the other.
+cv::Mat stackOf(const cv::Mat& row, int rows) {
+    EngineShape shape(row.size.p, row.size.p + row.dims);
+    shape[0] = rows;
+    return {static_cast<int>(shape.size()), shape.data(), row.type()};
+}
+
+}  // namespace
+
+Binding::Binding(std::shared_ptr<Network> network, const MireloModel::Inputs& inputs, MireloModel::Outputs& outputs,
+                 int64_t rows)
+    : network_(std::move(network)) {
+    wrapInputs(inputs, rows);
+    wrapOutputs(outputs, rows);
+}
+
+void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
+    const Ports& ports = network_->inputs();
+    const std::vector<size_t> indices = ports.indicesOf(inputs);
+    std::vector<std::shared_ptr<const ITensor>> tensors(ports.size());
+    for (size_t i = 0; i < inputs.size(); ++i)
+        tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
+    for (size_t i = 0; i < ports.size(); ++i) {
+        if (tensors[i] == nullptr) throw InvalidArgumentsException(ports.about(i, "missing"));
+        const std::optional<int> depth = toEngineDepth(tensors[i]->dataType());
+        if (!depth) {
+            throw InvalidTensorDataTypeException(ports.about(i, "the engine doesn't take elements of that type"));
+        }
+        const TensorShape wanted = ports[i].shapeOf(rows);
+        const std::optional<EngineShape> shape = toEngineShape(tensors[i]->shape());
+        if (!shape || !fits(tensors[i]->shape(), wanted)) refuseShape(ports, i, tensors[i]->shape(), wanted);
+        if (tensors[i]->buffer() == nullptr)
+            throw InvalidArgumentsException(ports.about(i, "the tensor has no buffer"));
+        inputShapes_.push_back(*shape);
+        inputs_.push_back(wrap(tensors[i], *shape, *depth));
+    }
+}
+
+void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
+    const Ports& ports = network_->outputs();
+    const EngineShapes results = network_->inferOutputs(inputShapes_);
+    MireloModel::Outputs created;
+    if (outputs.empty()) {
+        for (size_t i = 0; i < ports.size(); ++i) {
+            auto tensor = std::make_shared<Tensor>(DataType::Float, network_->resultShape(i, results[i], rows));
+            created.push_back(std::make_shared<MireloFeatureTensor>(ports[i].descriptor, std::move(tensor)));
+        }
+    }
+    const MireloModel::Outputs& features = outputs.empty() ? created : outputs;
+    const std::vector<size_t> indices = ports.indicesOf(features);
+    std::vector<std::shared_ptr<ITensor>> tensors;
+    for (size_t i = 0; i < features.size(); ++i) {
+        tensors.push_back(tensorOf(ports, indices[i], features[i]));
+        checkOutput(ports, indices[i], *tensors[i], network_->resultShape(indices[i], results[indices[i]], rows));
+    }
+    for (size_t i = 0; i < features.size(); ++i) {
+        const size_t index = indices[i];
+        giveShape(*tensors[i], network_->resultShape(index, results[index], rows));
+        outputNames_.push_back(ports[index].name);
+        outputs_.push_back(wrap(tensors[i], results[index], CV_32F));
+    }
+    if (outputs.empty()) outputs = std::move(created);
+}
+
+cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth) {
+    bound_.push_back({tensor, tensor->shape(), tensor->buffer()});
+    // The engine only reads inputs, and outputs are not const to begin with.
+    auto* const elements = const_cast<uint8_t*>(tensor->buffer());
+    return {static_cast<int>(shape.size()), shape.data(), depth, elements};
+}
+
+void Binding::run() {
+    for (const Bound& bound : bound_) {
+        if (bound.tensor->buffer() != bound.buffer || bound.tensor->shape() != bound.shape) {
+            throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
+        }
+    }
+    network_->forward(inputs_, outputNames_, outputs_);
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+        if (outputs_[i].data != bound_[inputs_.size() + i].buffer) refuseResult(outputNames_[i]);
+    }
+}
+
+bool Binding::hasSameForm(const Binding& other) const {
+    bool same = inputShapes_ == other.inputShapes_ && outputNames_ == other.outputNames_;
+    for (size_t i = 0; same && i < inputs_.size(); ++i)
+        same = inputs_[i].type() == other.inputs_[i].type();
+    return same;
+}
+
+void Binding::runRows(std::vector<Binding>& rows) {
+    const Binding& first = rows.front();
+    const bool sameForm =
+        std::all_of(rows.begin(), rows.end(), [&](const Binding& row) { return row.hasSameForm(first); });
+    const int count = static_cast<int>(rows.size());
+    if (count > 1 && sameForm && first.network_->stacks(first.inputShapes_, count)) {
+        runStacked(rows);
+    } else {
+        for (Binding& row : rows)
+            row.run();
+    }
+}
+
+void Binding::runStacked(std::vector<Binding>& rows) {
+    const Binding& first = rows.front();
+    const int count = static_cast<int>(rows.size());
+    std::vector<cv::Mat> inputs;
+    for (size_t i = 0; i < first.inputs_.size(); ++i) {
+        const size_t size = byteCount(first.inputs_[i]);
+        cv::Mat& stack = inputs.emplace_back(stackOf(first.inputs_[i], count));
+        for (size_t row = 0; row < rows.size(); ++row) {
+            std::memcpy(stack.data + row * size, rows[row].inputs_[i].data, size);
+        }
+    }
+    std::vector<cv::Mat> outputs;
+    for (const cv::Mat& output : first.outputs_)
+        outputs.push_back(stackOf(output, count));
+    first.network_->forward(inputs, first.outputNames_, outputs);
+    for (size_t i = 0; i < outputs.size(); ++i) {
+        const size_t size = byteCount(first.outputs_[i]);
+        if (byteCount(outputs[i]) != size * rows.size()) refuseResult(first.outputNames_[i]);
+        for (size_t row = 0; row < rows.size(); ++row) {
+            std::memcpy(rows[row].outputs_[i].data, outputs[i].data + row * size, size);
+        }
+    }
+}
+
+}  // namespace TarnoMirelo::OpenCv

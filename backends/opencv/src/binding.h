@@ -1,0 +1,54 @@
+#pragma once
+
+#include "network.h"
+
+#include <TarnoMirelo/model.h>
+
+#include <opencv2/core.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace TarnoMirelo::OpenCv {
+
+/// Inputs and outputs, checked and wrapped for the engine: a prediction that has only to be run.
+class Binding : public MireloModel::MireloBinding {
+ public:
+    /// Checks everything before it changes anything, and raises what does not fit.
+    /// @param outputs  empty: filled with new features; else some or all of the target's outputs
+    /// @param rows     rows in each tensor
+    Binding(std::shared_ptr<Network> network, const MireloModel::Inputs& inputs, MireloModel::Outputs& outputs,
+            int64_t rows);
+
+    const std::shared_ptr<Network>& network() const { return network_; }
+
+    /// Runs the network on what the inputs hold now. Raises `InvalidOperationException` where a tensor has got another
+    /// buffer or shape since.
+    void run();
+
+    /// Runs several bindings of one row each: in a single pass where the network allows it, else one by one.
+    static void runRows(std::vector<Binding>& rows);
+
+ private:
+    struct Bound {
+        std::shared_ptr<const ITensor> tensor;
+        TensorShape shape;
+        const uint8_t* buffer;
+    };
+
+    void wrapInputs(const MireloModel::Inputs& inputs, int64_t rows);
+    void wrapOutputs(MireloModel::Outputs& outputs, int64_t rows);
+    cv::Mat wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth);
+    bool hasSameForm(const Binding& other) const;
+    static void runStacked(std::vector<Binding>& rows);
+
+    std::shared_ptr<Network> network_;
+    std::vector<Bound> bound_;  // the inputs, then the outputs
+    EngineShapes inputShapes_;
+    std::vector<cv::Mat> inputs_;  // in the target's order
+    std::vector<std::string> outputNames_;
+    std::vector<cv::Mat> outputs_;  // in the order of outputNames_
+};
+
+}  // namespace TarnoMirelo::OpenCv

@@ -1,0 +1,219 @@
+#include "network.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace TarnoMirelo::OpenCv {
+namespace {
+
+// Everything that calls the engine runs in here, so that none of the engine's exceptions leaves the backend.
+template <typename Call>
+auto engine(const Call& call) {
+    try {
+        return call();
+    } catch (const Exception&) {  // ours
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& exception) {
+        std::string text = exception.what();
+        text.erase(text.find_last_not_of('\n') + 1);
+        throw MLFrameworkException(text);
+    }
+}
+
+// Whether the shape may be that of one row among several.
+bool isRow(const TensorShape& shape) {
+    return shape.dimension() > 1 && (shape[0] == 1 || shape[0] == -1);
+}
+
+}  // namespace
+
+TensorShape Ports::Port::shapeOf(int64_t rows) const {
+    TensorShape scaled = shape;
+    if (isRow(scaled) && scaled[0] == 1) scaled[0] = rows;
+    return scaled;
+}
+
+Ports::Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descriptors) : kind_(kind) {
+    for (const ModelFeatureDescriptor& descriptor : descriptors) {
+        const size_t index = ports_.size();
+        ports_.push_back({descriptor, descriptor.name(), descriptor.tensorDescriptor().shape()});
+        if (descriptor.type() != MireloFeatureType::Tensor) throw ModelMetaDataException(about(index, "not a tensor"));
+        if (!indices_.emplace(ports_[index].name, index).second) {
+            throw ModelMetaDataException(about(index, "the target has two of that name"));
+        }
+    }
+}
+
+std::string Ports::about(size_t index, const std::string& text) const {
+    return kind_ + " \"" + ports_[index].name + "\": " + text;
+}
+
+bool fits(const TensorShape& shape, const TensorShape& wanted) {
+    if (shape.dimension() != wanted.dimension()) return false;
+    for (uint64_t i = 0; i < shape.dimension(); ++i) {
+        if (wanted[i] == -1 ? shape[i] < 1 : shape[i] != wanted[i]) return false;
+    }
+    return true;
+}
+
+std::string toText(const TensorShape& shape) {
+    std::string text;
+    for (const int64_t dimension : shape.shapeVector()) {
+        text += (text.empty() ? "" : ", ") + std::to_string(dimension);
+    }
+    return "(" + text + ")";
+}
+
+std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
+    EngineShape dimensions;
+    for (uint64_t i = 0; i < shape.dimension(); ++i) {
+        if (shape[i] < 1 || shape[i] > std::numeric_limits<int>::max()) return std::nullopt;
+        dimensions.push_back(static_cast<int>(shape[i]));
+    }
+    if (dimensions.empty()) return std::nullopt;
+    if (dimensions.size() == 1) dimensions.push_back(1);  // the engine's matrices have two dimensions at least
+    return dimensions;
+}
+
+Network::Network(const char* onnx, size_t size, const ModelTarget& target)
+    : inputs_("Input", target.inputs),
+      outputs_("Output", target.outputs),
+      net_(engine([&] { return cv::dnn::readNetFromONNX(onnx, size); })) {
+    engine([&] {
+        net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
+        net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+        locatePorts();
+        weightBytes_ = countWeightBytes();
+    });
+    if (const std::optional<EngineShapes> shapes = fixedInputs(1)) {
+        inferOutputs(*shapes);
+        for (size_t i = 0; i < outputs_.size(); ++i)
+            resultShape(i, inferred_[i], 1);
+    }
+}
+
+void Network::locatePorts() {
+    const cv::Ptr<cv::dnn::Layer> inputLayer = net_.getLayer(0);
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+        const int index = inputLayer->outputNameToIndex(inputs_[i].name);
+        if (index < 0) throw ModelMetaDataException(inputs_.about(i, "the network has none of that name"));
+        engineInputs_.push_back(static_cast<size_t>(index));
+    }
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+        const int layer = net_.getLayerId(outputs_[i].name);
+        if (layer <= 0) throw ModelMetaDataException(outputs_.about(i, "the network has none of that name"));
+        if (outputs_[i].descriptor.tensorDescriptor().tensorType() != DataType::Float) {
+            throw ModelMetaDataException(outputs_.about(i, "the engine computes elements of type float only"));
+        }
+        engineOutputs_.push_back(layer);
+    }
+}
+
+uint64_t Network::countWeightBytes() {
+    uint64_t bytes = 0;
+    for (const std::string& name : net_.getLayerNames()) {
+        for (const cv::Mat& blob : net_.getLayer(net_.getLayerId(name))->blobs)
+            bytes += blob.total() * blob.elemSize();
+    }
+    return bytes;
+}
+
+std::optional<EngineShapes> Network::fixedInputs(int rows) const {
+    EngineShapes shapes;
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+        if (inputs_[i].descriptor.tensorDescriptor().variableShape()) return std::nullopt;
+        const std::optional<EngineShape> shape = toEngineShape(inputs_[i].shape);
+        if (!shape) throw ModelMetaDataException(inputs_.about(i, "the engine can't take that shape"));
+        shapes.push_back(*shape);
+        shapes.back()[0] *= rows;
+    }
+    return shapes;
+}
+
+bool Network::hasRows() const {
+    const auto startsWithRow = [](const Ports::Port& port) { return isRow(port.shape); };
+    return std::all_of(inputs_.begin(), inputs_.end(), startsWithRow) &&
+           std::all_of(outputs_.begin(), outputs_.end(), startsWithRow);
+}
+
+void Network::setBatchSize(unsigned int batchSize) {
+    if (batchSize == 0 || batchSize > std::numeric_limits<int>::max()) {
+        throw InvalidArgumentsException("A batch can't have " + std::to_string(batchSize) + " rows");
+    }
+    const int rows = static_cast<int>(batchSize);
+    const std::optional<EngineShapes> row = hasRows() ? fixedInputs(1) : std::nullopt;
+    if (rows > 1 && (!hasRows() || (row && !stacks(*row, rows)))) {
+        throw InvalidOperationException("The model has no batch dimension");
+    }
+    if (row) inferOutputs(*fixedInputs(rows));
+    batchSize_ = rows;
+}
+
+const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
+    if (inputs == inferredFor_) return inferred_;
+    EngineShapes ordered(inputs.size());
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        ordered.resize(std::max(ordered.size(), engineInputs_[i] + 1));
+        ordered[engineInputs_[i]] = inputs[i];
+    }
+    EngineShapes outputs;
+    size_t weights = 0;
+    size_t blobs = 0;
+    engine([&] {
+        for (const int layer : engineOutputs_) {
+            EngineShapes into;
+            EngineShapes out;
+            net_.getLayerShapes(ordered, layer, into, out);
+            outputs.push_back(out.at(0));
+        }
+        net_.getMemoryConsumption(ordered, weights, blobs);
+    });
+    inferredFor_ = inputs;
+    inferred_ = std::move(outputs);
+    blobBytes_ = blobs;
+    return inferred_;
+}
+
+TensorShape Network::resultShape(size_t output, const EngineShape& result, int64_t rows) const {
+    const TensorShape found(std::vector<int64_t>(result.begin(), result.end()));
+    const TensorShape declared = outputs_[output].shapeOf(rows);
+    if (fits(found, declared)) return found;
+    // The engine's matrices have two dimensions at least, so a shape of one or none comes back with another rank.
+    if (declared.dimension() < 2 && declared.size() == found.size()) return declared;
+    throw ModelMetaDataException(
+        outputs_.about(output, "the network gives the shape " + toText(found) + ", declared is " + toText(declared)));
+}
+
+bool Network::stacks(const EngineShapes& row, int rows) {
+    if (!hasRows()) return false;
+    try {
+        EngineShapes stacked = row;
+        for (EngineShape& shape : stacked) {
+            if (shape[0] != 1) return false;
+            shape[0] = rows;
+        }
+        EngineShapes expected = inferOutputs(row);
+        for (EngineShape& shape : expected) {
+            if (shape[0] != 1) return false;
+            shape[0] = rows;
+        }
+        return inferOutputs(stacked) == expected;
+    } catch (const MLFrameworkException&) {
+        return false;  // the network holds a shape that fits one row only
+    }
+}
+
+void Network::forward(const std::vector<cv::Mat>& inputs, const std::vector<std::string>& outputNames,
+                      std::vector<cv::Mat>& outputs) {
+    engine([&] {
+        for (size_t i = 0; i < inputs.size(); ++i)
+            net_.setInput(inputs[i], inputs_[i].name);
+        net_.forward(outputs, outputNames);
+    });
+}
+
+}  // namespace TarnoMirelo::OpenCv

@@ -1,0 +1,35 @@
+#!/usr/bin/python3
+"""Makes the networks that the backend's tests run. Run by hand; what it makes is committed. Needs python3-onnx."""
+
+import pathlib
+
+import numpy
+import onnx
+from onnx import TensorProto, helper, numpy_helper
+
+
+def save(name, nodes, inputs, outputs, constants=()):
+    def info(ports):
+        return [helper.make_tensor_value_info(port, TensorProto.FLOAT, shape) for port, shape in ports]
+    graph = helper.make_graph(nodes, name, info(inputs), info(outputs),
+                              [numpy_helper.from_array(value, constant) for constant, value in constants])
+    model = helper.make_model(graph, producer_name="make_models.py", opset_imports=[helper.make_opsetid("", 13)])
+    model.ir_version = 7
+    onnx.checker.check_model(model)
+    onnx.save(model, str(pathlib.Path(__file__).parent / f"{name}.onnx"))
+
+
+# y = max(0, a + b), row by row
+save("sum",
+     [helper.make_node("Add", ["a", "b"], ["ab"]), helper.make_node("Relu", ["ab"], ["y"])],
+     [("a", ["rows", 3]), ("b", ["rows", 3])], [("y", ["rows", 3])])
+
+# Two results of one image.
+save("two_results",
+     [helper.make_node("Relu", ["x"], ["positive"]), helper.make_node("Sigmoid", ["x"], ["squashed"])],
+     [("x", ["rows", 1, 2, 2])], [("positive", ["rows", 1, 2, 2]), ("squashed", ["rows", 1, 2, 2])])
+
+# Holds a shape that fits one row only.
+save("one_row",
+     [helper.make_node("Relu", ["x"], ["r"]), helper.make_node("Reshape", ["r", "shape"], ["y"])],
+     [("x", [1, 4])], [("y", [1, 2, 2])], [("shape", numpy.array([1, 2, 2], dtype=numpy.int64))])

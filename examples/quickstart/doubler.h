@@ -10,10 +10,10 @@ class Doubler : public MireloModel {
     using MireloModel::MireloModel;
 
  protected:
-    MireloStatus onLoad(const std::vector<ModelComponent>&) override { return {SUCCESS, ""}; }
+    MireloStatus onLoad(const std::vector<ModelComponent>& /*components*/) override { return {SUCCESS, ""}; }
     MireloStatus onUnload() override { return {SUCCESS, ""}; }
-    MireloStatus onSetBatchSize(const unsigned int&) override { return {NOT_IMPLEMENTED, "One row at a time"}; }
-    MireloStatus onPredictBatch(const Inputs&, Outputs&) const override {
+    MireloStatus onSetBatchSize(const unsigned int& /*rows*/) override { return {NOT_IMPLEMENTED, ""}; }
+    MireloStatus onPredictBatch(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override {
         return {NOT_IMPLEMENTED, "One row at a time"};
     }
     MireloStatus onPredict(const Inputs& inputs, Outputs& outputs) const override {

@@ -4,7 +4,7 @@
 #include <iostream>
 
 // Takes the folder of a packaged model.
-int main(int, char** argv) {
+int main(int /*argc*/, char** argv) {
     ModelMetadata metadata;
     MireloStatus status = metadata.load(Filepath(argv[1]).append(Filepath("manifest.json")));
     if (status.ok()) status = metadata.validate(MireloModelType::WinML);
@@ -13,7 +13,8 @@ int main(int, char** argv) {
     ModelManager manager;
     if (status.ok()) status = manager.registerModel(model);
 
-    MireloModel::Outputs allocated, outputs;
+    MireloModel::Outputs allocated;
+    MireloModel::Outputs outputs;
     if (status.ok()) status = model->allocateInputs(allocated);
     const float numbers[] = {1, 2, 3};
     if (status.ok()) std::memcpy(allocated.at(0)->asTensor()->buffer(), numbers, sizeof numbers);

@@ -63,7 +63,7 @@ class MIRELO_API Encryption {
     /// The 16 bytes of the key, inside this object.
     const unsigned char* getKey() const;
     /// @param key  16 bytes, copied
-    void setKey(const unsigned char* const key);
+    void setKey(const unsigned char* key);
     PaddingType getPaddingType() const;
     void setPaddingType(PaddingType paddingType);
 
@@ -82,7 +82,7 @@ struct MIRELO_API ModelComponent {
 
     /// Replaces the key of `encryption`; the padding stays.
     /// @param key  16 bytes, copied
-    void setCryptoKey(const unsigned char* const key);
+    void setCryptoKey(const unsigned char* key);
 };
 
 /// What makes up a model for one kind of backend. A plain value.

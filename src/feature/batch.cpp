@@ -14,8 +14,7 @@ std::string nameOf(const std::shared_ptr<const MireloFeature>& feature) {
 }  // namespace
 
 MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features) {
-    for (auto& feature : features)
-        groups_[nameOf(feature)].push_back(std::move(feature));
+    for (auto& feature : features) groups_[nameOf(feature)].push_back(std::move(feature));
     for (const auto& [name, group] : groups_) {
         if (group.size() != groups_.begin()->second.size()) {
             throw Exception("An uneven number of batches per input", INVALID_TYPE);
@@ -35,11 +34,9 @@ MireloFeatureSet MireloBatch::getFeatureSet() const {
     MireloFeatureSet set;
     if (groups_.empty()) return set;
     set.features.resize(groups_.begin()->second.size());
-    for (auto& row : set.features)
-        row.reserve(groups_.size());
+    for (auto& row : set.features) row.reserve(groups_.size());
     for (const auto& [name, group] : groups_) {
-        for (size_t i = 0; i < group.size(); ++i)
-            set.features[i].push_back(group[i]);
+        for (size_t i = 0; i < group.size(); ++i) set.features[i].push_back(group[i]);
     }
     return set;
 }

@@ -15,12 +15,8 @@ std::string nameOf(const Names& names, Enum value) {
 
 }  // namespace
 
-std::string GetMireloFeatureTypeName(MireloFeatureType type) {
-    return nameOf(kFeatureTypeNames, type);
-}
-std::string GetMireloPixelType(MireloPixelType type) {
-    return nameOf(kPixelTypeNames, type);
-}
+std::string GetMireloFeatureTypeName(MireloFeatureType type) { return nameOf(kFeatureTypeNames, type); }
+std::string GetMireloPixelType(MireloPixelType type) { return nameOf(kPixelTypeNames, type); }
 
 TensorDescriptor::TensorDescriptor() = default;
 
@@ -30,12 +26,8 @@ TensorDescriptor::TensorDescriptor(const TensorShape& shape, DataType dataType)
 TensorDescriptor::TensorDescriptor(std::string name, const TensorShape& shape, bool flag, DataType dataType)
     : name_(std::move(name)), shape_(shape), flag_(flag), dataType_(dataType) {}
 
-TensorShape TensorDescriptor::shape() const {
-    return shape_;
-}
-DataType TensorDescriptor::tensorType() const {
-    return dataType_;
-}
+TensorShape TensorDescriptor::shape() const { return shape_; }
+DataType TensorDescriptor::tensorType() const { return dataType_; }
 
 bool TensorDescriptor::variableShape() const {
     for (uint64_t i = 0; i < shape_.dimension(); ++i) {
@@ -49,15 +41,9 @@ ImageDescriptor::ImageDescriptor() = default;
 ImageDescriptor::ImageDescriptor(uint32_t height, uint32_t width, MireloPixelType pixelType)
     : height_(height), width_(width), pixelType_(pixelType) {}
 
-uint32_t ImageDescriptor::height() const {
-    return height_;
-}
-uint32_t ImageDescriptor::width() const {
-    return width_;
-}
-MireloPixelType ImageDescriptor::pixelType() const {
-    return pixelType_;
-}
+uint32_t ImageDescriptor::height() const { return height_; }
+uint32_t ImageDescriptor::width() const { return width_; }
+MireloPixelType ImageDescriptor::pixelType() const { return pixelType_; }
 
 ModelFeatureDescriptor::ModelFeatureDescriptor() = default;
 
@@ -85,20 +71,10 @@ ModelFeatureDescriptor::ModelFeatureDescriptor(MireloFeatureType type, bool requ
       description_(std::move(description)),
       tensorDescriptor_(std::move(tensorDescriptor)) {}
 
-std::string ModelFeatureDescriptor::name() const {
-    return name_;
-}
-std::string ModelFeatureDescriptor::description() const {
-    return description_;
-}
-MireloFeatureType ModelFeatureDescriptor::type() const {
-    return type_;
-}
-bool ModelFeatureDescriptor::required() const {
-    return required_;
-}
-const TensorDescriptor& ModelFeatureDescriptor::tensorDescriptor() const {
-    return tensorDescriptor_;
-}
+std::string ModelFeatureDescriptor::name() const { return name_; }
+std::string ModelFeatureDescriptor::description() const { return description_; }
+MireloFeatureType ModelFeatureDescriptor::type() const { return type_; }
+bool ModelFeatureDescriptor::required() const { return required_; }
+const TensorDescriptor& ModelFeatureDescriptor::tensorDescriptor() const { return tensorDescriptor_; }
 
 }  // namespace TarnoMirelo

@@ -43,7 +43,7 @@ uint64_t readBytes(std::ifstream& stream, char* buffer, uint64_t size) {
 // Everything up to the end of the file. The size is only a hint: files of the system's own making have none.
 template <typename Bytes>
 Bytes readToEnd(std::ifstream& stream) {
-    constexpr uint64_t kGrowth = 64 * 1024;
+    constexpr uint64_t kGrowth = uint64_t{64} * 1024;
     Bytes bytes;
     bytes.resize(sizeOf(stream).value_or(0));
     uint64_t used = readBytes(stream, reinterpret_cast<char*>(bytes.data()), bytes.size());
@@ -71,9 +71,7 @@ void FileUtils::createDir(const Filepath& path) {
     }
 }
 
-bool FileUtils::pathExists(const Filepath& path) {
-    return Platform::pathExists(path.c_str());
-}
+bool FileUtils::pathExists(const Filepath& path) { return Platform::pathExists(path.c_str()); }
 
 std::ofstream FileUtils::openFileToStreamBinaryData(const Filepath& path) {
     return Platform::openToWrite(path.c_str(), std::ios::app);
@@ -155,8 +153,7 @@ std::string FileUtils::readBinaryFileToString(const Filepath& path) {
 std::vector<Filepath> FileUtils::findFilesByPattern(Filepath directory, std::string pattern) {
     directory.append(Filepath(pattern));
     std::vector<Filepath> files;
-    for (const std::string& name : Platform::findFiles(directory.c_str()))
-        files.emplace_back(name);
+    for (const std::string& name : Platform::findFiles(directory.c_str())) files.emplace_back(name);
     return files;
 }
 

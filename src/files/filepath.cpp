@@ -7,7 +7,7 @@ namespace TarnoMirelo {
 #if !defined(__clang__) || __clang_major__ >= 15
 constinit
 #endif
-    const std::string Filepath::Separator("\\");
+    const std::string Filepath::Separator("\\");  // NOLINT(cert-err58-cpp): allocates nothing
 
 Filepath::Filepath() = default;
 
@@ -27,12 +27,8 @@ Filepath Filepath::parent_path() const {
     return separator == std::string::npos ? *this : Filepath(path_.substr(0, separator));
 }
 
-std::string Filepath::getPathString() const {
-    return path_;
-}
+std::string Filepath::getPathString() const { return path_; }
 
-const char* Filepath::c_str() const {
-    return path_.c_str();
-}
+const char* Filepath::c_str() const { return path_.c_str(); }
 
 }  // namespace TarnoMirelo

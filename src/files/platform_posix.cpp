@@ -35,9 +35,7 @@ std::string nativePath(const char* path, PathText text) {
     return text == PathText::Wide ? widePath(path) : narrowPath(path);
 }
 
-bool meansAbsent(int error) {
-    return error == ENOENT || error == ENOTDIR;
-}
+bool meansAbsent(int error) { return error == ENOENT || error == ENOTDIR; }
 
 bool isDirectory(const std::string& path) {
     struct stat facts {};
@@ -57,8 +55,7 @@ std::u32string foldedCharacters(const std::string& name) {
     if (utf8::is_valid(name.begin(), name.end())) {
         characters = utf8::utf8to32(name);
     } else {
-        for (const char byte : name)
-            characters.push_back(static_cast<unsigned char>(byte));
+        for (const char byte : name) characters.push_back(static_cast<unsigned char>(byte));
     }
     for (char32_t& character : characters) {
         const auto wide = static_cast<wint_t>(character);
@@ -104,9 +101,7 @@ Creation createDirectory(const char* path, PathText text) {
 }
 
 // unlink and not remove, which would delete an empty directory here and nowhere else.
-bool deleteFile(const char* path) {
-    return ::unlink(narrowPath(path).c_str()) == 0;
-}
+bool deleteFile(const char* path) { return ::unlink(narrowPath(path).c_str()) == 0; }
 
 std::ifstream openToRead(const char* path, PathText text) {
     const std::string native = nativePath(path, text);

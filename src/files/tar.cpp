@@ -1,7 +1,7 @@
 #include "files/tar.h"
 
 #include <charconv>
-#include <cstdio>
+#include <iterator>
 #include <limits>
 
 namespace TarnoMirelo::Tar {
@@ -12,9 +12,7 @@ constexpr std::string_view kUstarMagic("ustar\0", 6);
 constexpr size_t kChecksumOffset = 148;
 constexpr size_t kChecksumWidth = 8;
 
-std::string_view upToNul(std::string_view field) {
-    return field.substr(0, field.find('\0'));
-}
+std::string_view upToNul(std::string_view field) { return field.substr(0, field.find('\0')); }
 
 // A whole decimal number that fits in 32 bits.
 std::optional<uint32_t> parseDecimal(std::string_view text) {
@@ -26,9 +24,7 @@ std::optional<uint32_t> parseDecimal(std::string_view text) {
 
 }  // namespace
 
-bool Header::endsArchive() const {
-    return block_[0] == '\0';
-}
+bool Header::endsArchive() const { return block_[0] == '\0'; }
 
 bool Header::checksumMatches() const {
     unsigned sum = 0;
@@ -36,9 +32,10 @@ bool Header::checksumMatches() const {
         const bool counted = i < kChecksumOffset || i >= kChecksumOffset + kChecksumWidth;
         sum += counted ? static_cast<unsigned char>(block_[i]) : static_cast<unsigned char>(' ');
     }
-    char digits[16];
-    std::snprintf(digits, sizeof digits, "%06o ", sum);  // 512 bytes add up to six digits at most
-    return field(kChecksumOffset, 6) == std::string_view(digits, 6);
+    // Six octal digits, zero-padded; 512 bytes never add up to more. What follows them in the field varies.
+    char digits[6];
+    for (size_t i = std::size(digits); i-- > 0; sum /= 8) digits[i] = static_cast<char>('0' + sum % 8);
+    return field(kChecksumOffset, std::size(digits)) == std::string_view(digits, std::size(digits));
 }
 
 std::optional<uint32_t> Header::size() const {
@@ -60,9 +57,7 @@ std::string Header::name() const {
     return std::string(prefix) + "/" + name;
 }
 
-char Header::kind() const {
-    return block_[156];
-}
+char Header::kind() const { return block_[156]; }
 
 // A record reads "<length> <key>=<value>\n", where the length counts all of it.
 bool readRecords(std::string_view data, ExtendedRecords& records) {

@@ -75,7 +75,7 @@ class Extraction {
             const std::optional<uint32_t> entrySize = sizeOf(header);
             const uint64_t available = size_ - offset - Tar::kBlockSize;
             if (!entrySize || *entrySize > available) return refused();
-            const MireloStatus status = extract(header, archive_ + offset + Tar::kBlockSize, *entrySize);
+            MireloStatus status = extract(header, archive_ + offset + Tar::kBlockSize, *entrySize);
             if (!status.ok()) return status;
             const uint64_t blocks = (uint64_t{*entrySize} + Tar::kBlockSize - 1) / Tar::kBlockSize;
             if (blocks * Tar::kBlockSize > available) return refused();
@@ -144,6 +144,7 @@ MireloStatus FileUtils::extractTarball(unsigned char* archive, Filepath& destina
     return extractInto(target, archive, std::numeric_limits<uint64_t>::max(), false, destination);
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): callers have an object for all file operations
 MireloStatus FileUtils::extractTarballOfSize(const unsigned char* archive, uint64_t size, Filepath& destination) {
     NativeDestination target;
     return extractInto(target, archive, size, true, destination);

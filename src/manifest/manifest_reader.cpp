@@ -21,8 +21,8 @@ class RaisingAllocator {
  public:
     [[maybe_unused]] static constexpr bool kNeedFree = true;  // part of RapidJSON's idea of an allocator
 
-    void* Malloc(size_t size) { return size == 0 ? nullptr : present(std::malloc(size)); }
-    void* Realloc(void* block, size_t /*oldSize*/, size_t newSize) {
+    static void* Malloc(size_t size) { return size == 0 ? nullptr : present(std::malloc(size)); }
+    static void* Realloc(void* block, size_t /*oldSize*/, size_t newSize) {
         if (newSize != 0) return present(std::realloc(block, newSize));
         std::free(block);
         return nullptr;

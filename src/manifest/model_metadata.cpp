@@ -46,9 +46,7 @@ std::tuple<MireloModelType, ModelTarget, Filepath> ModelMetadata::getModelCompoe
     return {type, targets_.at(type), rootDir_};
 }
 
-const ModelTarget& ModelMetadata::getTargetMetadata(const MireloModelType& type) {
-    return targets_[type];
-}
+const ModelTarget& ModelMetadata::getTargetMetadata(const MireloModelType& type) { return targets_[type]; }
 
 void ModelMetadata::SetEncryption(const MireloModelType& type, const Encryption& encryption) {
     ModelTarget& target = targets_.at(type);
@@ -56,59 +54,23 @@ void ModelMetadata::SetEncryption(const MireloModelType& type, const Encryption&
     target.components.front().encryption = encryption;
 }
 
-const std::string& ModelMetadata::getId() const {
-    return id_;
-}
-void ModelMetadata::setId(const std::string& id) {
-    id_ = id;
-}
-const std::string& ModelMetadata::getSdkVersion() const {
-    return sdkVersion_;
-}
-void ModelMetadata::setSdkVersion(const std::string& sdkVersion) {
-    sdkVersion_ = sdkVersion;
-}
-const std::string& ModelMetadata::getDescription() const {
-    return description_;
-}
-void ModelMetadata::setDescription(const std::string& description) {
-    description_ = description;
-}
-const std::string& ModelMetadata::getName() const {
-    return name_;
-}
-void ModelMetadata::setName(const std::string& name) {
-    name_ = name;
-}
-int ModelMetadata::getVersion() const {
-    return version_;
-}
-void ModelMetadata::setVersion(int version) {
-    version_ = version;
-}
-const std::string& ModelMetadata::getAuthor() const {
-    return author_;
-}
-void ModelMetadata::setAuthor(const std::string& author) {
-    author_ = author;
-}
-const Filepath& ModelMetadata::getRootDir() const {
-    return rootDir_;
-}
-void ModelMetadata::setRootDir(const Filepath& rootDir) {
-    rootDir_ = rootDir;
-}
-const ModelMetadata::Targets& ModelMetadata::getTargets() const {
-    return targets_;
-}
-void ModelMetadata::setTargets(const Targets& targets) {
-    targets_ = targets;
-}
-const std::string& ModelMetadata::getScripts() const {
-    return scripts_;
-}
-void ModelMetadata::setScripts(const std::string& scripts) {
-    scripts_ = scripts;
-}
+const std::string& ModelMetadata::getId() const { return id_; }
+void ModelMetadata::setId(const std::string& id) { id_ = id; }
+const std::string& ModelMetadata::getSdkVersion() const { return sdkVersion_; }
+void ModelMetadata::setSdkVersion(const std::string& sdkVersion) { sdkVersion_ = sdkVersion; }
+const std::string& ModelMetadata::getDescription() const { return description_; }
+void ModelMetadata::setDescription(const std::string& description) { description_ = description; }
+const std::string& ModelMetadata::getName() const { return name_; }
+void ModelMetadata::setName(const std::string& name) { name_ = name; }
+int ModelMetadata::getVersion() const { return version_; }
+void ModelMetadata::setVersion(int version) { version_ = version; }
+const std::string& ModelMetadata::getAuthor() const { return author_; }
+void ModelMetadata::setAuthor(const std::string& author) { author_ = author; }
+const Filepath& ModelMetadata::getRootDir() const { return rootDir_; }
+void ModelMetadata::setRootDir(const Filepath& rootDir) { rootDir_ = rootDir; }
+const ModelMetadata::Targets& ModelMetadata::getTargets() const { return targets_; }
+void ModelMetadata::setTargets(const Targets& targets) { targets_ = targets; }
+const std::string& ModelMetadata::getScripts() const { return scripts_; }
+void ModelMetadata::setScripts(const std::string& scripts) { scripts_ = scripts; }
 
 }  // namespace TarnoMirelo

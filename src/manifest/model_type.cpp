@@ -22,8 +22,6 @@ const char* modelTypeText(MireloModelType type) {
     return "Undefined";
 }
 
-std::string ModelTypeToName(MireloModelType type) {
-    return modelTypeText(type);
-}
+std::string ModelTypeToName(MireloModelType type) { return modelTypeText(type); }
 
 }  // namespace TarnoMirelo

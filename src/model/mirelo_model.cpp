@@ -34,9 +34,7 @@ std::shared_ptr<MireloFeature> allocateInput(const ModelFeatureDescriptor& descr
     throw InvalidTypeException("Undefined feature type for allocating inputs");
 }
 
-[[noreturn]] void refuseBinding() {
-    throw Exception("Not implemented on current selected backend.", NOT_IMPLEMENTED);
-}
+[[noreturn]] void refuseBinding() { throw Exception("Not implemented on current selected backend.", NOT_IMPLEMENTED); }
 
 }  // namespace
 
@@ -65,18 +63,14 @@ MireloModel::MireloModel(const std::string& name, MireloModelType type, ModelTar
 
 MireloModel::~MireloModel() = default;
 
-const std::string& MireloModel::getName() const {
-    return *name_;
-}
+const std::string& MireloModel::getName() const { return *name_; }
 
 MireloStatus MireloModel::onBind(const Inputs& /*inputs*/, Outputs& /*outputs*/,
                                  std::shared_ptr<MireloBinding>& /*binding*/) const {
     refuseBinding();
 }
 
-MireloStatus MireloModel::onEvaluate(std::shared_ptr<MireloBinding>& /*binding*/) const {
-    refuseBinding();
-}
+MireloStatus MireloModel::onEvaluate(std::shared_ptr<MireloBinding>& /*binding*/) const { refuseBinding(); }
 
 MireloCacheStatus MireloModel::onQueryCacheStatus(const Components& components) {
     static FileUtils files;
@@ -86,17 +80,11 @@ MireloCacheStatus MireloModel::onQueryCacheStatus(const Components& components) 
     return MireloCacheStatus::NotCached;
 }
 
-bool MireloModel::isLoaded() const {
-    return loaded_;
-}
+bool MireloModel::isLoaded() const { return loaded_; }
 
-void MireloModel::setCachedModelFilePath(std::optional<Filepath> path) {
-    cachedModelFilePath_ = std::move(path);
-}
+void MireloModel::setCachedModelFilePath(std::optional<Filepath> path) { cachedModelFilePath_ = std::move(path); }
 
-const std::shared_ptr<ModelRuntimeStatus>& MireloModel::runtimeRecord() const {
-    return runtimeStatus_;
-}
+const std::shared_ptr<ModelRuntimeStatus>& MireloModel::runtimeRecord() const { return runtimeStatus_; }
 
 MireloStatus MireloModel::load(const Components& components) {
     Components adopted = components;  // what can fail fails here, before the model has changed
@@ -113,23 +101,16 @@ MireloStatus MireloModel::load(const Components& components) {
     return status;
 }
 
-MireloCacheStatus MireloModel::queryCacheStatus(const Components& components) {
-    return onQueryCacheStatus(components);
-}
+MireloCacheStatus MireloModel::queryCacheStatus(const Components& components) { return onQueryCacheStatus(components); }
 
-std::optional<Filepath> MireloModel::getCachedModelFilePath() const {
-    return cachedModelFilePath_;
-}
+std::optional<Filepath> MireloModel::getCachedModelFilePath() const { return cachedModelFilePath_; }
 
-MireloStatus MireloModel::setBatchSize(const unsigned int& batchSize) {
-    return onSetBatchSize(batchSize);
-}
+MireloStatus MireloModel::setBatchSize(const unsigned int& batchSize) { return onSetBatchSize(batchSize); }
 
 MireloStatus MireloModel::allocateInputs(std::vector<std::shared_ptr<MireloFeature>>& inputs) {
     try {
         inputs.reserve(target_.inputs.size());
-        for (const ModelFeatureDescriptor& descriptor : target_.inputs)
-            inputs.push_back(allocateInput(descriptor));
+        for (const ModelFeatureDescriptor& descriptor : target_.inputs) inputs.push_back(allocateInput(descriptor));
         return {SUCCESS, ""};
     } catch (...) {
         return getStatusFromCurrentException();
@@ -162,21 +143,11 @@ MireloStatus MireloModel::doUnload() {
     return status;
 }
 
-const MireloModelType& MireloModel::getModelType() const {
-    return modelType_;
-}
-const ModelTarget& MireloModel::getModelTarget() const {
-    return target_;
-}
-const Filepath& MireloModel::getRootDir() const {
-    return rootDir_;
-}
-std::shared_ptr<Device> MireloModel::getDevice() const {
-    return device_;
-}
-Device* MireloModel::getDeviceRawPointer() const {
-    return rawDevice_;
-}
+const MireloModelType& MireloModel::getModelType() const { return modelType_; }
+const ModelTarget& MireloModel::getModelTarget() const { return target_; }
+const Filepath& MireloModel::getRootDir() const { return rootDir_; }
+std::shared_ptr<Device> MireloModel::getDevice() const { return device_; }
+Device* MireloModel::getDeviceRawPointer() const { return rawDevice_; }
 
 const ModelRuntimeStatus& MireloModel::getRuntimeStatus() const {
     if (runtimeStatus_ == nullptr) throw InvalidOperationException("The model is not registered");

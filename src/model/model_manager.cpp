@@ -9,21 +9,15 @@ namespace {
 
 constexpr uint64_t kNoLimit = std::numeric_limits<uint64_t>::max();
 
-MireloStatus nullModel() {
-    return {INVALID_ARGUMENTS, "The model must not be null"};
-}
+MireloStatus nullModel() { return {INVALID_ARGUMENTS, "The model must not be null"}; }
 
 }  // namespace
 
 ModelRuntimeStatus::ModelRuntimeStatus(uint64_t maxAllowedMemoryConsumption, std::shared_ptr<MireloModel> model)
     : maxAllowedMemoryConsumption_(maxAllowedMemoryConsumption), model_(std::move(model)) {}
 
-const std::shared_ptr<MireloModel>& ModelRuntimeStatus::getModel() const {
-    return model_;
-}
-uint64_t ModelRuntimeStatus::getCurrentMemoryConsumption() const {
-    return currentMemoryConsumption_;
-}
+const std::shared_ptr<MireloModel>& ModelRuntimeStatus::getModel() const { return model_; }
+uint64_t ModelRuntimeStatus::getCurrentMemoryConsumption() const { return currentMemoryConsumption_; }
 
 MireloStatus ModelRuntimeStatus::setCurrentMemoryConsumption(uint64_t bytes) {
     if (bytes >= maxAllowedMemoryConsumption_) return {SUCCESS, ""};
@@ -54,12 +48,8 @@ RuntimeStatus::RuntimeStatus(std::vector<std::shared_ptr<MireloModel>> models) :
     loadedModels_ = std::move(models);
 }
 
-std::vector<std::shared_ptr<MireloModel>> RuntimeStatus::getLoadedModels() {
-    return loadedModels_;
-}
-std::vector<ModelRuntimeStatus> RuntimeStatus::getModelsRuntimeStatus() {
-    return statuses_;
-}
+std::vector<std::shared_ptr<MireloModel>> RuntimeStatus::getLoadedModels() { return loadedModels_; }
+std::vector<ModelRuntimeStatus> RuntimeStatus::getModelsRuntimeStatus() { return statuses_; }
 
 ModelRuntimeStatus RuntimeStatus::getModelRuntimeStatus(std::shared_ptr<MireloModel> model) {
     const auto found = std::find_if(statuses_.begin(), statuses_.end(),
@@ -70,20 +60,18 @@ ModelRuntimeStatus RuntimeStatus::getModelRuntimeStatus(std::shared_ptr<MireloMo
 
 uint64_t RuntimeStatus::getTotalMemoryConsumption() {
     uint64_t total = 0;
-    for (const ModelRuntimeStatus& status : statuses_)
-        total += status.getCurrentMemoryConsumption();
+    for (const ModelRuntimeStatus& status : statuses_) total += status.getCurrentMemoryConsumption();
     return total;
 }
 
-uint64_t RuntimeStatus::getMaxAllowedTotalMemory() {
-    return maxAllowedTotalMemory_;
-}
+// NOLINTNEXTLINE(readability-make-member-function-const): as its siblings, which are fixed
+uint64_t RuntimeStatus::getMaxAllowedTotalMemory() { return maxAllowedTotalMemory_; }
 
 ModelManager::ModelManager() = default;
 ModelManager::~ModelManager() = default;
 
 MireloStatus ModelManager::registerModel(const std::shared_ptr<MireloModel>& model) {
-    // Both operations work on a reference of their own: the argument may lie in the very record that is released here.
+    // The argument may lie in the very record that is released here. NOLINTNEXTLINE(*-unnecessary-copy-initialization)
     const std::shared_ptr<MireloModel> held = model;
     if (held == nullptr) return nullModel();
     const auto record = std::make_shared<ModelRuntimeStatus>(kNoLimit, held);
@@ -93,6 +81,7 @@ MireloStatus ModelManager::registerModel(const std::shared_ptr<MireloModel>& mod
 }
 
 MireloStatus ModelManager::unloadModel(const std::shared_ptr<MireloModel>& model) {
+    // As above. NOLINTNEXTLINE(*-unnecessary-copy-initialization)
     const std::shared_ptr<MireloModel> held = model;
     if (held == nullptr) return nullModel();
     MireloStatus status = held->doUnload();
@@ -103,8 +92,6 @@ MireloStatus ModelManager::unloadModel(const std::shared_ptr<MireloModel>& model
     return status;
 }
 
-RuntimeStatus ModelManager::getRuntimeStatus() {
-    return RuntimeStatus(models_);
-}
+RuntimeStatus ModelManager::getRuntimeStatus() { return RuntimeStatus(models_); }
 
 }  // namespace TarnoMirelo

@@ -19,9 +19,7 @@ const std::string& versionText() {
 
 }  // namespace
 
-std::string getLibraryVersion() {
-    return versionText();
-}
+std::string getLibraryVersion() { return versionText(); }
 
 void UsageReporting::addUsageProperties(MireloStatus& status, const std::string& method, MireloModelType modelType,
                                         const std::shared_ptr<const std::string>& modelName) {

@@ -8,12 +8,8 @@ Exception::Exception(const std::string& message) : Exception(message, UNKNOWN_ER
 Exception::Exception(const std::string& message, const STATUS_CODE& code) : message_(message), code_(code) {}
 Exception::~Exception() = default;
 
-const char* Exception::what() const noexcept {
-    return message_.c_str();
-}
-STATUS_CODE Exception::getStatusCode() const {
-    return code_;
-}
+const char* Exception::what() const noexcept { return message_.c_str(); }
+STATUS_CODE Exception::getStatusCode() const { return code_; }
 
 FileException::FileException(const std::string& message) : Exception(message, FILE_ERROR) {}
 

@@ -8,25 +8,15 @@ MireloStatus::MireloStatus() = default;
 
 MireloStatus::MireloStatus(STATUS_CODE code, const std::string& description) : code_(code), description_(description) {}
 
-STATUS_CODE MireloStatus::getCode() const {
-    return code_;
-}
+STATUS_CODE MireloStatus::getCode() const { return code_; }
 
-void MireloStatus::setCode(STATUS_CODE code) {
-    code_ = code;
-}
+void MireloStatus::setCode(STATUS_CODE code) { code_ = code; }
 
-std::string MireloStatus::getDescription() const {
-    return description_;
-}
+std::string MireloStatus::getDescription() const { return description_; }
 
-void MireloStatus::setDescription(std::string description) {
-    description_ = std::move(description);
-}
+void MireloStatus::setDescription(std::string description) { description_ = std::move(description); }
 
-std::string MireloStatus::getProperty(const std::string& key) const {
-    return getPropertyMap().at(key);
-}
+std::string MireloStatus::getProperty(const std::string& key) const { return getPropertyMap().at(key); }
 
 MireloStatus::PropertyMap MireloStatus::getPropertyMap() const {
     PropertyMap properties = properties_;
@@ -34,13 +24,9 @@ MireloStatus::PropertyMap MireloStatus::getPropertyMap() const {
     return properties;
 }
 
-bool MireloStatus::ok() const {
-    return code_ == SUCCESS;
-}
+bool MireloStatus::ok() const { return code_ == SUCCESS; }
 
-bool MireloStatus::warn() const {
-    return code_ == WARNING;
-}
+bool MireloStatus::warn() const { return code_ == WARNING; }
 
 void MireloStatus::setProperty(const std::string& key, const std::string& value) {
     if (usage_.write != nullptr) {  // the stamp was first: its keys win over this one

@@ -13,9 +13,7 @@ constexpr uint64_t kLargestBuffer = static_cast<uint64_t>(std::numeric_limits<pt
 
 }  // namespace
 
-void AlignedBufferRelease::operator()(uint8_t* /*buffer*/) const noexcept {
-    std::free(allocation);
-}
+void AlignedBufferRelease::operator()(uint8_t* /*buffer*/) const noexcept { std::free(allocation); }
 
 uint64_t allocationSize(std::optional<int64_t> byteCount) {
     return byteCount ? static_cast<uint64_t>(*byteCount) : std::numeric_limits<uint64_t>::max();

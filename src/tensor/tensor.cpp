@@ -11,16 +11,10 @@ ITensor::ITensor(DataType dataType) : ITensor(dataType, TensorShape(-1)) {}
 ITensor::ITensor(DataType dataType, TensorShape shape) : dataType_(dataType), shape_(std::move(shape)) {}
 ITensor::~ITensor() = default;
 
-const TensorShape& ITensor::shape() const {
-    return shape_;
-}
-const DataType& ITensor::dataType() const {
-    return dataType_;
-}
+const TensorShape& ITensor::shape() const { return shape_; }
+const DataType& ITensor::dataType() const { return dataType_; }
 
-int64_t ITensor::bytes() const {
-    return hasVariableShape() ? byteCount_ : wrappingByteCount(dataType_, shape_);
-}
+int64_t ITensor::bytes() const { return hasVariableShape() ? byteCount_ : wrappingByteCount(dataType_, shape_); }
 
 MireloStatus ITensor::resize(const TensorShape& newShape) {
     const std::optional<int64_t> newBytes = checkedByteCount(dataType_, newShape);
@@ -37,18 +31,10 @@ MireloStatus ITensor::resize(const TensorShape& newShape) {
     return {SUCCESS, ""};
 }
 
-TensorShape ITensor::stride() {
-    return getStrideFromShape(shape());
-}
-bool ITensor::hasVariableShape() const {
-    return false;
-}
-bool ITensor::tensorChanged() const {
-    return false;
-}
-bool ITensor::onDevice() const {
-    return false;
-}
+TensorShape ITensor::stride() { return getStrideFromShape(shape()); }
+bool ITensor::hasVariableShape() const { return false; }
+bool ITensor::tensorChanged() const { return false; }
+bool ITensor::onDevice() const { return false; }
 
 MireloStatus ITensor::allocateShape(const TensorShape& /*newShape*/) {
     return {INVALID_OPERATION, "This tensor is not variable"};
@@ -64,9 +50,7 @@ TensorShape ITensor::getStrideFromShape(const TensorShape& shape) {
     return strides;
 }
 
-void ITensor::setByteCount(int64_t bytes) {
-    byteCount_ = bytes;
-}
+void ITensor::setByteCount(int64_t bytes) { byteCount_ = bytes; }
 
 Tensor::Tensor(DataType dataType) : ITensor(dataType) {}
 
@@ -76,12 +60,8 @@ Tensor::Tensor(DataType dataType, TensorShape shape)
 
 Tensor::~Tensor() = default;
 
-const uint8_t* Tensor::buffer() const {
-    return buffer_.get();
-}
-uint8_t* Tensor::buffer() {
-    return buffer_.get();
-}
+const uint8_t* Tensor::buffer() const { return buffer_.get(); }
+uint8_t* Tensor::buffer() { return buffer_.get(); }
 
 bool Tensor::allocateBufferOfSize(uint64_t size) {
     buffer_ = allocateZeroed(size);
@@ -106,28 +86,18 @@ BufferWrappedTensor::BufferWrappedTensor(DataType dataType, TensorShape shape, u
 
 BufferWrappedTensor::~BufferWrappedTensor() = default;
 
-const uint8_t* BufferWrappedTensor::buffer() const {
-    return buffer_;
-}
-uint8_t* BufferWrappedTensor::buffer() {
-    return buffer_;
-}
+const uint8_t* BufferWrappedTensor::buffer() const { return buffer_; }
+uint8_t* BufferWrappedTensor::buffer() { return buffer_; }
 
-bool BufferWrappedTensor::allocateBufferOfSize(uint64_t /*size*/) {
-    return false;
-}
+bool BufferWrappedTensor::allocateBufferOfSize(uint64_t /*size*/) { return false; }
 
 DeviceTensor::DeviceTensor(DataType dataType, TensorShape shape, bool shared)
     : ITensor(dataType, std::move(shape)), shared_(shared) {}
 
 DeviceTensor::~DeviceTensor() = default;
 
-bool DeviceTensor::onDevice() const {
-    return true;
-}
-bool DeviceTensor::isShared() const {
-    return shared_;
-}
+bool DeviceTensor::onDevice() const { return true; }
+bool DeviceTensor::isShared() const { return shared_; }
 
 bool DeviceTensor::allocateBufferOfSize(uint64_t /*size*/) {
     throw InvalidOperationException("allocateBufferOfSize without a specific device is not allowed for DeviceTensor");

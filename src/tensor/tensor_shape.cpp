@@ -27,28 +27,20 @@ TensorShape::TensorShape(int64_t d0, int64_t d1, int64_t d2, int64_t d3) : dimen
 TensorShape::TensorShape(int64_t d0, int64_t d1, int64_t d2, int64_t d3, int64_t d4)
     : dimensions_{d0, d1, d2, d3, d4} {}
 
-bool TensorShape::valid() const {
-    return true;
-}
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a property of the shape to its callers
+bool TensorShape::valid() const { return true; }
 
 int64_t TensorShape::size() const {
     int64_t count = 1;
-    for (const int64_t dimension : dimensions_)
-        count = wrappingProduct(count, dimension);
+    for (const int64_t dimension : dimensions_) count = wrappingProduct(count, dimension);
     return count;
 }
 
-uint64_t TensorShape::dimension() const {
-    return dimensions_.size();
-}
+uint64_t TensorShape::dimension() const { return dimensions_.size(); }
 
-int64_t* TensorShape::data() {
-    return dimensions_.data();
-}
+int64_t* TensorShape::data() { return dimensions_.data(); }
 
-std::vector<int64_t> TensorShape::shapeVector() const {
-    return dimensions_;
-}
+std::vector<int64_t> TensorShape::shapeVector() const { return dimensions_; }
 
 int64_t& TensorShape::operator[](uint64_t index) {
     return const_cast<int64_t&>(static_cast<const TensorShape&>(*this)[index]);  // the object itself is not const
@@ -61,28 +53,14 @@ const int64_t& TensorShape::operator[](uint64_t index) const {
     return dimensions_[index];
 }
 
-bool TensorShape::operator==(const TensorShape& other) const {
-    return dimensions_ == other.dimensions_;
-}
-bool TensorShape::operator!=(const TensorShape& other) const {
-    return !(*this == other);
-}
-bool TensorShape::compare(const TensorShape& other) const {
-    return *this == other;
-}
+bool TensorShape::operator==(const TensorShape& other) const { return dimensions_ == other.dimensions_; }
+bool TensorShape::operator!=(const TensorShape& other) const { return !(*this == other); }
+bool TensorShape::compare(const TensorShape& other) const { return *this == other; }
 
-std::vector<int64_t> TensorShape::getHW() const {
-    return lastDimensions(dimensions_, 2);
-}
-std::vector<int64_t> TensorShape::getCHW() const {
-    return lastDimensions(dimensions_, 3);
-}
-std::vector<int64_t> TensorShape::getNCHW() const {
-    return lastDimensions(dimensions_, 4);
-}
-std::vector<int64_t> TensorShape::getNDCHW() const {
-    return lastDimensions(dimensions_, 5);
-}
+std::vector<int64_t> TensorShape::getHW() const { return lastDimensions(dimensions_, 2); }
+std::vector<int64_t> TensorShape::getCHW() const { return lastDimensions(dimensions_, 3); }
+std::vector<int64_t> TensorShape::getNCHW() const { return lastDimensions(dimensions_, 4); }
+std::vector<int64_t> TensorShape::getNDCHW() const { return lastDimensions(dimensions_, 5); }
 
 std::vector<int64_t> TensorShape::getNHWC() const {
     std::vector<int64_t> view = getNCHW();

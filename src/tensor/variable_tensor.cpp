@@ -10,29 +10,17 @@ VariableTensor::VariableTensor(DataType dataType, const TensorShape& shape)
 
 VariableTensor::~VariableTensor() = default;
 
-const TensorShape& VariableTensor::shape() const {
-    return currentShape_;
-}
-int64_t VariableTensor::bytes() const {
-    return wrappingByteCount(elementType_, currentShape_);
-}
+const TensorShape& VariableTensor::shape() const { return currentShape_; }
+int64_t VariableTensor::bytes() const { return wrappingByteCount(elementType_, currentShape_); }
 
 MireloStatus VariableTensor::resize(const TensorShape& /*newShape*/) {
     return {INVALID_SHAPE, "Resizing is not allowed. Use allocateShape() to modify variable dimensions"};
 }
 
-const uint8_t* VariableTensor::buffer() const {
-    return buffer_.get();
-}
-uint8_t* VariableTensor::buffer() {
-    return buffer_.get();
-}
-bool VariableTensor::hasVariableShape() const {
-    return true;
-}
-bool VariableTensor::tensorChanged() const {
-    return changed_;
-}
+const uint8_t* VariableTensor::buffer() const { return buffer_.get(); }
+uint8_t* VariableTensor::buffer() { return buffer_.get(); }
+bool VariableTensor::hasVariableShape() const { return true; }
+bool VariableTensor::tensorChanged() const { return changed_; }
 
 MireloStatus VariableTensor::allocateShape(const TensorShape& newShape) {
     if (newShape.dimension() != currentShape_.dimension()) {
@@ -54,8 +42,6 @@ MireloStatus VariableTensor::allocateShape(const TensorShape& newShape) {
     return {SUCCESS, ""};
 }
 
-bool VariableTensor::allocateBufferOfSize(uint64_t /*size*/) {
-    return false;
-}
+bool VariableTensor::allocateBufferOfSize(uint64_t /*size*/) { return false; }
 
 }  // namespace TarnoMirelo

@@ -1,0 +1,18 @@
+#include <TarnoMirelo/config.h>
+
+#include <utility>
+
+namespace TarnoMirelo {
+
+MireloConfig::MireloConfig() = default;
+
+void MireloConfig::SetLogger(const std::shared_ptr<ILogProcessor>& logger) { logger_ = logger; }
+std::shared_ptr<ILogProcessor> MireloConfig::GetLogger() const { return logger_; }
+
+void MireloConfig::RegisterGetJNIEnvFxn(JNIEnvFunction function) { jniEnvFunction_ = std::move(function); }
+const MireloConfig::JNIEnvFunction& MireloConfig::GetRegisteredJNIEnvFxn() const { return jniEnvFunction_; }
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): what there may be to load belongs to the object
+MireloStatus MireloConfig::load() { return {}; }
+
+}  // namespace TarnoMirelo

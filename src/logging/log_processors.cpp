@@ -1,0 +1,128 @@
+#include "files/platform.h"
+#include "logging/clock.h"
+
+#include <TarnoMirelo/logging.h>
+
+#include <iostream>
+#include <stdexcept>
+
+namespace TarnoMirelo {
+namespace {
+
+constexpr size_t kRuleWidth = 60;
+constexpr size_t kHeaderRoom = 47;  // of a rule's width, for title and value
+constexpr size_t kLongText = 36;    // a header's text from here on ends the line
+
+constexpr int64_t kTicksPerHour = 36'000'000'000;
+constexpr int64_t kTicksPerMinute = 600'000'000;
+constexpr int64_t kTicksPerSecond = 10'000'000;
+constexpr int64_t kTicksPerMillisecond = 10'000;
+
+void appendTwoDigits(std::string& text, int64_t number) {
+    const std::string digits = std::to_string(number);
+    if (digits.size() < 2) text += '0';
+    text += digits;
+}
+
+}  // namespace
+
+ILogProcessor::ILogProcessor() = default;
+ILogProcessor::~ILogProcessor() = default;
+
+LogProcessorOStream::LogProcessorOStream() : LogProcessorOStream(std::cout) {}
+LogProcessorOStream::LogProcessorOStream(std::ostream& stream) : stream_(&stream) {}
+LogProcessorOStream::~LogProcessorOStream() = default;
+
+void LogProcessorOStream::Process(const LogEntry& entry) { *stream_ << entry.message.c_str() << std::endl; }
+
+LogProcessorFileSystem::LogProcessorFileSystem(const std::string& directory, const std::string& fileName, bool disabled)
+    : disabled_(disabled) {
+    Open(directory + "/" + fileName);
+}
+
+LogProcessorFileSystem::~LogProcessorFileSystem() = default;
+
+void LogProcessorFileSystem::Process(const LogEntry& entry) {
+    if (file_.is_open()) file_ << entry.message.c_str() << std::endl;
+}
+
+bool LogProcessorFileSystem::Open(const std::string& path) {
+    Close();
+    if (disabled_) return false;
+    try {
+        file_ = Platform::openToWrite(path.c_str(), std::ios::in | std::ios::out | std::ios::ate);
+        if (!file_.is_open()) file_ = Platform::openToWrite(path.c_str(), std::ios::trunc);
+    } catch (const std::range_error&) {
+        return false;  // no path: the sink stays inert, as without a file
+    }
+    WriteSeparator();
+    return file_.is_open();
+}
+
+bool LogProcessorFileSystem::Close() {
+    file_.close();
+    return true;
+}
+
+void LogProcessorFileSystem::WriteSeparator() {
+    if (!file_.is_open()) return;
+    if (file_.tellp() != std::ofstream::pos_type(0)) file_ << "\n\n\n";
+    const std::string rule(kRuleWidth, '=');
+    file_ << rule << '\n' << rule << std::endl;
+}
+
+void LogProcessorFileSystem::WriteHeader(const std::string& title, const std::string& value) {
+    writeHeader(title, value, value.size() < kLongText);
+}
+
+void LogProcessorFileSystem::WriteHeader(const std::string& title, int32_t value) {
+    writeHeader(title, std::to_string(value), true);
+}
+
+void LogProcessorFileSystem::writeHeader(const std::string& title, const std::string& value, bool closed) {
+    if (!file_.is_open()) return;
+    const size_t used = title.size() + value.size();
+    file_ << "===== " << title << ": " << value;
+    if (closed) file_ << std::string(used < kHeaderRoom ? kHeaderRoom - used : 0, ' ') << "=====";
+    file_ << std::endl;
+}
+
+LogProcessorContainer::LogProcessorContainer() = default;
+LogProcessorContainer::~LogProcessorContainer() = default;
+
+void LogProcessorContainer::Process(const LogEntry& entry) {
+    for (const auto& processor : processors_) processor->Process(entry);
+}
+
+void LogProcessorContainer::AddProcessor(std::shared_ptr<ILogProcessor> processor) {
+    if (processor != nullptr) processors_.push_back(std::move(processor));
+}
+
+uint64_t LogProcessorContainer::GetProcessorCount() const { return processors_.size(); }
+
+DebugLogFormat::DebugLogFormat() : DebugLogFormat(currentTicks()) {}
+DebugLogFormat::DebugLogFormat(int64_t startTime) : startTime_(startTime) {}
+
+bool DebugLogFormat::Format(LogEntry& out, const LogEntry& in) const {
+    // Modulo 2^64: any two times have a difference.
+    const auto elapsed = static_cast<int64_t>(static_cast<uint64_t>(in.timestamp) - static_cast<uint64_t>(startTime_));
+    std::string message = "(";
+    appendTwoDigits(message, elapsed / kTicksPerHour);
+    message += ':';
+    appendTwoDigits(message, elapsed % kTicksPerHour / kTicksPerMinute);
+    message += ':';
+    appendTwoDigits(message, elapsed % kTicksPerMinute / kTicksPerSecond);
+    message += ':';
+    appendTwoDigits(message, elapsed % kTicksPerSecond / kTicksPerMillisecond);
+    message.append(") ").append(in.message.c_str()).append("[").append(std::to_string(in.value)).append("]");
+    out.target = in.target;
+    out.severity = in.severity;
+    out.value = in.value;
+    out.timestamp = in.timestamp;
+    out.message = std::move(message);
+    return true;
+}
+
+template class LogProcessorFormatter<DebugLogFormat>;
+
+}  // namespace TarnoMirelo

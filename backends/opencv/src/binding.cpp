@@ -70,9 +70,7 @@ void giveShape(ITensor& tensor, const TensorShape& result) {
     if (!status.ok()) throw Exception(status.getDescription(), status.getCode());
 }
 
-size_t byteCount(const cv::Mat& matrix) {
-    return matrix.total() * matrix.elemSize();
-}
+size_t byteCount(const cv::Mat& matrix) { return matrix.total() * matrix.elemSize(); }
 
 // A matrix for `rows` matrices of the form of `row`, one after the other.
 cv::Mat stackOf(const cv::Mat& row, int rows) {
@@ -94,8 +92,7 @@ void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
     const Ports& ports = network_->inputs();
     const std::vector<size_t> indices = ports.indicesOf(inputs);
     std::vector<std::shared_ptr<const ITensor>> tensors(ports.size());
-    for (size_t i = 0; i < inputs.size(); ++i)
-        tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
+    for (size_t i = 0; i < inputs.size(); ++i) tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
     for (size_t i = 0; i < ports.size(); ++i) {
         if (tensors[i] == nullptr) throw InvalidArgumentsException(ports.about(i, "missing"));
         const std::optional<int> depth = toEngineDepth(tensors[i]->dataType());
@@ -159,8 +156,7 @@ void Binding::run() {
 
 bool Binding::hasSameForm(const Binding& other) const {
     bool same = inputShapes_ == other.inputShapes_ && outputNames_ == other.outputNames_;
-    for (size_t i = 0; same && i < inputs_.size(); ++i)
-        same = inputs_[i].type() == other.inputs_[i].type();
+    for (size_t i = 0; same && i < inputs_.size(); ++i) same = inputs_[i].type() == other.inputs_[i].type();
     return same;
 }
 
@@ -172,8 +168,7 @@ void Binding::runRows(std::vector<Binding>& rows) {
     if (count > 1 && sameForm && first.network_->stacks(first.inputShapes_, count)) {
         runStacked(rows);
     } else {
-        for (Binding& row : rows)
-            row.run();
+        for (Binding& row : rows) row.run();
     }
 }
 
@@ -189,8 +184,7 @@ void Binding::runStacked(std::vector<Binding>& rows) {
         }
     }
     std::vector<cv::Mat> outputs;
-    for (const cv::Mat& output : first.outputs_)
-        outputs.push_back(stackOf(output, count));
+    for (const cv::Mat& output : first.outputs_) outputs.push_back(stackOf(output, count));
     first.network_->forward(inputs, first.outputNames_, outputs);
     for (size_t i = 0; i < outputs.size(); ++i) {
         const size_t size = byteCount(first.outputs_[i]);

@@ -1,24 +1,15 @@
 #include "binding.h"
 #include "network.h"
+#include "operator_layer.h"
 
 #include <TarnoMirelo/opencv.h>
 
+#include <chrono>
 #include <unordered_map>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
 namespace {
-
-// The hooks raise nothing: what was refused on the way becomes their status.
-template <typename Work>
-MireloStatus statusOf(const Work& work) {
-    try {
-        work();
-        return {SUCCESS, ""};
-    } catch (...) {
-        return getStatusFromCurrentException();
-    }
-}
 
 std::string about(const ModelComponent& component, const std::string& text) {
     return "Component \"" + component.name + "\": " + text;
@@ -48,6 +39,8 @@ std::shared_ptr<Network> readFile(const ModelComponent& component, const Filepat
 }
 
 std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
+    OperatorLayers operators;  // until the network has got its layers
+    operators.registerAll();
     try {
         if (component.type == ComponentKind::File) return readFile(component, rootDir, target);
         if (component.type == ComponentKind::MemoryStream) {
@@ -80,10 +73,42 @@ std::vector<MireloModel::Outputs> rowsOf(const MireloModel::Outputs& features, s
 
 }  // namespace
 
-Model::Model(const std::string& name, std::shared_ptr<Device> device) : MireloModel(name, std::move(device)) {}
-Model::Model(const std::string& name, Device* device) : MireloModel(name, device) {}
-Model::Model(const std::string& name, MireloModelType type) : MireloModel(name, type) {}
+Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config)
+    : MireloModel(name, std::move(device)), config_(std::move(config)) {}
+Model::Model(const std::string& name, Device* device, MireloConfig config)
+    : MireloModel(name, device), config_(std::move(config)) {}
+Model::Model(const std::string& name, MireloModelType type, MireloConfig config)
+    : MireloModel(name, type), config_(std::move(config)) {}
 Model::~Model() = default;
+
+// The hooks raise nothing: what was refused on the way becomes their status.
+template <typename Work>
+MireloStatus Model::statusOf(const Work& work) const {
+    try {
+        work();
+        return {SUCCESS, ""};
+    } catch (...) {
+        MireloStatus status = getStatusFromCurrentException();
+        if (status.getCode() == ML_FRAMEWORK_ERROR) log(LogSeverity::Error, status.getDescription());
+        return status;
+    }
+}
+
+// What was done is not undone by how it is shown: nothing that happens here disturbs the operation.
+void Model::log(LogSeverity severity, const std::string& message) const {
+    try {
+        const std::string text = "OpenCV model \"" + getName() + "\": " + message;
+        const std::shared_ptr<ILogProcessor> sink = config_.GetLogger();
+        if (sink == nullptr) {
+            _Report_(false, LogProcessorTarget::None, severity, text);
+            return;
+        }
+        LogEntry entry;
+        Logger::GenerateLogEntry(entry, text, LogProcessorTarget::None, severity, static_cast<uint64_t>(-1));
+        sink->Process(entry);
+    } catch (...) {
+    }
+}
 
 const std::shared_ptr<Network>& Model::loadedNetwork() const {
     if (network_ == nullptr) throw InvalidOperationException("The model is not loaded");
@@ -105,11 +130,14 @@ void Model::reportMemory() const {
 
 MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
     network_.reset();
-    const MireloStatus status = statusOf([&] {
+    MireloStatus status = statusOf([&] {
         if (components.size() > 1) {
             throw ModelMetaDataException(about(components[1], "a target has one component, a network"));
         }
+        const auto start = std::chrono::steady_clock::now();
         network_ = read(components.front(), getRootDir(), getModelTarget());
+        const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+        log(LogSeverity::Info, about(components.front(), "loaded in " + std::to_string(time.count()) + " ms"));
     });
     reportMemory();
     return status;
@@ -117,6 +145,7 @@ MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
 
 MireloStatus Model::onUnload() {
     return statusOf([&] {
+        if (network_ != nullptr) log(LogSeverity::Info, "unloaded");
         network_.reset();
         reportMemory();
     });
@@ -147,14 +176,12 @@ MireloStatus Model::onPredictBatch(const Inputs& inputs, Outputs& outputs) const
         std::vector<Outputs> results = rowsOf(outputs, batch.features.size());
         std::vector<Binding> rows;
         rows.reserve(batch.features.size());
-        for (size_t i = 0; i < results.size(); ++i)
-            rows.emplace_back(network, batch.features[i], results[i], 1);
+        for (size_t i = 0; i < results.size(); ++i) rows.emplace_back(network, batch.features[i], results[i], 1);
         Binding::runRows(rows);
         reportMemory();
         if (!outputs.empty()) return;
         Outputs flat;
-        for (const Outputs& row : results)
-            flat.insert(flat.end(), row.begin(), row.end());
+        for (const Outputs& row : results) flat.insert(flat.end(), row.begin(), row.end());
         outputs = std::move(flat);
     });
 }

@@ -19,15 +19,13 @@ auto engine(const Call& call) {
         throw;
     } catch (const std::exception& exception) {
         std::string text = exception.what();
-        text.erase(text.find_last_not_of('\n') + 1);
+        text.erase(text.find_last_not_of("\n >") + 1);  // the engine ends its texts with a prompt and a line feed
         throw MLFrameworkException(text);
     }
 }
 
 // Whether the shape may be that of one row among several.
-bool isRow(const TensorShape& shape) {
-    return shape.dimension() > 1 && (shape[0] == 1 || shape[0] == -1);
-}
+bool isRow(const TensorShape& shape) { return shape.dimension() > 1 && (shape[0] == 1 || shape[0] == -1); }
 
 }  // namespace
 
@@ -82,7 +80,8 @@ std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
 Network::Network(const char* onnx, size_t size, const ModelTarget& target)
     : inputs_("Input", target.inputs),
       outputs_("Output", target.outputs),
-      net_(engine([&] { return cv::dnn::readNetFromONNX(onnx, size); })) {
+      net_(engine([&] { return cv::dnn::readNetFromONNX(onnx, size); })),
+      depths_(inputs_.size(), -1) {
     engine([&] {
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
@@ -91,8 +90,7 @@ Network::Network(const char* onnx, size_t size, const ModelTarget& target)
     });
     if (const std::optional<EngineShapes> shapes = fixedInputs(1)) {
         inferOutputs(*shapes);
-        for (size_t i = 0; i < outputs_.size(); ++i)
-            resultShape(i, inferred_[i], 1);
+        for (size_t i = 0; i < outputs_.size(); ++i) resultShape(i, inferred_[i], 1);
     }
 }
 
@@ -116,8 +114,7 @@ void Network::locatePorts() {
 uint64_t Network::countWeightBytes() {
     uint64_t bytes = 0;
     for (const std::string& name : net_.getLayerNames()) {
-        for (const cv::Mat& blob : net_.getLayer(net_.getLayerId(name))->blobs)
-            bytes += blob.total() * blob.elemSize();
+        for (const cv::Mat& blob : net_.getLayer(net_.getLayerId(name))->blobs) bytes += blob.total() * blob.elemSize();
     }
     return bytes;
 }
@@ -179,8 +176,8 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
 }
 
 TensorShape Network::resultShape(size_t output, const EngineShape& result, int64_t rows) const {
-    const TensorShape found(std::vector<int64_t>(result.begin(), result.end()));
-    const TensorShape declared = outputs_[output].shapeOf(rows);
+    TensorShape found(std::vector<int64_t>(result.begin(), result.end()));
+    TensorShape declared = outputs_[output].shapeOf(rows);
     if (fits(found, declared)) return found;
     // The engine's matrices have two dimensions at least, so a shape of one or none comes back with another rank.
     if (declared.dimension() < 2 && declared.size() == found.size()) return declared;
@@ -207,11 +204,22 @@ bool Network::stacks(const EngineShapes& row, int rows) {
     }
 }
 
+// The engine tells a new input from the one before by its shape alone. One of the same shape and another element type
+// would be put aside, and the former one used again; so an input of another shape comes between them.
+void Network::setInput(size_t index, const cv::Mat& input) {
+    if (depths_[index] != input.depth()) {
+        EngineShape other(input.size.p, input.size.p + input.dims);
+        ++other.back();
+        net_.setInput(cv::Mat(other, input.type(), cv::Scalar(0)), inputs_[index].name);
+        depths_[index] = input.depth();
+    }
+    net_.setInput(input, inputs_[index].name);
+}
+
 void Network::forward(const std::vector<cv::Mat>& inputs, const std::vector<std::string>& outputNames,
                       std::vector<cv::Mat>& outputs) {
     engine([&] {
-        for (size_t i = 0; i < inputs.size(); ++i)
-            net_.setInput(inputs[i], inputs_[i].name);
+        for (size_t i = 0; i < inputs.size(); ++i) setInput(i, inputs[i]);
         net_.forward(outputs, outputNames);
     });
 }

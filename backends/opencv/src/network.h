@@ -95,6 +95,7 @@ class Network {
  private:
     void locatePorts();
     uint64_t countWeightBytes();
+    void setInput(size_t index, const cv::Mat& input);
     bool hasRows() const;
     /// The shapes of the inputs for that many rows by the manifest alone; nothing where a dimension is variable.
     std::optional<EngineShapes> fixedInputs(int rows) const;
@@ -102,6 +103,7 @@ class Network {
     Ports inputs_;
     Ports outputs_;
     cv::dnn::Net net_;
+    std::vector<int> depths_;           // the element type of each input, as it was set last
     std::vector<size_t> engineInputs_;  // the engine's index of each input
     std::vector<int> engineOutputs_;    // the engine's id of the layer behind each output
     int64_t batchSize_ = 1;

@@ -3,7 +3,14 @@
 /// @file
 /// A backend over OpenCV's dnn module: runs the ONNX component of a "WinML" target on any desktop's CPU.
 
+#include <TarnoMirelo/config.h>
+#include <TarnoMirelo/logging.h>
 #include <TarnoMirelo/model.h>
+#include <TarnoMirelo/operators.h>
+
+#include <memory>
+#include <string>
+#include <vector>
 
 #if defined(SDK_CORE_OPENCV_BUILDING)  // set while the backend itself is compiled, never by its users
 #define MIRELO_OPENCV_API MIRELO_EXPORT_SYMBOL
@@ -14,6 +21,27 @@
 namespace TarnoMirelo::OpenCv {
 
 class Network;
+
+/// An operator that the engine lacks, computed by the host on the CPU.
+///
+/// The host registers a factory under the name that the engine has for the node, its domain and its type with a dot
+/// between, as in "com.example.Normalize", and finalises the registry before it loads the model. Each node of that name
+/// gets an operator of its own, which lives as long as the loaded network and is called on the thread that predicts.
+///
+/// Elements are floats. The inputs of a node that are constants come after its others. What an operator raises, or
+/// returns as a failure, becomes the status of the model's operation.
+class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
+ public:
+    Operator();
+    ~Operator() override;
+
+    /// The shapes of the outputs for these shapes of the inputs. There are two dimensions at least, and 0 stands for
+    /// one that is not known yet. Called for shapes that are never computed, too.
+    virtual std::vector<TensorShape> outputShapes(const std::vector<TensorShape>& inputs) const = 0;
+    /// Computes every element of the outputs. The tensors are borrowed for the call.
+    virtual MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
+                                 const std::vector<std::shared_ptr<ITensor>>& outputs) = 0;
+};
 
 /// A model that OpenCV runs.
 ///
@@ -50,15 +78,21 @@ class Network;
 /// **Memory**: what weights and blobs take by the engine's own account is reported through the model's record at the
 /// first operation after the model was registered, kept up to date as shapes change, and taken back by the unload.
 ///
+/// **Log**: the load of a component with its time, an unload, and every failure of the engine are reported to the
+/// configuration's sink, else through `_Report_`. The engine itself writes to standard error when a network is
+/// malformed; OPENCV_LOG_LEVEL=SILENT in the process's environment stops that.
+///
 /// **Threads**: no two operations on one model may overlap, const ones included, for the engine's network serves one
-/// call at a time. Distinct models are independent.
+/// call at a time. Distinct models are independent, apart from the sink and the logger, which the host keeps calls
+/// apart for.
 class MIRELO_OPENCV_API Model : public MireloModel {
  public:
     /// @param device  shared with the model; its model type is adopted, the rest is not looked at
-    Model(const std::string& name, std::shared_ptr<Device> device);
+    /// @param config  copied; its sink gets what the model reports
+    Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config = MireloConfig());
     /// @param device  outlives the model
-    Model(const std::string& name, Device* device);
-    Model(const std::string& name, MireloModelType type);
+    Model(const std::string& name, Device* device, MireloConfig config = MireloConfig());
+    Model(const std::string& name, MireloModelType type, MireloConfig config = MireloConfig());
     ~Model() override;
 
  protected:
@@ -71,9 +105,13 @@ class MIRELO_OPENCV_API Model : public MireloModel {
     MireloStatus onSetBatchSize(const unsigned int& batchSize) override;
 
  private:
+    template <typename Work>
+    MireloStatus statusOf(const Work& work) const;
     const std::shared_ptr<Network>& loadedNetwork() const;
     void reportMemory() const;
+    void log(LogSeverity severity, const std::string& message) const;
 
+    MireloConfig config_;
     std::shared_ptr<Network> network_;                      // empty while not loaded; bindings share it
     mutable std::weak_ptr<ModelRuntimeStatus> reportedTo_;  // the record that knows of reportedBytes_
     mutable uint64_t reportedBytes_ = 0;

@@ -1,7 +1,9 @@
 // The whole road of a packaged model: from its manifest to its unload, with real images of handwritten digits.
 
+#include "package.h"
 #include "report.h"
 #include "samples.h"
+#include "step.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
 #include <TarnoMirelo/opencv.h>
@@ -13,28 +15,22 @@
 #include <functional>
 #include <iomanip>
 #include <iostream>
-#include <stdexcept>
 
 using namespace TarnoMirelo;
 
 namespace {
 
-// A step of the road that failed, with what the library said of it.
-class StepFailed : public std::runtime_error {
- public:
-    StepFailed(const std::string& step, const MireloStatus& status)
-        : std::runtime_error(step + " failed with status " + std::to_string(status.getCode()) + ": \"" +
-                             status.getDescription() + "\"") {}
-};
-
-void require(const std::string& step, const MireloStatus& status) {
-    if (!status.ok()) throw StepFailed(step, status);
-}
-
-// Paths join with a backslash inside the library, whatever the system's own separator is.
-Filepath toFilepath(const std::filesystem::path& path) {
-    Filepath directory(path.has_parent_path() ? path.parent_path().string() : ".");
-    return directory.append(Filepath(path.filename().string()));
+// What backends report goes to the console and to a file.
+void installLog() {
+    const auto console = std::make_shared<LogProcessorOStream>(std::cerr);
+    const std::string directory = std::filesystem::temp_directory_path().string();
+    const auto file = std::make_shared<LogProcessorFileSystem>(directory, "sdk-core-digits.log", false);
+    std::cout << "Log: " << directory << "/sdk-core-digits.log\n";
+    file->WriteHeader("Program", "digits");
+    const auto both = std::make_shared<LogProcessorContainer>();
+    both->AddProcessor(std::make_shared<LogProcessorFormatter<DebugLogFormat>>(console, DebugLogFormat()));
+    both->AddProcessor(std::make_shared<LogProcessorFormatter<DebugLogFormat>>(file, DebugLogFormat()));
+    Logger::GetInstance().SetDefaultLogProcessor(both);
 }
 
 void printUsage(const MireloStatus& status) {
@@ -89,8 +85,7 @@ Predictions predictAtOnce(MireloModel& model, std::vector<Sample>& samples) {
     MireloModel::Outputs outputs;
     require("predictBatch", model.predictBatch(inputs, outputs));
     Predictions predictions;
-    for (const auto& output : outputs)
-        predictions.push_back(read(*output->asTensor()));
+    for (const auto& output : outputs) predictions.push_back(read(*output->asTensor()));
     return predictions;
 }
 
@@ -111,8 +106,7 @@ Predictions predictBound(MireloModel& model, const std::vector<Sample>& samples)
 void printSpeed(const char* way, size_t predictions, const std::function<void()>& predict) {
     constexpr int kRounds = 20;
     const auto start = std::chrono::steady_clock::now();
-    for (int round = 0; round < kRounds; ++round)
-        predict();
+    for (int round = 0; round < kRounds; ++round) predict();
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     std::cout << "  " << std::left << std::setw(16) << way << std::right << std::setw(10) << std::setprecision(0)
               << std::fixed << kRounds * static_cast<double>(predictions) / seconds.count() << "\n";
@@ -190,14 +184,15 @@ bool run(const std::filesystem::path& manifest, const std::filesystem::path& sam
 
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 3) {
-        std::cerr << "Usage: " << argv[0] << " MANIFEST [SAMPLES]\n"
+        std::cerr << "Usage: " << argv[0] << " MANIFEST|ARCHIVE.tar [SAMPLES]\n"
                   << "Classifies the images of SAMPLES (samples.csv beside the manifest) with the packaged model.\n";
         return 2;
     }
-    const std::filesystem::path manifest(argv[1]);
-    const std::filesystem::path samples = argc > 2 ? argv[2] : manifest.parent_path() / "samples.csv";
     try {
-        return run(manifest, samples) ? 0 : 1;
+        installLog();
+        const Package package(argv[1]);
+        const std::filesystem::path samples = argc > 2 ? argv[2] : package.manifest().parent_path() / "samples.csv";
+        return run(package.manifest(), samples) ? 0 : 1;
     } catch (const std::exception& exception) {
         std::cerr << argv[0] << ": " << exception.what() << std::endl;
         return 1;

@@ -46,42 +46,36 @@ void printConfusion(const std::vector<Sample>& samples, const Predictions& predi
         ++counts.at(static_cast<size_t>(samples[i].label)).at(static_cast<size_t>(mostLikely(predictions[i])));
     }
     std::cout << "shown \\ taken for";
-    for (size_t digit = 0; digit < kDigits; ++digit)
-        std::cout << std::setw(4) << digit;
+    for (size_t digit = 0; digit < kDigits; ++digit) std::cout << std::setw(4) << digit;
     for (size_t row = 0; row < kDigits; ++row) {
         std::cout << "\n" << std::setw(17) << row;
-        for (const int count : counts[row])
-            std::cout << std::setw(4) << (count == 0 ? "." : std::to_string(count));
+        for (const int count : counts[row]) std::cout << std::setw(4) << (count == 0 ? "." : std::to_string(count));
     }
     std::cout << "\n";
 }
 
 double accuracyOf(const std::vector<Sample>& samples, const Predictions& predictions) {
     size_t right = 0;
-    for (size_t i = 0; i < samples.size(); ++i)
-        right += mostLikely(predictions[i]) == samples[i].label ? 1 : 0;
+    for (size_t i = 0; i < samples.size(); ++i) right += mostLikely(predictions[i]) == samples[i].label ? 1 : 0;
     return static_cast<double>(right) / static_cast<double>(samples.size());
 }
 
 Predictions trainerPredictions(const std::vector<Sample>& samples) {
     Predictions predictions;
-    for (const Sample& sample : samples)
-        predictions.push_back(sample.probabilities);
+    for (const Sample& sample : samples) predictions.push_back(sample.probabilities);
     return predictions;
 }
 
 float largestDifference(const Predictions& a, const Predictions& b) {
     float largest = 0;
     for (size_t i = 0; i < a.size(); ++i) {
-        for (size_t j = 0; j < a[i].size(); ++j)
-            largest = std::max(largest, std::abs(a[i][j] - b.at(i).at(j)));
+        for (size_t j = 0; j < a[i].size(); ++j) largest = std::max(largest, std::abs(a[i][j] - b.at(i).at(j)));
     }
     return largest;
 }
 
 size_t differingDigits(const Predictions& a, const Predictions& b) {
     size_t differing = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        differing += mostLikely(a[i]) != mostLikely(b.at(i)) ? 1 : 0;
+    for (size_t i = 0; i < a.size(); ++i) differing += mostLikely(a[i]) != mostLikely(b.at(i)) ? 1 : 0;
     return differing;
 }

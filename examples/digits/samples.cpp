@@ -10,8 +10,7 @@ namespace {
 std::vector<std::string> split(const std::string& line) {
     std::vector<std::string> cells;
     std::istringstream stream(line);
-    for (std::string cell; std::getline(stream, cell, ',');)
-        cells.push_back(cell);
+    for (std::string cell; std::getline(stream, cell, ',');) cells.push_back(cell);
     return cells;
 }
 

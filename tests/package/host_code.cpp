@@ -9,9 +9,7 @@ bool compareShapes(TensorShape& a, const TensorShape& b) {
            a != TensorShape{1} || TensorShape({1, 2}) != TensorShape(std::vector<int64_t>{3}) || a.compare(b);
 }
 
-STATUS_CODE bothSpellings(STATUS_CODE code) {
-    return code == SUCCESS ? STATUS_CODE::FILE_ERROR : UNKNOWN_ERROR;
-}
+STATUS_CODE bothSpellings(STATUS_CODE code) { return code == SUCCESS ? STATUS_CODE::FILE_ERROR : UNKNOWN_ERROR; }
 
 ModelComponent componentOfKind() {
     ModelComponent component;

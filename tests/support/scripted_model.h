@@ -2,21 +2,22 @@
 
 #include <TarnoMirelo/model.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace TarnoMirelo {
 
-/// A backend whose hooks answer what a test wrote down for them, and note that they were called.
+/// A backend whose hooks note that they were called and answer what a test wrote down for them.
 class ScriptedModel : public MireloModel {
  public:
     using MireloModel::isLoaded;
     using MireloModel::MireloModel;
     using MireloModel::runtimeRecord;
-    using MireloModel::setCachedModelFilePath;
 
     MireloStatus answer{SUCCESS, ""};
-    mutable std::vector<std::string> calls;
+    bool raises = false;
+    mutable std::string calls;
 
  protected:
     MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override { return note("predict"); }
@@ -32,7 +33,8 @@ class ScriptedModel : public MireloModel {
     }
 
     MireloStatus note(const std::string& call) const {
-        calls.push_back(call);
+        if (raises) throw std::runtime_error("raised by " + call);
+        calls += call + ";";
         return answer;
     }
 };
@@ -49,8 +51,7 @@ class BindingModel : public ScriptedModel {
 
  protected:
     MireloStatus onBind(const Inputs& /*inputs*/, Outputs& /*outputs*/,
-                        std::shared_ptr<MireloBinding>& binding) const override {
-        binding = std::make_shared<MireloBinding>();
+                        std::shared_ptr<MireloBinding>& /*binding*/) const override {
         return note("bind");
     }
     MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& /*binding*/) const override { return note("evaluate"); }

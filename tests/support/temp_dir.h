@@ -2,11 +2,10 @@
 
 #include <TarnoMirelo/files.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace TarnoMirelo {
@@ -15,10 +14,10 @@ namespace TarnoMirelo {
 class TempDir {
  public:
     TempDir() {
-        static std::atomic<int> count = 0;
+        std::random_device random;
         const auto base = std::filesystem::temp_directory_path();
         do {
-            directory_ = base / ("sdk-core-test-" + std::to_string(std::rand()) + "-" + std::to_string(count++));
+            directory_ = base / ("sdk-core-test-" + std::to_string(random()));
         } while (!std::filesystem::create_directory(directory_));
     }
     TempDir(const TempDir&) = delete;

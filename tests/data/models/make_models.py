@@ -13,7 +13,8 @@ def save(name, nodes, inputs, outputs, constants=()):
         return [helper.make_tensor_value_info(port, TensorProto.FLOAT, shape) for port, shape in ports]
     graph = helper.make_graph(nodes, name, info(inputs), info(outputs),
                               [numpy_helper.from_array(value, constant) for constant, value in constants])
-    model = helper.make_model(graph, producer_name="make_models.py", opset_imports=[helper.make_opsetid("", 13)])
+    model = helper.make_model(graph, producer_name="make_models.py",
+                              opset_imports=[helper.make_opsetid(domain, 13) for domain in {"", nodes[0].domain}])
     model.ir_version = 7
     onnx.checker.check_model(model)
     onnx.save(model, str(pathlib.Path(__file__).parent / f"{name}.onnx"))
@@ -33,3 +34,8 @@ save("two_results",
 save("one_row",
      [helper.make_node("Relu", ["x"], ["r"]), helper.make_node("Reshape", ["r", "shape"], ["y"])],
      [("x", [1, 4])], [("y", [1, 2, 2])], [("shape", numpy.array([1, 2, 2], dtype=numpy.int64))])
+
+# y = x + (1, 2, 3), by an operator that the engine lacks
+save("operator",
+     [helper.make_node("Shift", ["x", "shift"], ["shifted"], domain="test"), helper.make_node("Relu", ["shifted"], ["y"])],
+     [("x", ["rows", 3])], [("y", ["rows", 3])], [("shift", numpy.array([[1, 2, 3]], dtype=numpy.float32))])

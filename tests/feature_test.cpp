@@ -18,29 +18,7 @@ ModelFeatureDescriptor named(const std::string& name) {
     return {MireloFeatureType::Tensor, true, name, "", TensorDescriptor()};
 }
 
-TEST(FeatureNames, AreThoseOfTheKnownValues) {
-    std::string types;
-    std::string pixels;
-    for (int32_t i = -1; i < 9; ++i) types += GetMireloFeatureTypeName(static_cast<MireloFeatureType>(i)) + " ";
-    for (int32_t i = -1; i < 6; ++i) pixels += GetMireloPixelType(static_cast<MireloPixelType>(i)) + " ";
-    EXPECT_EQ(types, "unknown bool uint8 int32 int64 double string tensor image unknown ");
-    EXPECT_EQ(pixels, "unknown one BGR RGB RGBA BGRA unknown ");
-}
-
-TEST(FeatureDescriptor, HasTheDefaultsOfItsConstructor) {
-    const TensorDescriptor tensor({1, 2}, DataType::Float);
-    const ImageDescriptor image(4, 5, MireloPixelType::RGB);
-    const auto all = [](const ModelFeatureDescriptor& d) {
-        return list(GetMireloFeatureTypeName(d.type()), d.required(), d.name(), d.description(),
-                    d.tensorDescriptor().shape());
-    };
-    EXPECT_EQ(all({}), "unknown 1   ()");
-    EXPECT_EQ(all(ModelFeatureDescriptor(MireloFeatureType::Bool)), "bool 1   ()");
-    EXPECT_EQ(all({MireloFeatureType::Image, image}), "image 0   ()");
-    EXPECT_EQ(all({MireloFeatureType::Tensor, tensor}), "tensor 0   (1,2)");
-    EXPECT_EQ(all({MireloFeatureType::Image, true, "name", "text", image}), "image 1 name text ()");
-    EXPECT_EQ(all({MireloFeatureType::Tensor, false, "name", "text", tensor}), "tensor 0 name text (1,2)");
-    EXPECT_EQ(list(image.height(), image.width(), static_cast<int>(image.pixelType())), "4 5 2");
+TEST(TensorDescriptor, IsVariableWhereADimensionIsOpen) {
     for (const TensorShape& shape :
          {TensorShape(1, 3, -1, -1), TensorShape(0, -1), TensorShape(), TensorShape(1, -2)}) {
         const bool variable =

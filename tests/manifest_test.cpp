@@ -159,7 +159,7 @@ TEST(Targets, EncryptTheirFirstComponent) {
 
 TEST(Targets, ModelTypesHaveTheirNames) {
     std::string names;
-    for (const uint64_t type : {0, 1, 2, 4, 8, 16, 32, 3})
+    for (const uint64_t type : {0U, 1U, 2U, 4U, 8U, 16U, 32U, 3U})
         names += ModelTypeToName(static_cast<MireloModelType>(type)) + " ";
     EXPECT_EQ(names, "Undefined CoreML WinML OpenVino TF-Lite OnnxRuntime tfjs Undefined ");
 }

@@ -35,29 +35,6 @@ std::string stamped(const MireloStatus& status) {
     return all;
 }
 
-TEST(Model, TakesTypeTargetAndDeviceFromItsConstructor) {
-    ModelTarget target;
-    target.inputNames = {"x"};
-    Device raw("d", MireloModelType::TFLite);
-    const auto shared = std::make_shared<Device>("d", MireloModelType::TFLite);
-    const ScriptedModel models[] = {{"n", &raw},
-                                    {"n", &raw, target},
-                                    {"n", shared},
-                                    {"n", shared, target},
-                                    {"n", MireloModelType::TFLite},
-                                    {"n", MireloModelType::TFLite, target}};
-    for (size_t i = 0; i < std::size(models); ++i) {
-        EXPECT_EQ(models[i].getModelType(), MireloModelType::TFLite);
-        EXPECT_EQ(models[i].getDeviceRawPointer(), i < 2 ? &raw : nullptr);
-        EXPECT_EQ(models[i].getDevice(), i == 2 || i == 3 ? shared : nullptr);
-        EXPECT_EQ(models[i].getModelTarget().inputNames.size(), i % 2);
-        EXPECT_FALSE(models[i].isLoaded() || models[i].getCachedModelFilePath() || models[i].runtimeRecord());
-    }
-    const std::string noDevice = "7: The device must not be null";
-    EXPECT_EQ(raised([] { ScriptedModel model("n", static_cast<Device*>(nullptr)); }), noDevice);
-    EXPECT_EQ(raised([] { ScriptedModel model("n", std::shared_ptr<Device>(), ModelTarget()); }), noDevice);
-}
-
 TEST(Model, LoadAdoptsTheTupleWhateverComesOfIt) {
     ScriptedModel model("given name", MireloModelType::WinML);
     for (const int code : {1, 13, 27, -3}) {
@@ -238,47 +215,6 @@ TEST(Manager, TakesItsArgumentFromTheRecordItReleases) {
     model.reset();
     EXPECT_EQ(manager.unloadModel(record.getModel()).getCode(), MODEL_REFERENCE_ERROR);
     EXPECT_TRUE(gone.expired());
-}
-
-TEST(Device, SetsThreadsForOneKindOnly) {
-    Device device("d", MireloModelType::OnnxRuntime, DeviceType::GPU, OrtEP::CUDA, 11, 12);
-    EXPECT_TRUE(device.getDeviceType() == DeviceType::GPU && device.getORTType() == OrtEP::CUDA);
-    EXPECT_EQ(list(device.getDeviceName(), device.getLUID(), device.getId(), device.getDedicatedMemory()), "d 11 12 0");
-    for (const uint64_t type : {16, 8 | 1}) {
-        device.setModelType(static_cast<MireloModelType>(type));
-        EXPECT_EQ(text(device.setNumThreads(4)), "7: Setting number of threads only supported on TFLite");
-        EXPECT_EQ(device.getNumThreads(), 0U);
-    }
-    device.setModelType(MireloModelType::TFLite);
-    EXPECT_EQ(text(device.setNumThreads(4)), kSuccess);
-    EXPECT_EQ(device.getNumThreads(), 4U);
-}
-
-TEST(Fence, WaitsForTheCounterThatItShares) {
-    class Fence : public DeviceFence {
-     public:
-        Fence() : DeviceFence(5, true) {}
-        mutable std::string waits;
-
-     private:
-        MireloStatus signalFenceValue(Device* /*device*/, uint64_t /*value*/) override { return {}; }
-        uint64_t signalNextFenceValue(Device* /*device*/) override { return 7; }
-        MireloStatus waitForFenceValue(Device* device, uint64_t value, bool flag) const override {
-            waits += list(value, flag) + ";";
-            return {WARNING, device->getDeviceName()};
-        }
-        bool isFenceValueReached(uint64_t value) const override { return getFenceValue() >= value; }
-    };
-    Device device("the device", MireloModelType::WinML);
-    auto fence = std::make_unique<Fence>();
-    EXPECT_EQ(text(fence->waitForCurrentFenceValue(&device, true)), "27: the device");
-    EXPECT_EQ(text(fence->flush(&device)), "27: the device");
-    EXPECT_EQ(list(fence->isShared(), fence->waits), "1 5 1;7 0;");
-    const std::shared_ptr<uint64_t> counter = fence->getFenceValuePtr();
-    *counter = 9;
-    EXPECT_EQ(fence->getFenceValue(), 9U);
-    fence.reset();
-    EXPECT_EQ(*counter, 9U);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include "support/temp_dir.h"
 #include "support/text.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
@@ -6,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 
 namespace TarnoMirelo {
 namespace {
@@ -72,9 +72,9 @@ class OpenCvBackend : public testing::Test {
         }
         std::string& written;
     };
-    static MireloConfig configOf(std::shared_ptr<ILogProcessor> sink) {
+    static MireloConfig configOf(const std::shared_ptr<ILogProcessor>& sink) {
         MireloConfig config;
-        config.SetLogger(std::move(sink));
+        config.SetLogger(sink);
         return config;
     }
 
@@ -244,34 +244,16 @@ TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
 }
 
 TEST_F(OpenCvBackend, SaysWhatItCannotLoadAndWhy) {
-    using Change = std::function<void(ModelTarget&)>;
-    const auto path = [](const char* name) { return Change([name](ModelTarget& t) { t.components[0].path = name; }); };
-    const auto input = [](const ModelFeatureDescriptor& d) { return Change([d](ModelTarget& t) { t.inputs[1] = d; }); };
-    const auto output = [](const ModelFeatureDescriptor& d) {
-        return Change([d](ModelTarget& t) { t.outputs[0] = d; });
-    };
-    const std::pair<Change, std::string> cases[] = {
-        {[](ModelTarget& t) { t.components[0].type = "secured_tar"; },
-         R"(12: Component "net": components of the kind "secured_tar" can't be run)"},
-        {[](ModelTarget& t) { t.components.resize(2); }, R"(12: Component "": a target has one component, a network)"},
-        {path("none.onnx"), std::string(R"(3: Component "net": cannot open )") + TEST_MODELS + "\\none.onnx"},
-        {path(R"(a\../../b)"), R"(12: Component "net": the path "a\../../b" names no file of the model)"},
-        {path("/etc/passwd"), R"(12: Component "net": the path "/etc/passwd" names no file of the model)"},
-        {path(""), R"(12: Component "net": the path "" names no file of the model)"},
-        {input(port("c", {1, 3})), R"(12: Input "c": the network has none of that name)"},
-        {input(port("a", {1, 3})), R"(12: Input "a": the target has two of that name)"},
-        {input({}), R"(12: Input "": not a tensor)"},
-        {input(port("b", {1, 0})), R"(12: Input "b": the engine can't take that shape)"},
-        {output(port("ab", {1, 3})), R"(12: Output "ab": the network has none of that name)"},
-        {output(port("y", {1, 4})), R"(12: Output "y": the network gives the shape (1, 3), declared is (1, 4))"},
-        {output(port("y", {1, 3}, DataType::Int8)),
-         R"(12: Output "y": the engine computes elements of type float only)"}};
-    for (const auto& [change, expected] : cases) {
-        ModelTarget target = kSumTarget;
-        change(target);
+    const TempDir directory;
+    for (const auto& [title, json, expected] : readCases(TEST_DATA "/opencv_targets.txt")) {
+        ModelMetadata metadata;
+        EXPECT_EQ(text(metadata.load(directory.write("m", json))), kSuccess);
+        const ModelTarget target = std::get<ModelTarget>(metadata.getModelCompoents(MireloModelType::WinML));
+        std::string status = expected.substr(0, expected.size() - 1);
+        if (const size_t at = status.find('@'); at != std::string::npos) status.replace(at, 1, TEST_MODELS);
         EXPECT_EQ(load(*model, kSumTarget), kSuccess);
-        EXPECT_EQ(load(*model, target), expected);
-        EXPECT_EQ(predict({}), "6: The model is not loaded");  // not the network of before
+        EXPECT_EQ(load(*model, target), status) << title;
+        EXPECT_EQ(predict({}) == "6: The model is not loaded", status != kSuccess) << title;  // nor is the one before
     }
 }
 

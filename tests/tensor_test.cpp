@@ -104,7 +104,7 @@ TEST(BufferWrappedTensor, UsesTheCallersMemoryIfItSuffices) {
     const auto wrap = [&](const TensorShape& shape, uint8_t* buffer, uint64_t size) {
         return raised([&] { EXPECT_EQ(BufferWrappedTensor(DataType::Float, shape, buffer, size).buffer(), buffer); });
     };
-    for (const uint64_t size : {24, 100}) EXPECT_EQ(wrap({2, 3}, memory, size), "nothing");
+    for (const uint64_t size : {24U, 100U}) EXPECT_EQ(wrap({2, 3}, memory, size), "nothing");
     for (const TensorShape& shape : {TensorShape(2, 3), TensorShape()}) EXPECT_EQ(wrap(shape, nullptr, 0), "nothing");
     const std::string tooSmall = "7: The existing buffer is insufficient for the given shape.";
     EXPECT_EQ(wrap({2, 3}, memory, 23), tooSmall);

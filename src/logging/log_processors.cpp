@@ -106,6 +106,7 @@ DebugLogFormat::DebugLogFormat(int64_t startTime) : startTime_(startTime) {}
 bool DebugLogFormat::Format(LogEntry& out, const LogEntry& in) const {
     // Modulo 2^64: any two times have a difference.
     const auto elapsed = static_cast<int64_t>(static_cast<uint64_t>(in.timestamp) - static_cast<uint64_t>(startTime_));
+    const char* const text = in.message.c_str();  // up to its first NUL
     std::string message = "(";
     appendTwoDigits(message, elapsed / kTicksPerHour);
     message += ':';
@@ -114,7 +115,7 @@ bool DebugLogFormat::Format(LogEntry& out, const LogEntry& in) const {
     appendTwoDigits(message, elapsed % kTicksPerMinute / kTicksPerSecond);
     message += ':';
     appendTwoDigits(message, elapsed % kTicksPerSecond / kTicksPerMillisecond);
-    message.append(") ").append(in.message.c_str()).append("[").append(std::to_string(in.value)).append("]");
+    message.append(") ").append(text).append("[").append(std::to_string(in.value)).append("]");
     out.target = in.target;
     out.severity = in.severity;
     out.value = in.value;

@@ -56,13 +56,13 @@ inline std::vector<TextCase> readCases(const std::string& path) {
     std::vector<TextCase> cases;
     std::string* part = nullptr;
     for (std::string line; std::getline(file, line);) {
-        if (line.rfind("= ", 0) == 0) cases.push_back({line, "", ""});
-        if (line.rfind("= ", 0) == 0)
-            part = &cases.back().input;
-        else if (line == "-")
+        if (line.rfind("= ", 0) == 0) {
+            part = &cases.emplace_back(TextCase{line, "", ""}).input;
+        } else if (line == "-") {
             part = &cases.back().expected;
-        else if (part != nullptr)
+        } else if (part != nullptr) {
             *part += line + "\n";
+        }
     }
     return cases;
 }

@@ -48,6 +48,7 @@ class OperatorLayer : public cv::dnn::Layer {
                          std::vector<cv::dnn::MatShape>& outputs,
                          std::vector<cv::dnn::MatShape>& /*internals*/) const override {
         std::vector<TensorShape> shapes;
+        shapes.reserve(inputs.size() + blobs.size());
         for (const auto& input : inputs) shapes.emplace_back(std::vector<int64_t>(input.begin(), input.end()));
         for (const cv::Mat& constant : blobs) shapes.push_back(shapeOf(constant));
         outputs.clear();
@@ -62,7 +63,9 @@ class OperatorLayer : public cv::dnn::Layer {
         inputs.getMatVector(from);
         outputs.getMatVector(to);
         std::vector<std::shared_ptr<const ITensor>> arguments;
+        arguments.reserve(from.size() + blobs.size());
         std::vector<std::shared_ptr<ITensor>> results;
+        results.reserve(to.size());
         for (const cv::Mat& matrix : from) arguments.push_back(tensorOver(matrix));
         for (const cv::Mat& constant : blobs) arguments.push_back(tensorOver(constant));
         for (const cv::Mat& matrix : to) results.push_back(tensorOver(matrix));

@@ -34,6 +34,7 @@ void installLog() {
 }
 
 void printUsage(const MireloStatus& status) {
+    std::cout << "Usage:";
     for (const char* const property : {"method", "status", "modelName", "modelType", "sdkName", "version"}) {
         std::cout << "  " << property << " " << status.getProperty(std::string("mireloondevice.") + property);
     }
@@ -131,7 +132,6 @@ bool classify(MireloModel& model, std::vector<Sample>& samples) {
     const float fromTrainer = largestDifference(predictions, trainer);
     const float betweenWays = std::max(largestDifference(predictions, atOnce), largestDifference(predictions, bound));
 
-    std::cout << "Usage:";
     printUsage(status);
     std::cout << "\nSample 1 shows a " << samples[0].label << ":\n";
     drawDigit(samples[0], predictions[0]);
@@ -161,7 +161,7 @@ bool run(const std::filesystem::path& manifest, const std::filesystem::path& sam
     const auto device = std::make_shared<Device>("Processor", MireloModelType::WinML, DeviceType::CPU);
     const auto model = std::make_shared<OpenCv::Model>(metadata.getName(), device);
     const bool cached = model->queryCacheStatus(components) != MireloCacheStatus::NotCached;
-    std::cout << "Cached: " << (cached ? "yes" : "no") << "\nUsage:";
+    std::cout << "Cached: " << (cached ? "yes" : "no") << "\n";
     MireloStatus status = model->load(components);
     require("load of the model", status);
     printUsage(status);
@@ -172,7 +172,6 @@ bool run(const std::filesystem::path& manifest, const std::filesystem::path& sam
     printMemory(manager, model);
     status = manager.unloadModel(model);
     require("unloadModel", status);
-    std::cout << "Usage:";
     printUsage(status);
     std::cout << "Models in service: " << manager.getRuntimeStatus().getLoadedModels().size() << "\n\n"
               << (agreed ? "The model does what its trainer's does." : "The model does NOT do what its trainer's does.")

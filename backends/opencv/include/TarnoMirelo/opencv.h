@@ -70,7 +70,7 @@ class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
 ///   - `INVALID_TYPE`: a feature that is no tensor, or a tensor that is not in host memory; uneven rows
 ///   - `INVALID_TENSOR_DATA_TYPE`, `INVALID_SHAPE`: a tensor that does not fit
 ///   - `MODEL_METADATA_ERROR`: a component of another kind, more than one, or none; a target that does not fit the
-///   network
+///     network
 ///   - `FILE_ERROR`: the component's file can't be read
 ///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text
 /// No operation raises. One that fails leaves the list of outputs as it was.

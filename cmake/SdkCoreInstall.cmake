@@ -1,4 +1,4 @@
-# What find_package(sdk-core CONFIG) and pkg-config read.
+# What find_package(sdk-core CONFIG) and pkg-config read, and the packages that cpack makes.
 
 include(CMakePackageConfigHelpers)
 
@@ -7,9 +7,34 @@ configure_package_config_file(cmake/sdk-core-config.cmake.in sdk-core-config.cma
     INSTALL_DESTINATION ${package_directory})
 write_basic_package_version_file(sdk-core-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/sdk-core-config.cmake ${PROJECT_BINARY_DIR}/sdk-core-config-version.cmake
-    DESTINATION ${package_directory})
+    DESTINATION ${package_directory} COMPONENT development)
 
 # From where the file lies, so that an installed tree can be moved.
 file(RELATIVE_PATH includedir_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(cmake/sdk-core.pc.in sdk-core.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+set(CPACK_PACKAGE_VENDOR "the sdk-core developers")
+set(CPACK_PACKAGE_CONTACT "the sdk-core developers <sdk-core@example.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+set(CPACK_VERBATIM_VARIABLES ON)
+if(WIN32)
+    set(CPACK_GENERATOR ZIP)
+else()
+    # The core alone, without what it would need an engine for.
+    set(CPACK_GENERATOR DEB)
+    set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+    set(CPACK_STRIP_FILES ON)
+    set(CPACK_COMPONENTS_ALL runtime development)
+    set(CPACK_COMPONENTS_GROUPING IGNORE)
+    set(CPACK_DEB_COMPONENT_INSTALL ON)
+    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libsdk-core${PROJECT_VERSION_MAJOR})
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+    set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libsdk-core-dev)
+    set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+    set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libsdk-core${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+endif()
+include(CPack)

@@ -9,10 +9,14 @@ function(sdk_core_warnings target)
 endfunction()
 
 # A shared library whose users need C++17, which exports its own namespace and nothing of what it was built with, and
-# which is installed for find_package. Its users see it as TarnoMirelo::<name of the export>.
-function(sdk_core_library target)
+# which is installed for find_package. Its users see it as TarnoMirelo::<name of the export>. `prefix` goes before the
+# names of the components that it is installed with.
+function(sdk_core_library target prefix)
     target_compile_features(${target} INTERFACE cxx_std_17)
     set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    if(MINGW)
+        set_target_properties(${target} PROPERTIES PREFIX "" IMPORT_PREFIX "")  # as the field names DLLs
+    endif()
     if(UNIX AND NOT APPLE)
         # Templates of the standard library are visible wherever they are instantiated, unless the linker is told.
         set(map ${PROJECT_SOURCE_DIR}/cmake/exports.map)
@@ -20,8 +24,10 @@ function(sdk_core_library target)
         set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
     endif()
     install(TARGETS ${target} EXPORT ${target}-targets
-        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(EXPORT ${target}-targets NAMESPACE TarnoMirelo:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/sdk-core)
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${prefix}runtime
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${prefix}runtime NAMELINK_COMPONENT ${prefix}development
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${prefix}development)
+    install(EXPORT ${target}-targets NAMESPACE TarnoMirelo::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/sdk-core COMPONENT ${prefix}development)
+    install(DIRECTORY include/TarnoMirelo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT ${prefix}development)
 endfunction()

@@ -83,7 +83,8 @@ TEST(LogFile, MarksEachOpening) {
                     std::string(38, ' ') + "=====\n";
         expected += "===== " + std::string(12, 't') + ": " + std::string(35, 'v') +
                     "=====\n===== t: " + std::string(36, 'v') + "\n";
-        std::ofstream(directory.native() / "log", std::ios::app) << "another process\n";  // may write meanwhile
+        std::ofstream(directory.native() / "log", std::ios::app | std::ios::binary)
+            << "another process\n";  // may write meanwhile
         file.Close();
         file.Process(entryOf("dropped"));
         file.WriteSeparator();

@@ -1,12 +1,12 @@
 // The whole road of a packaged model: from its manifest to its unload, with real images of handwritten digits.
 
+#include "backend.h"
 #include "package.h"
 #include "report.h"
 #include "samples.h"
 #include "step.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
-#include <TarnoMirelo/opencv.h>
 
 #include <algorithm>
 #include <chrono>
@@ -159,7 +159,7 @@ bool run(const std::filesystem::path& manifest, const std::filesystem::path& sam
     std::vector<Sample> samples = readSamples(samplesFile);
 
     const auto device = std::make_shared<Device>("Processor", MireloModelType::WinML, DeviceType::CPU);
-    const auto model = std::make_shared<OpenCv::Model>(metadata.getName(), device);
+    const auto model = makeModel(metadata.getName(), device);
     const bool cached = model->queryCacheStatus(components) != MireloCacheStatus::NotCached;
     std::cout << "Cached: " << (cached ? "yes" : "no") << "\n";
     MireloStatus status = model->load(components);

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Trains the digits model and packages it: digits.onnx, manifest.json and samples.csv in the folder model/.
+"""Trains the digits model and packages it in the folder model/: digits.onnx with manifest.json, digits.dense, the same
+network as the backend without an engine reads it, with dense.json, and samples.csv.
 
 Run by hand; what it makes is committed. Needs Debian's python3-onnx and python3-sklearn.
 """
@@ -57,12 +58,23 @@ def to_onnx(classifier):
     return model
 
 
+def to_dense(model):
+    """The layers of that network one after the other: two counts, the weights of each output, the bias."""
+    constants = {constant.name: numpy_helper.to_array(constant) for constant in model.graph.initializer}
+    layers = b""
+    for layer in ("hidden", "output"):
+        weights = constants[layer + ".weight"]
+        layers += numpy.array([weights.shape[1], weights.shape[0]], "<u4").tobytes()
+        layers += weights.astype("<f4").tobytes() + constants[layer + ".bias"].astype("<f4").tobytes()
+    return layers
+
+
 def tensor(name, description, shape):
     return {"name": name, "description": description, "required": True, "featureType": "tensor",
             "tensor": {"shape": shape, "dataType": "float"}}
 
 
-def manifest():
+def manifest(network):
     return {
         "id": "digits",
         "name": "Handwritten digits",
@@ -72,7 +84,7 @@ def manifest():
         "version": 1,
         "targets": {
             "WinML": {
-                "components": [{"name": "digits", "path": "digits.onnx", "type": "file"}],
+                "components": [{"name": "digits", "path": network, "type": "file"}],
                 "inputs": [tensor("pixels", "Rows of an 8 by 8 image, ink from 0 to 16", [1, PIXELS])],
                 "outputs": [tensor("probabilities", "One for each digit from 0 to 9", [1, CLASSES])],
             }
@@ -84,8 +96,11 @@ def main():
     folder = pathlib.Path(__file__).parent / "model"
     classifier, images, labels = train()
     probabilities = classifier.predict_proba(images / BRIGHTEST)
-    onnx.save(to_onnx(classifier), str(folder / "digits.onnx"))
-    (folder / "manifest.json").write_text(json.dumps(manifest(), indent=2) + "\n")
+    model = to_onnx(classifier)
+    onnx.save(model, str(folder / "digits.onnx"))
+    (folder / "digits.dense").write_bytes(to_dense(model))
+    for name, network in ("manifest.json", "digits.onnx"), ("dense.json", "digits.dense"):
+        (folder / name).write_text(json.dumps(manifest(network), indent=2) + "\n")
     with open(folder / "samples.csv", "w", newline="") as file:
         writer = csv.writer(file, lineterminator="\n")
         writer.writerow(["label"] + [f"pixel{i}" for i in range(PIXELS)] + [f"probability{i}" for i in range(CLASSES)])

@@ -14,8 +14,20 @@
 #define MIRELO_IMPORT_SYMBOL __attribute__((visibility("default")))
 #endif
 
+// How a library marks an explicit instantiation of a template: where it is declared, and where it is defined. One
+// family of compilers takes an export at the definition only, the other one at the first declaration only.
+#if defined(_MSC_VER)
+#define MIRELO_EXPORT_DECLARED_TEMPLATE
+#define MIRELO_EXPORT_DEFINED_TEMPLATE MIRELO_EXPORT_SYMBOL
+#else
+#define MIRELO_EXPORT_DECLARED_TEMPLATE MIRELO_EXPORT_SYMBOL
+#define MIRELO_EXPORT_DEFINED_TEMPLATE
+#endif
+
 #if defined(SDK_CORE_BUILDING)  // set while sdk-core itself is compiled, never by its users
 #define MIRELO_API MIRELO_EXPORT_SYMBOL
+#define MIRELO_API_TEMPLATE MIRELO_EXPORT_DECLARED_TEMPLATE
 #else
 #define MIRELO_API MIRELO_IMPORT_SYMBOL
+#define MIRELO_API_TEMPLATE MIRELO_IMPORT_SYMBOL
 #endif

@@ -108,8 +108,7 @@ class MIRELO_API FileUtils {
     /// @return `SUCCESS`, or
     ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
     ///   - `TAR_EXTRACTION_ERROR`: an entry is neither file nor directory, has no size below 4 GiB, or would land
-    ///   outside
-    ///     `destination` (a ".." component, an absolute name, a ":"), or `writeBinaryDataToFile` failed
+    ///     outside `destination` (a ".." component, an absolute name, a ":"), or `writeBinaryDataToFile` failed
     ///   - `FILE_ERROR`: the parent of a directory is missing; the description names the path
     ///   - the status of any other exception
     /// Entries written before a failure stay on disk.
@@ -129,9 +128,8 @@ class MIRELO_API FileUtils {
     /// @param archive      first byte of the archive; borrowed for the call and read in place
     /// @param size         length of `archive` in bytes
     /// @param destination  as for `extractTarball`
-    /// @return as `extractTarball`, `TAR_EXTRACTION_ERROR` also when there is no end block within the length, an
-    /// extended
-    ///         header is malformed, or a file or directory could not be written whole
+    /// @return as `extractTarball`; also `TAR_EXTRACTION_ERROR` when there is no end block within the length, an
+    ///         extended header is malformed, or a file or directory could not be written whole
     MireloStatus extractTarballOfSize(const unsigned char* archive, uint64_t size, Filepath& destination);
 };
 

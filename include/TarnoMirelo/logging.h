@@ -131,22 +131,33 @@ template <typename Format>
 class LogProcessorFormatter : public ILogProcessor {
  public:
     /// @param inner  with none, entries are dropped
-    LogProcessorFormatter(std::shared_ptr<ILogProcessor> inner, Format format)
-        : format_(std::move(format)), inner_(std::move(inner)) {}
-    ~LogProcessorFormatter() override = default;
+    LogProcessorFormatter(std::shared_ptr<ILogProcessor> inner, Format format);
+    ~LogProcessorFormatter() override;
 
-    void Process(const LogEntry& entry) override {
-        if (inner_ == nullptr) return;
-        LogEntry formatted;
-        inner_->Process(format_.Format(formatted, entry) ? formatted : entry);
-    }
+    void Process(const LogEntry& entry) override;
 
  private:
     Format format_;
     std::shared_ptr<ILogProcessor> inner_;
 };
 
-extern template class MIRELO_API LogProcessorFormatter<DebugLogFormat>;
+// Outside of the class, where they are not inline: an instantiation exports no inline members from a DLL.
+
+template <typename Format>
+LogProcessorFormatter<Format>::LogProcessorFormatter(std::shared_ptr<ILogProcessor> inner, Format format)
+    : format_(std::move(format)), inner_(std::move(inner)) {}
+
+template <typename Format>
+LogProcessorFormatter<Format>::~LogProcessorFormatter() = default;
+
+template <typename Format>
+void LogProcessorFormatter<Format>::Process(const LogEntry& entry) {
+    if (inner_ == nullptr) return;
+    LogEntry formatted;
+    inner_->Process(format_.Format(formatted, entry) ? formatted : entry);
+}
+
+extern template class MIRELO_API_TEMPLATE LogProcessorFormatter<DebugLogFormat>;
 
 /// The process-wide logger: records the messages of errors, and hands every entry to one processor.
 ///

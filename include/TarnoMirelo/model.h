@@ -327,10 +327,11 @@ class MIRELO_API ModelManager {
     /// @return `SUCCESS`; `INVALID_ARGUMENTS` "The model must not be null"
     MireloStatus registerModel(const std::shared_ptr<MireloModel>& model);
     /// Unloads a model and, if the backend says `SUCCESS`, removes it and releases its memory record.
-    /// @return the status of `doUnload`, with everything as before unless it is `SUCCESS`; `MODEL_REFERENCE_ERROR`
-    /// "Could
-    ///         not remove model from references" when the model was unloaded, but was registered not once; it is no
-    ///         longer registered then; `INVALID_ARGUMENTS` "The model must not be null"
+    /// @return
+    ///   - the status of `doUnload`, with everything as before unless it is `SUCCESS`
+    ///   - `MODEL_REFERENCE_ERROR` "Could not remove model from references" when the model was unloaded, but was
+    ///     registered not once; it is no longer registered then
+    ///   - `INVALID_ARGUMENTS` "The model must not be null"
     /// What the backend raises passes through, with nothing changed here.
     MireloStatus unloadModel(const std::shared_ptr<MireloModel>& model);
     /// A snapshot, in the order of registration.

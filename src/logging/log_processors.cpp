@@ -124,6 +124,6 @@ bool DebugLogFormat::Format(LogEntry& out, const LogEntry& in) const {
     return true;
 }
 
-template class LogProcessorFormatter<DebugLogFormat>;
+template class MIRELO_EXPORT_DEFINED_TEMPLATE LogProcessorFormatter<DebugLogFormat>;
 
 }  // namespace TarnoMirelo

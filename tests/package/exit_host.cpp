@@ -1,29 +1,33 @@
 // Reports while the process ends, before and after the logger's end: exit_host <plug-in> <installed|built-in>
 
 #include <cstdio>
-#include <dlfcn.h>
 #include <string>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
+extern "C" void reportAtExit(void (*report)(const char*));
 
 namespace {
 
-void (*report)(const char*) = nullptr;
-
-// Outlives the logger: it was made before sdk-core was loaded.
-struct Late {
-    ~Late() { report("late"); }
-} late;
-
 template <typename Function>
-Function* find(void* plugin, const char* name) {
-    return reinterpret_cast<Function*>(dlsym(plugin, name));
+Function* find(const char* library, const char* name) {
+#if defined(_WIN32)
+    return reinterpret_cast<Function*>(GetProcAddress(LoadLibraryA(library), name));
+#else
+    return reinterpret_cast<Function*>(dlsym(dlopen(library, RTLD_NOW), name));
+#endif
 }
 
 }  // namespace
 
 int main(int /*argc*/, char** argv) {
-    void* const plugin = dlopen(argv[1], RTLD_NOW);
-    if (plugin == nullptr) return std::puts(dlerror());
-    report = find<void(const char*)>(plugin, "report");
-    if (argv[2] == std::string("installed")) find<void()>(plugin, "install")();
+    auto* const report = find<void(const char*)>(argv[1], "report");
+    if (report == nullptr) return std::puts("no plug-in");
+    reportAtExit(report);
+    if (argv[2] == std::string("installed")) find<void()>(argv[1], "install")();
     return 0;
 }

@@ -21,10 +21,10 @@ class Processor : public ILogProcessor {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) void report(const char* message) {
+extern "C" MIRELO_EXPORT_SYMBOL void report(const char* message) {
     _Report_(false, LogProcessorTarget::None, LogSeverity::Error, message);
 }
 
-extern "C" __attribute__((visibility("default"))) void install() {
+extern "C" MIRELO_EXPORT_SYMBOL void install() {
     Logger::GetInstance().SetDefaultLogProcessor(std::make_shared<Processor>());
 }

@@ -31,7 +31,7 @@ class TempDir {
     Filepath path(const std::string& name) const { return path().append(Filepath(name)); }
 
     Filepath write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(directory_ / name, std::ios::binary) << bytes;
+        std::ofstream(directory_ / std::u8string(name.begin(), name.end()), std::ios::binary) << bytes;
         return path(name);
     }
     std::string read(const std::string& name) const {

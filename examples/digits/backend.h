@@ -1,0 +1,7 @@
+#pragma once
+
+#include <TarnoMirelo/model.h>
+
+/// An empty model of the backend that this program was built with.
+std::shared_ptr<TarnoMirelo::MireloModel> makeModel(const std::string& name,
+                                                    const std::shared_ptr<TarnoMirelo::Device>& device);

@@ -1,0 +1,105 @@
+#include "files/platform.h"
+
+#define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <utf8.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <windows.h>
+
+namespace TarnoMirelo::Platform {
+namespace {
+
+// Strictly: what isn't UTF-8 has no UTF-16 form.
+std::u16string toUtf16(const char* text) {
+    std::u16string units;
+    try {
+        utf8::utf8to16(text, text + std::strlen(text), std::back_inserter(units));
+    } catch (const utf8::exception&) {
+        throw std::range_error("bad conversion");
+    }
+    return units;
+}
+
+std::wstring widePath(const char* path) {
+    const std::u16string units = toUtf16(path);
+    return {units.begin(), units.end()};
+}
+
+// Two units that stand for one character are joined, so that the name can be opened again. A lone surrogate, which a
+// file's name may hold, is encoded by itself.
+std::string toUtf8(const wchar_t* name) {
+    std::string text;
+    for (; *name != L'\0'; ++name) {
+        auto character = static_cast<char32_t>(*name);
+        const bool pair = utf8::internal::is_lead_surrogate(character) && utf8::internal::is_trail_surrogate(name[1]);
+        if (pair) character = 0x10000 + ((character - 0xD800) << 10) + (static_cast<char32_t>(*++name) - 0xDC00);
+        utf8::unchecked::append(character, std::back_inserter(text));
+    }
+    return text;
+}
+
+struct CloseSearch {
+    using pointer = HANDLE;
+    void operator()(HANDLE search) const { ::FindClose(search); }
+};
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+}  // namespace
+
+bool pathExists(const char* path) {
+    if (::GetFileAttributesW(widePath(path).c_str()) != INVALID_FILE_ATTRIBUTES) return true;
+    const DWORD error = ::GetLastError();
+    return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
+}
+
+Creation createDirectory(const char* path, PathText text) {
+    const BOOL created = text == PathText::Wide ? ::CreateDirectoryW(widePath(path).c_str(), nullptr)
+                                                : ::CreateDirectoryA(path, nullptr);
+    if (created != FALSE) return Creation::Done;
+    return ::GetLastError() == ERROR_PATH_NOT_FOUND ? Creation::ParentMissing : Creation::Failed;
+}
+
+bool deleteFile(const char* path) { return std::remove(path) == 0; }
+
+std::ifstream openToRead(const char* path, PathText text) {
+    if (text == PathText::Narrow) return std::ifstream(path, std::ios::binary);
+    return std::ifstream(std::filesystem::path(widePath(path)), std::ios::binary);
+}
+
+std::ofstream openToWrite(const char* path, std::ios::openmode mode) {
+    return std::ofstream(std::filesystem::path(widePath(path)), std::ios::binary | mode);
+}
+
+void writeTextFile(const char* path, const char* text) { std::ofstream(std::filesystem::path(widePath(path))) << text; }
+
+bool writeFile(const char* path, const void* data, uint64_t size) {
+    std::unique_ptr<std::FILE, CloseFile> file(::_wfopen(widePath(path).c_str(), L"wb"));
+    if (file == nullptr) return false;
+    const bool written = std::fwrite(data, 1, size, file.get()) == size;
+    return std::fclose(file.release()) == 0 && written;
+}
+
+std::vector<std::string> findFiles(const char* pattern) {
+    std::vector<std::string> names;
+    WIN32_FIND_DATAW entry;
+    const HANDLE first = ::FindFirstFileW(widePath(pattern).c_str(), &entry);
+    if (first == INVALID_HANDLE_VALUE) return names;
+    const std::unique_ptr<HANDLE, CloseSearch> search(first);
+    do {
+        names.push_back(toUtf8(entry.cFileName));
+    } while (::FindNextFileW(search.get(), &entry) != FALSE);
+    return names;
+}
+
+}  // namespace TarnoMirelo::Platform

@@ -134,8 +134,45 @@ TEST_F(FilesTest, WideOperationsTakeNothingButUtf8) {
         EXPECT_EQ(raised([&] { files.deleteFile(path); }), "3: Could not delete file : " + path.getPathString());
         EXPECT_EQ(raised([&] { files.readBinaryFileToString(path); }), "2: Failed to open file");
     }
-    const std::string name = directory.write("\xE2\x82\xAC \xF0\x9F\x98\x80", "content").getPathString();
-    EXPECT_EQ(files.getFileSize(Filepath(name + std::string("\0\x80", 2))), 7U);  // up to the first NUL
+    directory.write("\xE2\x82\xAC \xF0\x9F\x98\x80", "content");
+    const std::string name = files.findFilesByPattern(directory.path(), "\xE2\x82\xAC*").at(0).getPathString();
+    const Filepath found = directory.path(name + std::string("\0\x80", 2));  // up to the first NUL
+    EXPECT_EQ(list(files.pathExists(found), files.getFileSize(found), files.readBinaryFileToVector(found).size()),
+              "1 7 7");
+    files.writeStringToFile("\n", found);
+    EXPECT_EQ(files.readBinaryFileToVector(found), (std::vector<char>{'\r', '\n'}));
+}
+
+TEST_F(FilesTest, LeaveNothingOpen) {
+    const Filepath file = directory.write("file", "content");
+    const Filepath paths[] = {file, directory.path(), directory.path("missing"), directory.path("\x80"), Filepath()};
+    const auto useAll = [&] {
+        for (const Filepath& path : paths) {
+            uint64_t size = 0;
+            char buffer[8];
+            raised([&] { files.pathExists(path); });
+            raised([&] { files.openFileToStreamBinaryData(path); });
+            raised([&] { files.readBinaryFileToBuffer(path, size); });
+            raised([&] { files.readBinaryFileToVector(path); });
+            raised([&] { files.readBinaryFileToByteVector(path); });
+            raised([&] { files.readBinaryFileToString(path); });
+            raised([&] { files.getFileSize(path); });
+            raised([&] { files.readBinaryFileToAllocated(path, size, buffer); });
+            raised([&] { files.findFilesByPattern(path, "*"); });
+            raised([&] { files.writeStringToFile("content", path); });
+            raised([&] { files.writeBinaryDataToFile(buffer, 7, path); });
+            raised([&] { files.createDir(path); });
+        }
+    };
+    useAll();
+#if defined(_WIN32)
+    EXPECT_TRUE(std::filesystem::remove(directory.native() / "file"));  // refused while the file is open
+#else
+    using Descriptors = std::filesystem::directory_iterator;
+    const auto before = std::distance(Descriptors("/proc/self/fd"), Descriptors());
+    useAll();
+    EXPECT_EQ(std::distance(Descriptors("/proc/self/fd"), Descriptors()), before);
+#endif
 }
 
 TEST_F(FilesTest, FindsNamesByPattern) {

@@ -99,6 +99,8 @@ TEST(Tar, IsRefusedWhereAnEntryIsNotWhatItShouldBe) {
     }
     for (const Way way : kBoth) {
         EXPECT_EQ(extract(way, with('g', "../g")), "1:  first=z;");  // skipped headers are not judged
+        // A system that drops dots and spaces at the end of a name takes none of these for the parent.
+        for (const char* const name : {".. /f", ".../f", "... /f", "a/.. /../f", ".. "}) extract(way, with('0', name));
         EXPECT_EQ(extract(way, with('5', "no/parent")).rfind("3: Path incorrect : ", 0), 0U);
     }
 }

@@ -106,7 +106,7 @@ class DenseModel : public MireloModel {
         Outputs all;
         for (const auto& row : MireloBatch(inputs).getFeatureSet().features) {
             Outputs results;
-            const MireloStatus status = onPredict(row, results);
+            MireloStatus status = onPredict(row, results);
             if (!status.ok()) return status;
             all.push_back(results.at(0));
         }
@@ -116,7 +116,7 @@ class DenseModel : public MireloModel {
 
     MireloStatus onBind(const Inputs& inputs, Outputs& outputs,
                         std::shared_ptr<MireloBinding>& binding) const override {
-        const MireloStatus status = onPredict(inputs, outputs);
+        MireloStatus status = onPredict(inputs, outputs);
         const auto bound = std::make_shared<Bound>();
         bound->input = inputs.at(0)->asTensor();
         bound->output = outputs.at(0)->asTensor();

@@ -84,8 +84,8 @@ void Logger::Report(const LogEntry& entry) {
     const Depth depth(reportDepth_);
     if (depth.tooDeep()) return;
     if (isError(entry)) {
-        if (errorMessages_.size() >= kRecordedMessages) errorMessages_.erase(errorMessages_.begin());
-        errorMessages_.push_back(entry.message);
+        errorMessages_.push_back(entry.message);  // what can fail comes first
+        if (errorMessages_.size() > kRecordedMessages) errorMessages_.erase(errorMessages_.begin());
     }
     const std::shared_ptr<ILogProcessor> processor = GetLogProcessor();  // the entry may have it replaced
     try {

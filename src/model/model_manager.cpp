@@ -86,9 +86,11 @@ MireloStatus ModelManager::unloadModel(const std::shared_ptr<MireloModel>& model
     if (held == nullptr) return nullModel();
     MireloStatus status = held->doUnload();
     if (!status.ok()) return status;
-    const auto removed = std::erase(models_, held);
+    if (std::count(models_.begin(), models_.end(), held) != 1) {
+        status = {MODEL_REFERENCE_ERROR, "Could not remove model from references"};
+    }
+    std::erase(models_, held);
     held->setRuntimeStatus(nullptr);
-    if (removed != 1) return {MODEL_REFERENCE_ERROR, "Could not remove model from references"};
     return status;
 }
 

@@ -1,0 +1,83 @@
+#include "faults/allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+// The linker has the library's calls end here: --wrap=malloc and so on. Its own names are the real functions'.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* memory, size_t size);
+void __real_free(void* memory);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace TarnoMirelo::Allocations {
+namespace {
+
+size_t untilFailure = 0;  // 0: none fails
+bool everyOneAfter = false;
+size_t failed = 0;
+size_t living = 0;
+
+bool fails() {
+    if (untilFailure == 0 || --untilFailure > 0) return false;
+    if (everyOneAfter) untilFailure = 1;
+    ++failed;
+    return true;
+}
+
+void* counted(void* memory) {
+    if (memory != nullptr) ++living;
+    return memory;
+}
+
+void* allocate(size_t size) {
+    void* const memory = fails() ? nullptr : counted(__real_malloc(size > 0 ? size : 1));
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    if (memory != nullptr) --living;
+    __real_free(memory);
+}
+
+}  // namespace
+
+void failAt(size_t number, bool onwards) {
+    untilFailure = number;
+    everyOneAfter = onwards;
+    failed = 0;
+}
+
+size_t stopFailing() {
+    untilFailure = 0;
+    return failed;
+}
+
+size_t alive() { return living; }
+
+}  // namespace TarnoMirelo::Allocations
+
+namespace Allocations = TarnoMirelo::Allocations;
+
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+void* __wrap_malloc(size_t size) { return Allocations::fails() ? nullptr : Allocations::counted(__real_malloc(size)); }
+void* __wrap_calloc(size_t count, size_t size) {
+    return Allocations::fails() ? nullptr : Allocations::counted(__real_calloc(count, size));
+}
+void* __wrap_realloc(void* memory, size_t size) {
+    if (Allocations::fails()) return nullptr;
+    void* const moved = __real_realloc(memory, size);
+    return memory == nullptr ? Allocations::counted(moved) : moved;
+}
+void __wrap_free(void* memory) { Allocations::release(memory); }
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+void* operator new(size_t size) { return Allocations::allocate(size); }
+void operator delete(void* memory) noexcept { Allocations::release(memory); }
+void operator delete(void* memory, size_t /*size*/) noexcept { Allocations::release(memory); }

@@ -105,6 +105,8 @@ class MIRELO_API ModelFeatureDescriptor {
     const TensorDescriptor& tensorDescriptor() const;
 
  private:
+    friend class MireloBatch;  // reads names without a copy
+
     MireloFeatureType type_ = MireloFeatureType::Undefined;
     bool required_ = true;
     std::string name_;
@@ -157,6 +159,8 @@ class MIRELO_API MireloFeature : public std::enable_shared_from_this<MireloFeatu
     MireloFeatureType type() const;
 
  private:
+    friend class MireloBatch;  // as the descriptor's
+
     ModelFeatureDescriptor descriptor_;
 };
 
@@ -317,7 +321,10 @@ class MIRELO_API MireloBatch {
         const std::vector<ModelFeatureDescriptor>& descriptors) const;
 
  private:
-    std::unordered_map<std::string, std::vector<std::shared_ptr<const MireloFeature>>> groups_;
+    using Group = std::vector<std::shared_ptr<const MireloFeature>>;
+    static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
+
+    std::unordered_map<std::string, Group> groups_;
 };
 
 }  // namespace TarnoMirelo

@@ -1,20 +1,36 @@
 #include <TarnoMirelo/feature.h>
 
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 
 namespace TarnoMirelo {
-namespace {
 
-std::string nameOf(const std::shared_ptr<const MireloFeature>& feature) {
+const std::string& MireloBatch::nameOf(const std::shared_ptr<const MireloFeature>& feature) {
     if (feature == nullptr) throw InvalidArgumentsException("A feature of a batch must not be null");
-    return feature->featureDescriptor().name();
+    return feature->descriptor_.name_;
 }
 
-}  // namespace
-
 MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features) {
-    for (auto& feature : features) groups_[nameOf(feature)].push_back(std::move(feature));
+    // Most lists repeat their first row, so the group to come is known without a look-up.
+    std::vector<std::pair<const std::string, Group>*> row;
+    size_t place = 0;
+    for (auto& feature : features) {
+        const std::string& name = nameOf(feature);
+        if (place == row.size()) place = 0;
+        std::pair<const std::string, Group>* group = row.empty() ? nullptr : row[place];
+        if (group == nullptr || group->first != name) {
+            const auto [found, isNew] = groups_.try_emplace(name);
+            group = &*found;
+            if (isNew) {
+                place = row.size();
+                row.push_back(group);
+            }
+        }
+        if (group->second.size() == 1) group->second.reserve(features.size() / row.size());
+        group->second.push_back(std::move(feature));
+        ++place;
+    }
     for (const auto& [name, group] : groups_) {
         if (group.size() != groups_.begin()->second.size()) {
             throw Exception("An uneven number of batches per input", INVALID_TYPE);
@@ -23,7 +39,7 @@ MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> featu
 }
 
 bool MireloBatch::isBatch(const std::vector<std::shared_ptr<const MireloFeature>>& features) {
-    std::unordered_set<std::string> names;
+    std::unordered_set<std::string_view> names;
     for (const auto& feature : features) {
         if (!names.insert(nameOf(feature)).second) return true;
     }
@@ -45,8 +61,8 @@ std::vector<std::shared_ptr<MireloFeature>> MireloBatch::getSortedFetures(
     const std::vector<ModelFeatureDescriptor>& descriptors) const {
     std::vector<std::shared_ptr<MireloFeature>> sorted;
     if (!groups_.empty()) sorted.reserve(descriptors.size() * groups_.begin()->second.size());
-    for (const ModelFeatureDescriptor& descriptor : descriptors) {
-        for (const auto& feature : groups_.at(descriptor.name())) {
+    for (const auto& descriptor : descriptors) {
+        for (const auto& feature : groups_.at(descriptor.name_)) {
             sorted.push_back(std::const_pointer_cast<MireloFeature>(feature));
         }
     }

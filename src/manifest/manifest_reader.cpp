@@ -6,7 +6,6 @@
 #include <TarnoMirelo/manifest.h>
 
 #include <rapidjson/document.h>
-#include <rapidjson/memorystream.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -40,11 +39,46 @@ using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
 using JsonValue = Json::ValueType;
 
+// The text as RapidJSON reads it: up to its end, where there need be no NUL, and with its strings unescaped in place, so
+// that none is copied.
+class TextInPlace {
+ public:
+    using Ch = char;
+
+    TextInPlace(char* text, uint64_t size) : begin_(text), end_(text + size), source_(text) {}
+
+    Ch Peek() const { return source_ == end_ ? '\0' : *source_; }
+    Ch Take() { return source_ == end_ ? '\0' : *source_++; }
+    size_t Tell() const { return static_cast<size_t>(source_ - begin_); }
+    Ch* PutBegin() { return target_ = source_; }
+    void Put(Ch character) { *target_++ = character; }
+    size_t PutEnd(Ch* begin) const { return static_cast<size_t>(target_ - begin); }
+
+ private:
+    char* begin_;
+    char* end_;
+    char* source_;
+    char* target_ = nullptr;
+};
+
+}  // namespace
+}  // namespace TarnoMirelo
+
+// Cheap to copy: the parser then keeps it in registers while it works.
+template <>
+struct rapidjson::StreamTraits<TarnoMirelo::TextInPlace> {
+    enum { copyOptimization = 1 };
+};
+
+namespace TarnoMirelo {
+namespace {
+
 // Parses one object off the text's start; what follows it is not looked at. The stream is given as it is and without
-// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack.
-bool parseObject(Json& json, const char* text, uint64_t size) {
-    constexpr unsigned kFlags = rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag;
-    rapidjson::MemoryStream stream(text, static_cast<size_t>(size));
+// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack. The texts found lie in `text`.
+bool parseObject(Json& json, char* text, uint64_t size) {
+    constexpr unsigned kFlags =
+        rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag;
+    TextInPlace stream(text, size);
     json.ParseStream<kFlags>(stream);
     return !json.HasParseError() && json.IsObject();
 }

@@ -39,8 +39,8 @@ using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
 using JsonValue = Json::ValueType;
 
-// The text as RapidJSON reads it: up to its end, where there need be no NUL, and with its strings unescaped in place, so
-// that none is copied.
+// The text as RapidJSON reads it: up to its end, where there need be no NUL, and with its strings unescaped in place,
+// so that none is copied.
 class TextInPlace {
  public:
     using Ch = char;
@@ -118,23 +118,23 @@ Enum readEnumerator(const JsonValue& object, const char* name, const Names& name
     return found == names.end() ? otherwise : static_cast<Enum>(found - names.begin());
 }
 
-TensorShape readShape(const JsonValue& tensor) {
-    std::vector<int64_t> dimensions;
+TensorShape readShape(const JsonValue& tensor, std::vector<int64_t>& scratch) {
+    scratch.clear();
     if (const JsonValue* const elements = findArray(tensor, "shape")) {
-        dimensions.reserve(elements->Size());
         // 0 is no dimension that a model can have: `validate` refuses the target then.
         for (const JsonValue& element : elements->GetArray()) {
-            dimensions.push_back(element.IsInt() ? element.GetInt() : 0);
+            scratch.push_back(element.IsInt() ? element.GetInt() : 0);
         }
     }
-    return dimensions;
+    return scratch;
 }
 
-TensorDescriptor readTensorDescriptor(const JsonValue& feature) {
+TensorDescriptor readTensorDescriptor(const JsonValue& feature, std::vector<int64_t>& scratch) {
     const JsonValue* const tensor = findObject(feature, "tensor");
     if (tensor == nullptr) return {};
     const char* const dataType = findText(*tensor, "dataType");
-    return {readShape(*tensor), findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
+    return {readShape(*tensor, scratch),
+            findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
 }
 
 uint32_t readPixels(const JsonValue& image, const char* name) {
@@ -149,33 +149,44 @@ ImageDescriptor readImageDescriptor(const JsonValue& feature) {
             readEnumerator(*image, "pixelType", kPixelTypeNames, MireloPixelType::Undefined)};
 }
 
-ModelFeatureDescriptor readFeature(const JsonValue& feature) {
-    std::string name;
-    std::string description;
-    readText(feature, "name", name);
-    readText(feature, "description", description);
-    const JsonValue* const flag = findMember(feature, "required");
-    const bool required = flag == nullptr || !flag->IsBool() || flag->GetBool();
-    const auto type = readEnumerator(feature, "featureType", kFeatureTypeNames, MireloFeatureType::Undefined);
-    if (type == MireloFeatureType::Image) {
-        return {type, required, std::move(name), std::move(description), readImageDescriptor(feature)};
-    }
-    return {type, required, std::move(name), std::move(description),
-            type == MireloFeatureType::Tensor ? readTensorDescriptor(feature) : TensorDescriptor()};
-}
+// The features of one list. What is allocated for one serves all.
+class FeatureReader {
+ public:
+    FeatureReader(std::vector<ModelFeatureDescriptor>& features, std::vector<std::string>& names)
+        : features_(features), names_(names) {}
 
-void readFeatures(const JsonValue& target, const char* name, std::vector<ModelFeatureDescriptor>& features,
-                  std::vector<std::string>& names) {
-    const JsonValue* const elements = findArray(target, name);
-    if (elements == nullptr) return;
-    features.reserve(elements->Size());
-    names.reserve(elements->Size());
-    for (const JsonValue& element : elements->GetArray()) {
-        if (!element.IsObject()) continue;
-        features.push_back(readFeature(element));
-        names.push_back(features.back().name());
+    void read(const JsonValue& target, const char* list) {
+        const JsonValue* const elements = findArray(target, list);
+        if (elements == nullptr) return;
+        features_.reserve(elements->Size());
+        names_.reserve(elements->Size());
+        for (const JsonValue& element : elements->GetArray()) {
+            if (element.IsObject()) readFeature(element);
+        }
     }
-}
+
+ private:
+    void readFeature(const JsonValue& feature) {
+        std::string& name = names_.emplace_back();
+        std::string description;
+        readText(feature, "name", name);
+        readText(feature, "description", description);
+        const JsonValue* const flag = findMember(feature, "required");
+        const bool required = flag == nullptr || !flag->IsBool() || flag->GetBool();
+        const auto type = readEnumerator(feature, "featureType", kFeatureTypeNames, MireloFeatureType::Undefined);
+        if (type == MireloFeatureType::Image) {
+            features_.emplace_back(type, required, name, std::move(description), readImageDescriptor(feature));
+        } else {
+            features_.emplace_back(
+                type, required, name, std::move(description),
+                type == MireloFeatureType::Tensor ? readTensorDescriptor(feature, dimensions_) : TensorDescriptor());
+        }
+    }
+
+    std::vector<ModelFeatureDescriptor>& features_;
+    std::vector<std::string>& names_;
+    std::vector<int64_t> dimensions_;
+};
 
 // The mere presence of "encryption" stands for a key to come; until the host sets it, that is the default encryption.
 ModelComponent readComponent(const JsonValue& object) {
@@ -195,8 +206,8 @@ ModelTarget readTarget(const JsonValue& object, MireloModelType type) {
             if (element.IsObject()) target.components.push_back(readComponent(element));
         }
     }
-    readFeatures(object, "inputs", target.inputs, target.inputNames);
-    readFeatures(object, "outputs", target.outputs, target.outputNames);
+    FeatureReader(target.inputs, target.inputNames).read(object, "inputs");
+    FeatureReader(target.outputs, target.outputNames).read(object, "outputs");
     return target;
 }
 

@@ -6,10 +6,10 @@
 #include <TarnoMirelo/export.h>
 #include <TarnoMirelo/tensor.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace TarnoMirelo {
@@ -105,6 +105,8 @@ class MIRELO_API ModelFeatureDescriptor {
     const TensorDescriptor& tensorDescriptor() const;
 
  private:
+    friend class MireloBatch;  // reads names without a copy
+
     MireloFeatureType type_ = MireloFeatureType::Undefined;
     bool required_ = true;
     std::string name_;
@@ -157,6 +159,8 @@ class MIRELO_API MireloFeature : public std::enable_shared_from_this<MireloFeatu
     MireloFeatureType type() const;
 
  private:
+    friend class MireloBatch;  // as the descriptor's
+
     ModelFeatureDescriptor descriptor_;
 };
 
@@ -317,7 +321,14 @@ class MIRELO_API MireloBatch {
         const std::vector<ModelFeatureDescriptor>& descriptors) const;
 
  private:
-    std::unordered_map<std::string, std::vector<std::shared_ptr<const MireloFeature>>> groups_;
+    static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
+    bool indexNames(size_t width);  // whether no name repeats among the first `width` features
+    bool repeatsFirstRow() const;
+    void arrangeRows();
+    size_t placeOf(const std::string& name) const;
+
+    std::vector<std::shared_ptr<const MireloFeature>> features_;  // row by row, the names in the same order in each
+    std::vector<size_t> byName_;                                  // the places in a row, in the order of their names
 };
 
 }  // namespace TarnoMirelo

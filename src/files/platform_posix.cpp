@@ -24,10 +24,14 @@ std::string narrowPath(const char* path) {
     return native;
 }
 
+bool isAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
+
 // The wide reading: only UTF-8 that Windows could turn into UTF-16, so that a path fails on every system or on none.
 std::string widePath(const char* path) {
     std::string native = narrowPath(path);
-    if (!utf8::is_valid(native.begin(), native.end())) throw std::range_error("bad conversion");
+    char anyByte = 0;  // most paths are ASCII, which is UTF-8 without a closer look
+    for (const char byte : native) anyByte = static_cast<char>(anyByte | byte);
+    if (!isAscii(anyByte) && !utf8::is_valid(native.begin(), native.end())) throw std::range_error("bad conversion");
     return native;
 }
 

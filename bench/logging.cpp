@@ -5,16 +5,16 @@
 
 #include <TarnoMirelo/logging.h>
 
-#include <fstream>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
+#include <string>
 
 namespace Bench {
 namespace {
 
 using namespace TarnoMirelo;
 
-constexpr const char* kMessage = "OpenCV model \"digits\": loaded in 12.345678 ms";
+const std::string kMessage = "OpenCV model \"digits\": loaded in 12.345678 ms";
 
 }  // namespace
 
@@ -30,7 +30,7 @@ void addLogging() {
         Logger::GetInstance().Report(entry);
     });
     const auto file = std::make_shared<SystemFile>((directory + "/limit.log").c_str(), O_WRONLY | O_CREAT | O_APPEND);
-    const std::string line = "(00:00:00:00) " + std::string(kMessage) + "[1]\n";
+    const std::string line = "(00:00:00:00) " + kMessage + "[1]\n";
     measure(row, Side::Limit, [=] { file->write(line.data(), line.size()); });
     const auto other = spdlog::basic_logger_st("bench", directory + "/instead.log");
     other->flush_on(spdlog::level::trace);

@@ -49,9 +49,12 @@ LogProcessorFileSystem::LogProcessorFileSystem(const std::string& directory, con
 LogProcessorFileSystem::~LogProcessorFileSystem() = default;
 
 void LogProcessorFileSystem::Process(const LogEntry& entry) {
-    if (!file_.is_open()) return;
+    if (!file_.is_open() || !file_.good()) return;
     const char* const text = entry.message.c_str();  // up to its first NUL
-    file_.write(text, static_cast<std::streamsize>(std::strlen(text))).put('\n').flush();
+    const auto length = static_cast<std::streamsize>(std::strlen(text));
+    std::filebuf& buffer = *file_.rdbuf();  // the stream would look after its state at each of the three
+    const bool written = buffer.sputn(text, length) == length && buffer.sputc('\n') == '\n' && buffer.pubsync() == 0;
+    if (!written) file_.setstate(std::ios::badbit);
 }
 
 bool LogProcessorFileSystem::Open(const std::string& path) {

@@ -9,7 +9,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace TarnoMirelo {
@@ -39,82 +42,75 @@ using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
 using JsonValue = Json::ValueType;
 
-// The text as RapidJSON reads it: up to its end, where there need be no NUL, and with its strings unescaped in place,
-// so that none is copied.
-class TextInPlace {
- public:
-    using Ch = char;
-
-    TextInPlace(char* text, uint64_t size) : begin_(text), end_(text + size), source_(text) {}
-
-    Ch Peek() const { return source_ == end_ ? '\0' : *source_; }
-    Ch Take() { return source_ == end_ ? '\0' : *source_++; }
-    size_t Tell() const { return static_cast<size_t>(source_ - begin_); }
-    Ch* PutBegin() { return target_ = source_; }
-    void Put(Ch character) { *target_++ = character; }
-    size_t PutEnd(Ch* begin) const { return static_cast<size_t>(target_ - begin); }
-
- private:
-    char* begin_;
-    char* end_;
-    char* source_;
-    char* target_ = nullptr;
-};
-
-}  // namespace
-}  // namespace TarnoMirelo
-
-// Cheap to copy: the parser then keeps it in registers while it works.
-template <>
-struct rapidjson::StreamTraits<TarnoMirelo::TextInPlace> {
-    enum { copyOptimization = 1 };
-};
-
-namespace TarnoMirelo {
-namespace {
+// The text of a file with a NUL behind it, empty where it can't be read: the parser looks for the NUL instead of asking
+// at each character whether there is one.
+std::unique_ptr<char[]> readWhole(const Filepath& path) {
+    static FileUtils files;
+    uint64_t size = 0;
+    const std::unique_ptr<char[]> bytes = files.readBinaryFileToBuffer(path, size);
+    if (bytes == nullptr) return nullptr;
+    std::unique_ptr<char[]> text(new char[static_cast<size_t>(size) + 1]);
+    std::copy_n(bytes.get(), size, text.get());
+    text[size] = '\0';
+    return text;
+}
 
 // Parses one object off the text's start; what follows it is not looked at. The stream is given as it is and without
-// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack. The texts found lie in `text`.
-bool parseObject(Json& json, char* text, uint64_t size) {
+// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack. The object's strings stay in
+// the text, which is changed for that.
+bool parseObject(Json& json, char* text) {
     constexpr unsigned kFlags =
         rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag;
-    TextInPlace stream(text, size);
+    rapidjson::InsituStringStream stream(text);
     json.ParseStream<kFlags>(stream);
     return !json.HasParseError() && json.IsObject();
 }
 
+// The name of a member that is looked for. Its length is known to the compiler, which can then compare without a call.
+template <size_t size>
+using Name = const char (&)[size];
+
 // The first member of that name, null where there is none.
-const JsonValue* findMember(const JsonValue& object, const char* name) {
-    const auto member = object.FindMember(name);
-    return member == object.MemberEnd() ? nullptr : &member->value;
+template <size_t size>
+const JsonValue* findMember(const JsonValue& object, Name<size> name) {
+    for (const auto& member : object.GetObject()) {
+        const bool same =
+            member.name.GetStringLength() == size - 1 && std::memcmp(member.name.GetString(), name, size - 1) == 0;
+        if (same) return &member.value;
+    }
+    return nullptr;
 }
 
-const JsonValue* findObject(const JsonValue& object, const char* name) {
+template <size_t size>
+const JsonValue* findObject(const JsonValue& object, Name<size> name) {
     const JsonValue* const value = findMember(object, name);
     return value != nullptr && value->IsObject() ? value : nullptr;
 }
 
-const JsonValue* findArray(const JsonValue& object, const char* name) {
+template <size_t size>
+const JsonValue* findArray(const JsonValue& object, Name<size> name) {
     const JsonValue* const value = findMember(object, name);
     return value != nullptr && value->IsArray() ? value : nullptr;
 }
 
 // A text up to its first NUL, null where there is none.
-const char* findText(const JsonValue& object, const char* name) {
+template <size_t size>
+const char* findText(const JsonValue& object, Name<size> name) {
     const JsonValue* const value = findMember(object, name);
     return value != nullptr && value->IsString() ? value->GetString() : nullptr;
 }
 
-void readText(const JsonValue& object, const char* name, std::string& into) {
+template <size_t size>
+void readText(const JsonValue& object, Name<size> name, std::string& into) {
     if (const char* const text = findText(object, name)) into = text;
 }
 
 // The enumerator whose text is found under that name; `otherwise` for any other text or none.
-template <typename Enum, typename Names>
-Enum readEnumerator(const JsonValue& object, const char* name, const Names& names, Enum otherwise) {
+template <typename Enum, typename Names, size_t size>
+Enum readEnumerator(const JsonValue& object, Name<size> name, const Names& names, Enum otherwise) {
     const char* const text = findText(object, name);
     if (text == nullptr) return otherwise;
-    const auto* const found = std::find(names.begin(), names.end(), text);
+    const auto* const found = std::find(names.begin(), names.end(), std::string_view(text));
     return found == names.end() ? otherwise : static_cast<Enum>(found - names.begin());
 }
 
@@ -137,7 +133,8 @@ TensorDescriptor readTensorDescriptor(const JsonValue& feature, std::vector<int6
             findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
 }
 
-uint32_t readPixels(const JsonValue& image, const char* name) {
+template <size_t size>
+uint32_t readPixels(const JsonValue& image, Name<size> name) {
     const JsonValue* const value = findMember(image, name);
     return value != nullptr && value->IsUint() ? value->GetUint() : 0;
 }
@@ -155,7 +152,8 @@ class FeatureReader {
     FeatureReader(std::vector<ModelFeatureDescriptor>& features, std::vector<std::string>& names)
         : features_(features), names_(names) {}
 
-    void read(const JsonValue& target, const char* list) {
+    template <size_t size>
+    void read(const JsonValue& target, Name<size> list) {
         const JsonValue* const elements = findArray(target, list);
         if (elements == nullptr) return;
         features_.reserve(elements->Size());
@@ -214,11 +212,9 @@ ModelTarget readTarget(const JsonValue& object, MireloModelType type) {
 }  // namespace
 
 MireloStatus ModelMetadata::loadInternal(const Filepath& manifest) {
-    static FileUtils files;
-    uint64_t size = 0;
-    const std::unique_ptr<char[]> text = files.readBinaryFileToBuffer(manifest, size);
+    const std::unique_ptr<char[]> text = readWhole(manifest);
     Json root;
-    if (text == nullptr || !parseObject(root, text.get(), size)) {
+    if (text == nullptr || !parseObject(root, text.get())) {
         throw ModelMetaDataException("Failed to open metadata file at " + manifest.getPathString());
     }
     rootDir_ = manifest.parent_path();
@@ -233,7 +229,7 @@ MireloStatus ModelMetadata::loadInternal(const Filepath& manifest) {
     const JsonValue* const targets = findMember(root, "targets");
     if (targets == nullptr) throw ModelMetaDataException("No target found in root of manifest file");
     if (!targets->IsObject()) return {SUCCESS, ""};
-    if (const JsonValue* const target = findObject(*targets, TargetKey::WinML)) {
+    if (const JsonValue* const target = findObject(*targets, "WinML")) {
         // A target that is there already stays: a second manifest does not replace what the host may have changed.
         targets_.try_emplace(MireloModelType::WinML, readTarget(*target, MireloModelType::WinML));
     }

@@ -48,8 +48,8 @@ class MIRELO_API Filepath {
 /// "bad conversion" for any other text. Those marked *narrow* pass them on as they are: on Windows in the process's
 /// code page, elsewhere unchecked.
 ///
-/// Reading a directory is like reading a file that cannot be opened. There is no state: calls may overlap, and are then
-/// as safe as the system's own on those files.
+/// Reading a directory, or a character device, which may have no end, is like reading a file that cannot be opened.
+/// There is no state: calls may overlap, and are then as safe as the system's own on those files.
 class MIRELO_API FileUtils {
  public:
     FileUtils();

@@ -6,53 +6,34 @@
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <typeinfo>
 #include <utility>
 
 namespace TarnoMirelo {
 namespace {
 
-// A file opened for input whose size is known. Not every file has one: a pipe, for example, can't be positioned.
-struct SizedFile {
-    std::ifstream stream;
-    uint64_t size;
-};
-
-std::optional<uint64_t> sizeOf(std::ifstream& stream) {
-    stream.seekg(0, std::ios::end);
-    const std::streamoff end = stream.tellg();
-    stream.clear();
-    stream.seekg(0);
-    if (end < 0) return std::nullopt;
-    return static_cast<uint64_t>(end);
-}
-
-std::optional<SizedFile> openSized(const Filepath& path) {
-    std::ifstream stream = Platform::openToRead(path.c_str(), Platform::PathText::Wide);
-    if (!stream.is_open()) return std::nullopt;
-    const std::optional<uint64_t> size = sizeOf(stream);
-    if (!size) return std::nullopt;
-    return SizedFile{std::move(stream), *size};
-}
-
-// Bytes read; fewer than asked for at the end of the file or when reading fails.
-uint64_t readBytes(std::ifstream& stream, char* buffer, uint64_t size) {
-    stream.read(buffer, static_cast<std::streamsize>(size));
-    return static_cast<uint64_t>(stream.gcount());
-}
-
 // Everything up to the end of the file. The size is only a hint: files of the system's own making have none.
 template <typename Bytes>
-Bytes readToEnd(std::ifstream& stream) {
+Bytes readToEnd(Platform::InputFile& file) {
     constexpr uint64_t kGrowth = uint64_t{64} * 1024;
     Bytes bytes;
-    bytes.resize(sizeOf(stream).value_or(0));
-    uint64_t used = readBytes(stream, reinterpret_cast<char*>(bytes.data()), bytes.size());
-    while (stream.good() && stream.peek() != std::ifstream::traits_type::eof()) {
+    bytes.resize(file.size().value_or(0));
+    uint64_t used = file.read(bytes.data(), bytes.size());
+    char next = 0;
+    while (used == bytes.size() && file.read(&next, 1) == 1) {
         bytes.resize(std::max(used + kGrowth, 2 * used));
-        used += readBytes(stream, reinterpret_cast<char*>(bytes.data()) + used, bytes.size() - used);
+        bytes[used] = static_cast<typename Bytes::value_type>(next);
+        ++used;
+        used += file.read(bytes.data() + used, bytes.size() - used);
     }
     bytes.resize(used);
     return bytes;
+}
+
+uint64_t sizeOf(const Platform::InputFile& file) {
+    const std::optional<uint64_t> size = file.size();
+    if (!size) throw FileException("File error!");
+    return *size;
 }
 
 void write(std::ofstream& stream, const void* data, uint64_t size) {
@@ -88,6 +69,12 @@ std::ofstream FileUtils::openFileToWriteBinaryData(const Filepath& path) {
 }
 
 bool FileUtils::writeBinaryDataToFile(void* data, uint64_t size, const Filepath& path) {
+    // No other class, so nobody has put another stream in place of the file's: it can be done without, at half the
+    // cost.
+    if (typeid(*this) == typeid(FileUtils)) {
+        Platform::writeFile(path.c_str(), data, size);
+        return true;
+    }
     std::ofstream stream = openFileToWriteBinaryData(path);
     write(stream, data, size);
     stream.close();
@@ -100,40 +87,37 @@ bool FileUtils::writeStringToFile(const std::string& text, const Filepath& path)
 }
 
 std::unique_ptr<char[]> FileUtils::readBinaryFileToBuffer(const Filepath& path, uint64_t& size) {
-    std::optional<SizedFile> file = openSized(path);
-    if (!file) return nullptr;
-    std::unique_ptr<char[]> buffer(new char[file->size]);  // not make_unique, which would fill it first
-    const uint64_t read = readBytes(file->stream, buffer.get(), file->size);
-    std::fill(buffer.get() + read, buffer.get() + file->size, '\0');
-    size = file->size;
+    Platform::InputFile file(path.c_str(), Platform::PathText::Wide);
+    const std::optional<uint64_t> fileSize = file.size();
+    if (!fileSize) return nullptr;
+    std::unique_ptr<char[]> buffer(new char[*fileSize]);  // not make_unique, which would fill it first
+    const uint64_t read = file.read(buffer.get(), *fileSize);
+    std::fill(buffer.get() + read, buffer.get() + *fileSize, '\0');
+    size = *fileSize;
     return buffer;
 }
 
 std::vector<char> FileUtils::readBinaryFileToVector(const Filepath& path) {
-    std::optional<SizedFile> file = openSized(path);
-    if (!file) return {};
-    std::vector<char> bytes(file->size);
-    readBytes(file->stream, bytes.data(), bytes.size());
+    Platform::InputFile file(path.c_str(), Platform::PathText::Wide);
+    std::vector<char> bytes(file.size().value_or(0));
+    file.read(bytes.data(), bytes.size());
     return bytes;
 }
 
 std::vector<unsigned char> FileUtils::readBinaryFileToByteVector(const Filepath& path) {
-    std::ifstream stream = Platform::openToRead(path.c_str(), Platform::PathText::Wide);
-    if (!stream.is_open()) return {};
-    return readToEnd<std::vector<unsigned char>>(stream);
+    Platform::InputFile file(path.c_str(), Platform::PathText::Wide);
+    if (!file.isOpen()) return {};
+    return readToEnd<std::vector<unsigned char>>(file);
 }
 
 uint64_t FileUtils::getFileSize(const Filepath& path) {
-    const std::optional<SizedFile> file = openSized(path);
-    if (!file) throw FileException("File error!");
-    return file->size;
+    return sizeOf(Platform::InputFile(path.c_str(), Platform::PathText::Wide));
 }
 
 void FileUtils::readBinaryFileToAllocated(const Filepath& path, uint64_t& size, char* buffer) {
-    std::optional<SizedFile> file = openSized(path);
-    if (!file) throw FileException("File error!");
-    size = file->size;
-    readBytes(file->stream, buffer, file->size);
+    Platform::InputFile file(path.c_str(), Platform::PathText::Wide);
+    size = sizeOf(file);
+    file.read(buffer, size);
 }
 
 void FileUtils::deleteDir(const Filepath& /*path*/) {}
@@ -143,9 +127,9 @@ void FileUtils::deleteFile(const Filepath& path) {
 }
 
 std::string FileUtils::readBinaryFileToString(const Filepath& path) {
-    std::ifstream stream = Platform::openToRead(path.c_str(), Platform::PathText::Narrow);
-    if (!stream.is_open()) throw std::runtime_error("Failed to open file");
-    auto text = readToEnd<std::string>(stream);
+    Platform::InputFile file(path.c_str(), Platform::PathText::Narrow);
+    if (!file.isOpen()) throw std::runtime_error("Failed to open file");
+    auto text = readToEnd<std::string>(file);
     text.resize(std::min(text.find('\0'), text.size()));
     return text;
 }

@@ -1,5 +1,7 @@
 #include <TarnoMirelo/files.h>
 
+#include <cstring>
+
 namespace TarnoMirelo {
 
 // Clang before 15 cannot evaluate the standard library's string at compile time; there the loader initialises this
@@ -14,11 +16,10 @@ Filepath::Filepath() = default;
 Filepath::Filepath(const std::string& path) : path_(path) {}
 
 Filepath& Filepath::append(const Filepath& other) {
-    if (path_.empty()) {
-        path_.append(other.c_str());
-    } else {
-        path_.append(Separator + other.c_str());
-    }
+    const size_t length = std::strlen(other.c_str());  // before anything is added: the other path may be this one
+    path_.reserve(path_.size() + Separator.size() + length);
+    if (!path_.empty()) path_.append(Separator);
+    path_.append(other.path_, 0, length);
     return *this;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,8 +30,27 @@ Creation createDirectory(const char* path, PathText text);
 /// @return whether it is gone
 bool deleteFile(const char* path);
 
-/// Opens a file for binary input at its start. The stream is closed when the file cannot be opened, or is a directory.
-std::ifstream openToRead(const char* path, PathText text);
+/// A file to be read once from its start, as bytes; closed at the end. No stream, whose own work costs more than a
+/// small file's.
+class InputFile {
+ public:
+    /// Not open when the file cannot be opened, or is a directory or a character device.
+    InputFile(const char* path, PathText text);
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+    ~InputFile();
+
+    bool isOpen() const;
+    /// Nothing where the file has no size: a pipe, for example.
+    std::optional<uint64_t> size() const;
+    /// The next `size` bytes.
+    /// @return bytes read; fewer than asked for at the end of the file or when reading fails
+    uint64_t read(void* buffer, uint64_t size);
+
+ private:
+    intptr_t handle_;  // the system's own
+    std::optional<uint64_t> size_;
+};
 
 /// Opens a file for binary output in the given mode, `std::ios::trunc` or `std::ios::app`. The stream is closed when
 /// the file cannot be opened. Wide.

@@ -24,10 +24,14 @@ std::string narrowPath(const char* path) {
     return native;
 }
 
+bool isAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
+
 // The wide reading: only UTF-8 that Windows could turn into UTF-16, so that a path fails on every system or on none.
 std::string widePath(const char* path) {
     std::string native = narrowPath(path);
-    if (!utf8::is_valid(native.begin(), native.end())) throw std::range_error("bad conversion");
+    char anyByte = 0;  // most paths are ASCII, which is UTF-8 without a closer look
+    for (const char byte : native) anyByte = static_cast<char>(anyByte | byte);
+    if (!isAscii(anyByte) && !utf8::is_valid(native.begin(), native.end())) throw std::range_error("bad conversion");
     return native;
 }
 
@@ -37,9 +41,13 @@ std::string nativePath(const char* path, PathText text) {
 
 bool meansAbsent(int error) { return error == ENOENT || error == ENOTDIR; }
 
-bool isDirectory(const std::string& path) {
-    struct stat facts {};
-    return ::stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+// The size of an open file that is no directory. Only what can be positioned has one; files of the system's own making
+// say so themselves.
+std::optional<uint64_t> sizeOf(int file, const struct stat& facts) {
+    if (S_ISREG(facts.st_mode)) return static_cast<uint64_t>(facts.st_size);
+    const off_t end = ::lseek(file, 0, SEEK_END);
+    if (end < 0 || ::lseek(file, 0, SEEK_SET) != 0) return std::nullopt;
+    return static_cast<uint64_t>(end);
 }
 
 struct CloseDirectory {
@@ -103,10 +111,37 @@ Creation createDirectory(const char* path, PathText text) {
 // unlink and not remove, which would delete an empty directory here and nowhere else.
 bool deleteFile(const char* path) { return ::unlink(narrowPath(path).c_str()) == 0; }
 
-std::ifstream openToRead(const char* path, PathText text) {
-    const std::string native = nativePath(path, text);
-    if (isDirectory(native)) return {};  // it would open, and claim a size
-    return std::ifstream(native, std::ios::binary);
+InputFile::InputFile(const char* path, PathText text)
+    : handle_(::open(nativePath(path, text).c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (handle_ < 0) return;
+    const int file = static_cast<int>(handle_);
+    struct stat facts {};
+    // A directory would open, and claim a size; a device may never end.
+    if (::fstat(file, &facts) != 0 || S_ISDIR(facts.st_mode) || S_ISCHR(facts.st_mode)) {
+        ::close(file);
+        handle_ = -1;
+        return;
+    }
+    size_ = sizeOf(file, facts);
+}
+
+InputFile::~InputFile() {
+    if (handle_ >= 0) ::close(static_cast<int>(handle_));
+}
+
+bool InputFile::isOpen() const { return handle_ >= 0; }
+std::optional<uint64_t> InputFile::size() const { return size_; }
+
+uint64_t InputFile::read(void* buffer, uint64_t size) {
+    auto* const bytes = static_cast<char*>(buffer);
+    uint64_t used = 0;
+    while (used < size) {
+        const ssize_t count = ::read(static_cast<int>(handle_), bytes + used, size - used);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        used += static_cast<uint64_t>(count);
+    }
+    return used;
 }
 
 std::ofstream openToWrite(const char* path, std::ios::openmode mode) {

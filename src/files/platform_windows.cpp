@@ -72,9 +72,27 @@ Creation createDirectory(const char* path, PathText text) {
 
 bool deleteFile(const char* path) { return std::remove(path) == 0; }
 
-std::ifstream openToRead(const char* path, PathText text) {
-    if (text == PathText::Narrow) return std::ifstream(path, std::ios::binary);
-    return std::ifstream(std::filesystem::path(widePath(path)), std::ios::binary);
+// A stream of the C library: those of C++ do the same, and allocate besides.
+InputFile::InputFile(const char* path, PathText text)
+    : handle_(reinterpret_cast<intptr_t>(text == PathText::Wide ? ::_wfopen(widePath(path).c_str(), L"rb")
+                                                                : std::fopen(path, "rb"))) {
+    if (!isOpen()) return;
+    auto* const file = reinterpret_cast<std::FILE*>(handle_);
+    if (::_fseeki64(file, 0, SEEK_END) != 0) return;
+    const int64_t end = ::_ftelli64(file);
+    if (end >= 0 && ::_fseeki64(file, 0, SEEK_SET) == 0) size_ = static_cast<uint64_t>(end);
+}
+
+InputFile::~InputFile() {
+    if (isOpen()) std::fclose(reinterpret_cast<std::FILE*>(handle_));
+}
+
+bool InputFile::isOpen() const { return handle_ != 0; }
+std::optional<uint64_t> InputFile::size() const { return size_; }
+
+uint64_t InputFile::read(void* buffer, uint64_t size) {
+    if (size == 0) return 0;  // also of a file that is not open
+    return std::fread(buffer, 1, size, reinterpret_cast<std::FILE*>(handle_));
 }
 
 std::ofstream openToWrite(const char* path, std::ios::openmode mode) {

@@ -27,11 +27,13 @@ std::optional<uint32_t> parseDecimal(std::string_view text) {
 bool Header::endsArchive() const { return block_[0] == '\0'; }
 
 bool Header::checksumMatches() const {
-    unsigned sum = 0;
-    for (size_t i = 0; i < block_.size(); ++i) {
-        const bool counted = i < kChecksumOffset || i >= kChecksumOffset + kChecksumWidth;
-        sum += counted ? static_cast<unsigned char>(block_[i]) : static_cast<unsigned char>(' ');
-    }
+    const auto sumOf = [](std::string_view bytes) {
+        unsigned sum = 0;
+        for (const char byte : bytes) sum += static_cast<unsigned char>(byte);
+        return sum;
+    };
+    // The field itself counts as spaces.
+    unsigned sum = sumOf(block_) - sumOf(field(kChecksumOffset, kChecksumWidth)) + kChecksumWidth * ' ';
     // Six octal digits, zero-padded; 512 bytes never add up to more. What follows them in the field varies.
     char digits[6];
     for (size_t i = std::size(digits); i-- > 0; sum /= 8) digits[i] = static_cast<char>('0' + sum % 8);

@@ -107,10 +107,10 @@ class Extraction {
         const Tar::ExtendedRecords records = std::exchange(records_, {});  // they are for this entry only
         const char kind = pax_ && header.kind() == Tar::kOldFile ? Tar::kFile : header.kind();
         if (kind != Tar::kFile && kind != Tar::kDirectory) return refused();
-        const std::string name = records.path ? *records.path : header.name();
-        if (!Tar::staysInside(name)) return refused();
+        const Filepath name(records.path ? *records.path : header.name());
+        if (!Tar::staysInside(name.c_str())) return refused();
         Filepath path = directory_;
-        path.append(Filepath(name));
+        path.append(name);
         if (kind == Tar::kFile) return destination_.writeFile(path, data, size);
         if (!firstDirectory_) firstDirectory_ = path;
         return destination_.makeDirectory(path);

@@ -3,7 +3,10 @@
 
 #include <TarnoMirelo/logging.h>
 
+#include <charconv>
+#include <cstring>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 
 namespace TarnoMirelo {
@@ -13,15 +16,18 @@ constexpr size_t kRuleWidth = 60;
 constexpr size_t kHeaderRoom = 47;  // of a rule's width, for title and value
 constexpr size_t kLongText = 36;    // a header's text from here on ends the line
 
+constexpr size_t kFormatRoom = 48;  // for what a format adds to a message
+
 constexpr int64_t kTicksPerHour = 36'000'000'000;
 constexpr int64_t kTicksPerMinute = 600'000'000;
 constexpr int64_t kTicksPerSecond = 10'000'000;
 constexpr int64_t kTicksPerMillisecond = 10'000;
 
-void appendTwoDigits(std::string& text, int64_t number) {
-    const std::string digits = std::to_string(number);
-    if (digits.size() < 2) text += '0';
-    text += digits;
+void appendNumber(std::string& text, int64_t number, ptrdiff_t leastDigits = 1) {
+    char digits[20];  // of any number
+    const char* const end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
+    if (end - digits < leastDigits) text += '0';
+    text.append(digits, static_cast<size_t>(end - digits));
 }
 
 }  // namespace
@@ -43,7 +49,12 @@ LogProcessorFileSystem::LogProcessorFileSystem(const std::string& directory, con
 LogProcessorFileSystem::~LogProcessorFileSystem() = default;
 
 void LogProcessorFileSystem::Process(const LogEntry& entry) {
-    if (file_.is_open()) file_ << entry.message.c_str() << std::endl;
+    if (!file_.is_open() || !file_.good()) return;
+    const char* const text = entry.message.c_str();  // up to its first NUL
+    const auto length = static_cast<std::streamsize>(std::strlen(text));
+    std::filebuf& buffer = *file_.rdbuf();  // the stream would look after its state at each of the three
+    const bool written = buffer.sputn(text, length) == length && buffer.sputc('\n') == '\n' && buffer.pubsync() == 0;
+    if (!written) file_.setstate(std::ios::badbit);
 }
 
 bool LogProcessorFileSystem::Open(const std::string& path) {
@@ -107,15 +118,19 @@ bool DebugLogFormat::Format(LogEntry& out, const LogEntry& in) const {
     // Modulo 2^64: any two times have a difference.
     const auto elapsed = static_cast<int64_t>(static_cast<uint64_t>(in.timestamp) - static_cast<uint64_t>(startTime_));
     const char* const text = in.message.c_str();  // up to its first NUL
-    std::string message = "(";
-    appendTwoDigits(message, elapsed / kTicksPerHour);
+    std::string message;
+    message.reserve(kFormatRoom + in.message.size());
+    message += '(';
+    appendNumber(message, elapsed / kTicksPerHour, 2);
     message += ':';
-    appendTwoDigits(message, elapsed % kTicksPerHour / kTicksPerMinute);
+    appendNumber(message, elapsed % kTicksPerHour / kTicksPerMinute, 2);
     message += ':';
-    appendTwoDigits(message, elapsed % kTicksPerMinute / kTicksPerSecond);
+    appendNumber(message, elapsed % kTicksPerMinute / kTicksPerSecond, 2);
     message += ':';
-    appendTwoDigits(message, elapsed % kTicksPerSecond / kTicksPerMillisecond);
-    message.append(") ").append(text).append("[").append(std::to_string(in.value)).append("]");
+    appendNumber(message, elapsed % kTicksPerSecond / kTicksPerMillisecond, 2);
+    message.append(") ").append(text).append(1, '[');
+    appendNumber(message, in.value);
+    message += ']';
     out.target = in.target;
     out.severity = in.severity;
     out.value = in.value;

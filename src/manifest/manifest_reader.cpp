@@ -6,11 +6,13 @@
 #include <TarnoMirelo/manifest.h>
 
 #include <rapidjson/document.h>
-#include <rapidjson/memorystream.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace TarnoMirelo {
@@ -40,70 +42,99 @@ using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
 using JsonValue = Json::ValueType;
 
+// The text of a file with a NUL behind it, empty where it can't be read: the parser looks for the NUL instead of asking
+// at each character whether there is one.
+std::unique_ptr<char[]> readWhole(const Filepath& path) {
+    static FileUtils files;
+    uint64_t size = 0;
+    const std::unique_ptr<char[]> bytes = files.readBinaryFileToBuffer(path, size);
+    if (bytes == nullptr) return nullptr;
+    std::unique_ptr<char[]> text(new char[static_cast<size_t>(size) + 1]);
+    std::copy_n(bytes.get(), size, text.get());
+    text[size] = '\0';
+    return text;
+}
+
 // Parses one object off the text's start; what follows it is not looked at. The stream is given as it is and without
-// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack.
-bool parseObject(Json& json, const char* text, uint64_t size) {
-    constexpr unsigned kFlags = rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag;
-    rapidjson::MemoryStream stream(text, static_cast<size_t>(size));
+// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack. The object's strings stay in
+// the text, which is changed for that.
+bool parseObject(Json& json, char* text) {
+    constexpr unsigned kFlags =
+        rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag;
+    rapidjson::InsituStringStream stream(text);
     json.ParseStream<kFlags>(stream);
     return !json.HasParseError() && json.IsObject();
 }
 
+// The name of a member that is looked for. Its length is known to the compiler, which can then compare without a call.
+template <size_t size>
+using Name = const char (&)[size];
+
 // The first member of that name, null where there is none.
-const JsonValue* findMember(const JsonValue& object, const char* name) {
-    const auto member = object.FindMember(name);
-    return member == object.MemberEnd() ? nullptr : &member->value;
+template <size_t size>
+const JsonValue* findMember(const JsonValue& object, Name<size> name) {
+    for (const auto& member : object.GetObject()) {
+        const bool same =
+            member.name.GetStringLength() == size - 1 && std::memcmp(member.name.GetString(), name, size - 1) == 0;
+        if (same) return &member.value;
+    }
+    return nullptr;
 }
 
-const JsonValue* findObject(const JsonValue& object, const char* name) {
+template <size_t size>
+const JsonValue* findObject(const JsonValue& object, Name<size> name) {
     const JsonValue* const value = findMember(object, name);
     return value != nullptr && value->IsObject() ? value : nullptr;
 }
 
-const JsonValue* findArray(const JsonValue& object, const char* name) {
+template <size_t size>
+const JsonValue* findArray(const JsonValue& object, Name<size> name) {
     const JsonValue* const value = findMember(object, name);
     return value != nullptr && value->IsArray() ? value : nullptr;
 }
 
 // A text up to its first NUL, null where there is none.
-const char* findText(const JsonValue& object, const char* name) {
+template <size_t size>
+const char* findText(const JsonValue& object, Name<size> name) {
     const JsonValue* const value = findMember(object, name);
     return value != nullptr && value->IsString() ? value->GetString() : nullptr;
 }
 
-void readText(const JsonValue& object, const char* name, std::string& into) {
+template <size_t size>
+void readText(const JsonValue& object, Name<size> name, std::string& into) {
     if (const char* const text = findText(object, name)) into = text;
 }
 
 // The enumerator whose text is found under that name; `otherwise` for any other text or none.
-template <typename Enum, typename Names>
-Enum readEnumerator(const JsonValue& object, const char* name, const Names& names, Enum otherwise) {
+template <typename Enum, typename Names, size_t size>
+Enum readEnumerator(const JsonValue& object, Name<size> name, const Names& names, Enum otherwise) {
     const char* const text = findText(object, name);
     if (text == nullptr) return otherwise;
-    const auto* const found = std::find(names.begin(), names.end(), text);
+    const auto* const found = std::find(names.begin(), names.end(), std::string_view(text));
     return found == names.end() ? otherwise : static_cast<Enum>(found - names.begin());
 }
 
-TensorShape readShape(const JsonValue& tensor) {
-    std::vector<int64_t> dimensions;
+TensorShape readShape(const JsonValue& tensor, std::vector<int64_t>& scratch) {
+    scratch.clear();
     if (const JsonValue* const elements = findArray(tensor, "shape")) {
-        dimensions.reserve(elements->Size());
         // 0 is no dimension that a model can have: `validate` refuses the target then.
         for (const JsonValue& element : elements->GetArray()) {
-            dimensions.push_back(element.IsInt() ? element.GetInt() : 0);
+            scratch.push_back(element.IsInt() ? element.GetInt() : 0);
         }
     }
-    return dimensions;
+    return scratch;
 }
 
-TensorDescriptor readTensorDescriptor(const JsonValue& feature) {
+TensorDescriptor readTensorDescriptor(const JsonValue& feature, std::vector<int64_t>& scratch) {
     const JsonValue* const tensor = findObject(feature, "tensor");
     if (tensor == nullptr) return {};
     const char* const dataType = findText(*tensor, "dataType");
-    return {readShape(*tensor), findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
+    return {readShape(*tensor, scratch),
+            findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
 }
 
-uint32_t readPixels(const JsonValue& image, const char* name) {
+template <size_t size>
+uint32_t readPixels(const JsonValue& image, Name<size> name) {
     const JsonValue* const value = findMember(image, name);
     return value != nullptr && value->IsUint() ? value->GetUint() : 0;
 }
@@ -115,33 +146,45 @@ ImageDescriptor readImageDescriptor(const JsonValue& feature) {
             readEnumerator(*image, "pixelType", kPixelTypeNames, MireloPixelType::Undefined)};
 }
 
-ModelFeatureDescriptor readFeature(const JsonValue& feature) {
-    std::string name;
-    std::string description;
-    readText(feature, "name", name);
-    readText(feature, "description", description);
-    const JsonValue* const flag = findMember(feature, "required");
-    const bool required = flag == nullptr || !flag->IsBool() || flag->GetBool();
-    const auto type = readEnumerator(feature, "featureType", kFeatureTypeNames, MireloFeatureType::Undefined);
-    if (type == MireloFeatureType::Image) {
-        return {type, required, std::move(name), std::move(description), readImageDescriptor(feature)};
-    }
-    return {type, required, std::move(name), std::move(description),
-            type == MireloFeatureType::Tensor ? readTensorDescriptor(feature) : TensorDescriptor()};
-}
+// The features of one list. What is allocated for one serves all.
+class FeatureReader {
+ public:
+    FeatureReader(std::vector<ModelFeatureDescriptor>& features, std::vector<std::string>& names)
+        : features_(features), names_(names) {}
 
-void readFeatures(const JsonValue& target, const char* name, std::vector<ModelFeatureDescriptor>& features,
-                  std::vector<std::string>& names) {
-    const JsonValue* const elements = findArray(target, name);
-    if (elements == nullptr) return;
-    features.reserve(elements->Size());
-    names.reserve(elements->Size());
-    for (const JsonValue& element : elements->GetArray()) {
-        if (!element.IsObject()) continue;
-        features.push_back(readFeature(element));
-        names.push_back(features.back().name());
+    template <size_t size>
+    void read(const JsonValue& target, Name<size> list) {
+        const JsonValue* const elements = findArray(target, list);
+        if (elements == nullptr) return;
+        features_.reserve(elements->Size());
+        names_.reserve(elements->Size());
+        for (const JsonValue& element : elements->GetArray()) {
+            if (element.IsObject()) readFeature(element);
+        }
     }
-}
+
+ private:
+    void readFeature(const JsonValue& feature) {
+        std::string& name = names_.emplace_back();
+        std::string description;
+        readText(feature, "name", name);
+        readText(feature, "description", description);
+        const JsonValue* const flag = findMember(feature, "required");
+        const bool required = flag == nullptr || !flag->IsBool() || flag->GetBool();
+        const auto type = readEnumerator(feature, "featureType", kFeatureTypeNames, MireloFeatureType::Undefined);
+        if (type == MireloFeatureType::Image) {
+            features_.emplace_back(type, required, name, std::move(description), readImageDescriptor(feature));
+        } else {
+            features_.emplace_back(
+                type, required, name, std::move(description),
+                type == MireloFeatureType::Tensor ? readTensorDescriptor(feature, dimensions_) : TensorDescriptor());
+        }
+    }
+
+    std::vector<ModelFeatureDescriptor>& features_;
+    std::vector<std::string>& names_;
+    std::vector<int64_t> dimensions_;
+};
 
 // The mere presence of "encryption" stands for a key to come; until the host sets it, that is the default encryption.
 ModelComponent readComponent(const JsonValue& object) {
@@ -161,19 +204,17 @@ ModelTarget readTarget(const JsonValue& object, MireloModelType type) {
             if (element.IsObject()) target.components.push_back(readComponent(element));
         }
     }
-    readFeatures(object, "inputs", target.inputs, target.inputNames);
-    readFeatures(object, "outputs", target.outputs, target.outputNames);
+    FeatureReader(target.inputs, target.inputNames).read(object, "inputs");
+    FeatureReader(target.outputs, target.outputNames).read(object, "outputs");
     return target;
 }
 
 }  // namespace
 
 MireloStatus ModelMetadata::loadInternal(const Filepath& manifest) {
-    static FileUtils files;
-    uint64_t size = 0;
-    const std::unique_ptr<char[]> text = files.readBinaryFileToBuffer(manifest, size);
+    const std::unique_ptr<char[]> text = readWhole(manifest);
     Json root;
-    if (text == nullptr || !parseObject(root, text.get(), size)) {
+    if (text == nullptr || !parseObject(root, text.get())) {
         throw ModelMetaDataException("Failed to open metadata file at " + manifest.getPathString());
     }
     rootDir_ = manifest.parent_path();
@@ -188,7 +229,7 @@ MireloStatus ModelMetadata::loadInternal(const Filepath& manifest) {
     const JsonValue* const targets = findMember(root, "targets");
     if (targets == nullptr) throw ModelMetaDataException("No target found in root of manifest file");
     if (!targets->IsObject()) return {SUCCESS, ""};
-    if (const JsonValue* const target = findObject(*targets, TargetKey::WinML)) {
+    if (const JsonValue* const target = findObject(*targets, "WinML")) {
         // A target that is there already stays: a second manifest does not replace what the host may have changed.
         targets_.try_emplace(MireloModelType::WinML, readTarget(*target, MireloModelType::WinML));
     }

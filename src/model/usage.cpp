@@ -23,8 +23,13 @@ std::string getLibraryVersion() { return versionText(); }
 
 void UsageReporting::addUsageProperties(MireloStatus& status, const std::string& method, MireloModelType modelType,
                                         const std::shared_ptr<const std::string>& modelName) {
-    if (status.usage_.write != nullptr) return;  // stamped before with the same keys, and the first value wins
-    status.usage_ = {&write, method, status.getCode(), modelTypeText(modelType), modelName};
+    MireloStatus::UsageStamp& stamp = status.usage_;
+    if (stamp.write != nullptr) return;  // stamped before with the same keys, and the first value wins
+    stamp.method = method;
+    stamp.code = status.getCode();
+    stamp.modelType = modelTypeText(modelType);
+    stamp.modelName = modelName;
+    stamp.write = &write;
 }
 
 void UsageReporting::write(const MireloStatus::UsageStamp& stamp, MireloStatus::PropertyMap& properties) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <typeinfo>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
@@ -136,7 +137,8 @@ void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
 }
 
 cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth) {
-    bound_.push_back({tensor, tensor->shape(), tensor->buffer()});
+    bound_.push_back({tensor.get(), tensor->dataType(), tensor->shape(), tensor->buffer()});
+    kept_.push_back(tensor);
     // The engine only reads inputs, and outputs are not const to begin with.
     auto* const elements = const_cast<uint8_t*>(tensor->buffer());
     return {static_cast<int>(shape.size()), shape.data(), depth, elements};
@@ -144,14 +146,49 @@ cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const Engine
 
 void Binding::run() {
     for (const Bound& bound : bound_) {
-        if (bound.tensor->buffer() != bound.buffer || bound.tensor->shape() != bound.shape) {
+        if (!bound.isInPlace()) {
             throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
         }
     }
+    forward();
+}
+
+void Binding::runAgain() {
+    network_->inferOutputs(inputShapes_);  // the account of the memory is for these shapes again
+    forward();
+}
+
+void Binding::forward() {
     network_->forward(inputs_, outputNames_, outputs_);
     for (size_t i = 0; i < outputs_.size(); ++i) {
         if (outputs_[i].data != bound_[inputs_.size() + i].buffer) refuseResult(outputNames_[i]);
     }
+}
+
+bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) {
+    // A feature of this very class holds the same tensor as long as it lives. Of others nobody knows.
+    const auto isKnown = [](const auto& feature) { return typeid(*feature) == typeid(MireloFeatureTensor); };
+    if (!std::all_of(inputs.begin(), inputs.end(), isKnown) || !std::all_of(outputs.begin(), outputs.end(), isKnown)) {
+        return false;
+    }
+    released_.reserve(inputs.size() + outputs.size());
+    for (const auto& input : inputs) released_.push_back({input, input.get()});
+    for (const auto& output : outputs) released_.push_back({output, output.get()});
+    kept_.clear();
+    return true;
+}
+
+bool Binding::stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const {
+    if (inputs.size() != inputs_.size() || outputs.size() != outputs_.size()) return false;
+    // A live feature is told by its address, and by its owner: one that came to the same address later has another.
+    const auto isSame = [](const auto& feature, const Released& released) {
+        return feature.get() == released.feature && !released.owner.expired() &&
+               !released.owner.owner_before(feature) && !feature.owner_before(released.owner);
+    };
+    const auto outputsReleased = released_.begin() + static_cast<ptrdiff_t>(inputs.size());
+    return std::equal(inputs.begin(), inputs.end(), released_.begin(), isSame) &&
+           std::equal(outputs.begin(), outputs.end(), outputsReleased, isSame) &&
+           std::all_of(bound_.begin(), bound_.end(), [](const Bound& bound) { return bound.isUnchanged(); });
 }
 
 bool Binding::hasSameForm(const Binding& other) const {

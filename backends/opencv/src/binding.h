@@ -13,7 +13,7 @@
 namespace TarnoMirelo::OpenCv {
 
 /// Inputs and outputs, checked and wrapped for the engine: a prediction that has only to be run.
-class Binding : public MireloModel::MireloBinding {
+class Binding final : public MireloModel::MireloBinding {
  public:
     /// Checks everything before it changes anything, and raises what does not fit.
     /// @param outputs  empty: filled with new features; else some or all of the target's outputs
@@ -26,25 +26,45 @@ class Binding : public MireloModel::MireloBinding {
     /// Runs the network on what the inputs hold now. Raises `InvalidOperationException` where a tensor has got another
     /// buffer or shape since.
     void run();
+    /// As `run`, where it is known that nothing has changed but what other bindings did to the network.
+    void runAgain();
+
+    /// Remembers what was bound without keeping it alive: from then on to be run only where `stillFits` says so.
+    /// @return false where another binding of the same features may be another one
+    bool release(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs);
+    /// Whether these are the very features of the release, in that order, and nothing of what was bound has changed: a
+    /// new binding would be no other.
+    bool stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const;
 
     /// Runs several bindings of one row each: in a single pass where the network allows it, else one by one.
     static void runRows(std::vector<Binding>& rows);
 
  private:
     struct Bound {
-        std::shared_ptr<const ITensor> tensor;
+        const ITensor* tensor;
+        DataType dataType;
         TensorShape shape;
         const uint8_t* buffer;
+
+        bool isInPlace() const { return tensor->buffer() == buffer && tensor->shape() == shape; }
+        bool isUnchanged() const { return isInPlace() && tensor->dataType() == dataType && !tensor->onDevice(); }
+    };
+    struct Released {
+        std::weak_ptr<const MireloFeature> owner;
+        const MireloFeature* feature;
     };
 
     void wrapInputs(const MireloModel::Inputs& inputs, int64_t rows);
     void wrapOutputs(MireloModel::Outputs& outputs, int64_t rows);
     cv::Mat wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth);
+    void forward();
     bool hasSameForm(const Binding& other) const;
     static void runStacked(std::vector<Binding>& rows);
 
     std::shared_ptr<Network> network_;
-    std::vector<Bound> bound_;  // the inputs, then the outputs
+    std::vector<Bound> bound_;                          // the inputs in the target's order, then the outputs
+    std::vector<std::shared_ptr<const ITensor>> kept_;  // their tensors, until the release
+    std::vector<Released> released_;                    // the inputs, then the outputs, as they were given
     EngineShapes inputShapes_;
     std::vector<cv::Mat> inputs_;  // in the target's order
     std::vector<std::string> outputNames_;

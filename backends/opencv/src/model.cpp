@@ -5,6 +5,7 @@
 #include <TarnoMirelo/opencv.h>
 
 #include <chrono>
+#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 
@@ -129,6 +130,7 @@ void Model::reportMemory() const {
 }
 
 MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
+    lastPrediction_.reset();
     network_.reset();
     MireloStatus status = statusOf([&] {
         if (components.size() > 1) {
@@ -146,6 +148,7 @@ MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
 MireloStatus Model::onUnload() {
     return statusOf([&] {
         if (network_ != nullptr) log(LogSeverity::Info, "unloaded");
+        lastPrediction_.reset();
         network_.reset();
         reportMemory();
     });
@@ -153,6 +156,7 @@ MireloStatus Model::onUnload() {
 
 MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
     return statusOf([&] {
+        lastPrediction_.reset();
         loadedNetwork()->setBatchSize(batchSize);
         reportMemory();
     });
@@ -161,10 +165,19 @@ MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
 MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {
     return statusOf([&] {
         const std::shared_ptr<Network>& network = loadedNetwork();
+        std::shared_ptr<Binding> last = std::exchange(lastPrediction_, nullptr);  // gone when something raises
+        if (last != nullptr && last->stillFits(inputs, outputs)) {
+            last->runAgain();
+            reportMemory();
+            lastPrediction_ = std::move(last);
+            return;
+        }
         Outputs results = outputs;
-        Binding(network, inputs, results, network->batchSize()).run();
+        auto binding = std::make_shared<Binding>(network, inputs, results, network->batchSize());
+        binding->run();
         reportMemory();
         outputs = std::move(results);
+        if (binding->release(inputs, outputs)) lastPrediction_ = std::move(binding);
     });
 }
 
@@ -199,11 +212,12 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
-        auto* const bound = dynamic_cast<Binding*>(binding.get());
-        if (bound == nullptr || bound->network() != loadedNetwork()) {
+        const std::shared_ptr<Network>& network = loadedNetwork();
+        const bool isOurs = binding != nullptr && typeid(*binding) == typeid(Binding);
+        if (!isOurs || static_cast<const Binding&>(*binding).network() != network) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }
-        bound->run();
+        static_cast<Binding&>(*binding).run();
         reportMemory();
     });
 }

@@ -20,6 +20,7 @@
 
 namespace TarnoMirelo::OpenCv {
 
+class Binding;
 class Network;
 
 /// An operator that the engine lacks, computed by the host on the CPU.
@@ -113,6 +114,7 @@ class MIRELO_OPENCV_API Model : public MireloModel {
 
     MireloConfig config_;
     std::shared_ptr<Network> network_;                      // empty while not loaded; bindings share it
+    mutable std::shared_ptr<Binding> lastPrediction_;       // of the features that predict was given last
     mutable std::weak_ptr<ModelRuntimeStatus> reportedTo_;  // the record that knows of reportedBytes_
     mutable uint64_t reportedBytes_ = 0;
 };

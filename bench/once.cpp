@@ -1,0 +1,92 @@
+// What is counted instead of timed. Prints one "name value" a line:
+//   allocations    those of a thousand changes between two shapes of a VariableTensor
+//   heap_growth    bytes that a million calls of predict leave on the heap
+// With a number as argument, it only calls predict that often, to have its instructions counted from outside.
+
+#include "idle_model.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <malloc.h>
+
+extern "C" {
+void* __libc_malloc(size_t size);                // NOLINT(bugprone-reserved-identifier): the C library's own names
+void* __libc_calloc(size_t count, size_t size);  // NOLINT(bugprone-reserved-identifier)
+void* __libc_realloc(void* block, size_t size);  // NOLINT(bugprone-reserved-identifier)
+}
+
+namespace {
+
+uint64_t allocations = 0;
+
+}  // namespace
+
+// In place of the C library's: every allocation of the process comes through these.
+extern "C" {
+__attribute__((visibility("default"))) void* malloc(size_t size) {
+    ++allocations;
+    return __libc_malloc(size);
+}
+__attribute__((visibility("default"))) void* calloc(size_t count, size_t size) {
+    ++allocations;
+    return __libc_calloc(count, size);
+}
+__attribute__((visibility("default"))) void* realloc(void* block, size_t size) {
+    ++allocations;
+    return __libc_realloc(block, size);
+}
+}
+
+namespace {
+
+using namespace TarnoMirelo;
+
+uint64_t countVariableTensor() {
+    VariableTensor tensor(DataType::Float, TensorShape(-1, -1));
+    const TensorShape large(16, 4096);
+    const TensorShape small(1, 64);
+    tensor.allocateShape(large);
+    const uint64_t before = allocations;
+    for (int i = 0; i < 500; ++i) {
+        tensor.allocateShape(small);
+        tensor.allocateShape(large);
+    }
+    return allocations - before;
+}
+
+void predict(int times) {
+    const Bench::IdleModel model("digits", MireloModelType::WinML);
+    const MireloModel::Inputs inputs;
+    MireloModel::Outputs outputs;
+    for (int i = 0; i < times; ++i) {
+        if (!model.predict(inputs, outputs).ok()) std::abort();
+    }
+}
+
+uint64_t countPredictAllocations() {
+    predict(1);
+    const uint64_t before = allocations;
+    predict(1);
+    const uint64_t once = allocations - before;
+    predict(1001);
+    return allocations - before - 2 * once;
+}
+
+int64_t heapGrowth() {
+    predict(1);
+    const size_t before = ::mallinfo2().uordblks;
+    predict(1000000);
+    return static_cast<int64_t>(::mallinfo2().uordblks - before);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 1) {
+        predict(std::atoi(argv[1]));
+        return 0;
+    }
+    std::cout << "variable_tensor_allocations " << countVariableTensor() << "\npredict_allocations "
+              << countPredictAllocations() << "\nheap_growth " << heapGrowth() << std::endl;
+    return 0;
+}

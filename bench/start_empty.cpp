@@ -1,0 +1,3 @@
+// A program that does nothing: what a start costs at least.
+
+int main() { return 0; }

@@ -1,0 +1,164 @@
+#!/usr/bin/env python3
+"""Measures what the programs of this folder do, and prints one table: table.py <build folder>
+
+Fails when a figure is over what is wanted. docs/performance.md says how to read the table.
+"""
+
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+MANIFEST = str(ROOT / "examples/digits/model/manifest.json")  # 1 KB
+REPETITIONS = 15
+
+# The figures that are wanted, by the beginning of a row's name; the first that fits counts. The numbers are the most
+# that the library may take of the limit, and of what a user would pick instead. None: shown, but nothing is wanted.
+WANTED = [
+    ("predict, idle", None, 0.2),
+    ("evaluate, idle", None, 0.2),
+    ("predict, digits", 1.05, None),
+    ("evaluate, digits", 1.05, None),
+    ("ModelMetadata::load", 1.5, None),
+    ("allocateInputs, (1 KB|.*beside)", None, None),
+    ("allocateInputs", 1.5, None),
+    ("VariableTensor", None, None),
+    (r"extractTarball(OfSize)?, 2,000 files", 1.15, 1.0),
+    ("extractTarball", 1.15, None),
+    (r"readBinaryFileTo\w+, 1 KB", None, None),
+    ("readBinaryFileTo", 1.1, None),
+    ("MireloBatch", 2.0, None),
+    ("Logger::Report", None, 1.0),
+    ("registerModel|snapshot|unloadModel", None, None),
+]
+
+# Costs that grow no faster than their work: what an item costs in the larger row, of what it costs in the smaller one.
+# Twice is what caches explain; a cost that grows with the square would be at 10.
+GROWTH = [
+    ("registerModel", 2.0),
+    ("snapshot", 2.0),
+    ("unloadModel and registerModel", 2.0),
+]
+
+
+def wanted(row):
+    return next((limit, instead) for name, limit, instead in WANTED if re.match(name, row))
+
+
+def benchmark(program):
+    """The least CPU time of each benchmark's repetitions, in nanoseconds, by row and side."""
+    with tempfile.NamedTemporaryFile(suffix=".json") as out:
+        log = subprocess.run(
+            [program, f"--benchmark_repetitions={REPETITIONS}", "--benchmark_min_time=0.02",
+             "--benchmark_enable_random_interleaving=true", f"--benchmark_out={out.name}",
+             "--benchmark_out_format=json"],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        if log.returncode != 0:
+            sys.exit(log.stdout)
+        runs = json.load(out)["benchmarks"]
+    units = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+    rows = {}
+    for run in sorted(runs, key=lambda run: run["family_index"]):
+        if run["run_type"] != "iteration":
+            continue
+        row, side = run["run_name"].split("/")[0].split("|")
+        least = rows.setdefault(row, {})
+        least[side] = min(least.get(side, float("inf")), run["cpu_time"] * units[run["time_unit"]])
+    return rows
+
+
+def start_times(programs, spawns=300):
+    """The least time from the start of each program to its end, in nanoseconds."""
+    least = [float("inf")] * len(programs)
+    for _ in range(spawns):
+        for i, program in enumerate(programs):
+            begin = time.perf_counter_ns()
+            pid = os.posix_spawn(program[0], program, os.environ)
+            status = os.waitpid(pid, 0)[1]
+            least[i] = min(least[i], time.perf_counter_ns() - begin)
+            if status != 0:
+                sys.exit(f"table: {program[0]} failed")
+    return least
+
+
+def instructions():
+    """The instructions of a predict, and the most that the check allows."""
+    check = subprocess.run([ROOT / ".ci/check_instructions"], capture_output=True, text=True)
+    return tuple(map(int, re.search(r"(\d+) instructions, at most (\d+)", check.stdout).groups()))
+
+
+def machine():
+    with open("/proc/cpuinfo") as facts:
+        processor = next((line.split(": ")[1].strip() for line in facts if line.startswith("model name")), "processor")
+    return f"{processor}, {os.cpu_count()} cores"
+
+
+def stripped_size(library):
+    with tempfile.NamedTemporaryFile() as out:
+        subprocess.run(["strip", "-o", out.name, library], check=True)
+        return os.path.getsize(out.name)
+
+
+def duration(nanoseconds):
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= scale:
+            return f"{nanoseconds / scale:.3g} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+class Table:
+    def __init__(self):
+        self.over = 0
+        print(f"{'work':<52} {'ours':>9} {'of limit':>9} {'wanted':>7} {'of other':>9} {'wanted':>7}")
+
+    def ratios(self, row, sides):
+        cells = []
+        good = True
+        for side, most in zip(("limit", "instead"), wanted(row)):
+            ratio = sides["ours"] / sides[side] if side in sides else None
+            if most is not None and ratio is None:
+                sys.exit(f"table: {row} has no {side}")
+            good = good and (most is None or ratio <= most)
+            cells += ["" if ratio is None else f"{ratio:.2f}", "" if most is None else f"{most:.2f}"]
+        self.line(row, duration(sides["ours"]), *cells, good)
+
+    def figure(self, name, value, most, unit=""):
+        self.line(name, f"{value:.3g}{unit}", "", f"{most:g}{unit}", "", "", value <= most)
+
+    def line(self, name, ours, limit, limit_wanted, other, other_wanted, good):
+        self.over += not good
+        print(f"{name:<52} {ours:>9} {limit:>9} {limit_wanted:>7} {other:>9} {other_wanted:>7}  "
+              f"{'ok' if good else 'OVER'}")
+
+
+def main():
+    build = sys.argv[1]
+    print(machine())
+    rows = benchmark(f"{build}/bench/sdk-core-bench")
+    table = Table()
+    for row, sides in rows.items():
+        table.ratios(row, sides)
+    for name, most in GROWTH:
+        small, large = (rows[f"{name}, {models} models"]["ours"] for models in (1000, 10000))
+        table.figure(f"{name}, growth of the cost of a model", large / small / 10, most)
+    counted = dict(line.split() for line in subprocess.run(
+        [f"{build}/bench/sdk-core-bench-once"], check=True, capture_output=True, text=True).stdout.splitlines())
+    table.figure("VariableTensor, allocations of 1,000 changes", int(counted["variable_tensor_allocations"]), 0)
+    table.figure("predict, allocations of 1,000 calls", int(counted["predict_allocations"]), 0)
+    table.figure("predict, heap growth of a million calls", int(counted["heap_growth"]), 0, " B")
+    table.figure("predict, instructions", *instructions())
+    empty, load = start_times([[f"{build}/bench/sdk-core-bench-start_empty"],
+                               [f"{build}/bench/sdk-core-bench-start_load", MANIFEST]])
+    table.figure("process start to a loaded manifest, beyond empty", (load - empty) / 1e6, 1, " ms")
+    table.figure("the library, stripped", stripped_size(f"{build}/libsdk-core.so") / 1024, 400, " KB")
+    print(f"{table.over} over" if table.over else "all as wanted")
+    return 1 if table.over else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

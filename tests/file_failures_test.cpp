@@ -1,0 +1,121 @@
+// What becomes of file operations when the system fails underneath.
+
+#include "support/tar_builder.h"
+#include "support/temp_dir.h"
+#include "support/text.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace TarnoMirelo {
+namespace {
+
+// As on a disk that has room for so many bytes in a file: writing more fails.
+class Room {
+ public:
+    explicit Room(rlim_t bytes) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    Room(const Room&) = delete;
+    Room& operator=(const Room&) = delete;
+    ~Room() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+    rlimit before_{};
+};
+
+// As a user who may read nothing that was closed to him; root could.
+class PlainUser {
+ public:
+    PlainUser() {
+        EXPECT_TRUE(getuid() != 0 || seteuid(65534) == 0);
+    }
+    PlainUser(const PlainUser&) = delete;
+    PlainUser& operator=(const PlainUser&) = delete;
+    ~PlainUser() {
+        EXPECT_TRUE(getuid() != 0 || seteuid(0) == 0);
+    }
+};
+
+class FileFailures : public testing::Test {
+ protected:
+    // What every way of reading a file whole makes of it.
+    std::string readAll(const Filepath& path) {
+        uint64_t size = 99;
+        char buffer[16] = {};
+        const bool present = files.readBinaryFileToBuffer(path, size) != nullptr;
+        return list(present, size, files.readBinaryFileToVector(path).size(),
+                    files.readBinaryFileToByteVector(path).size(), raised([&] { files.getFileSize(path); }),
+                    raised([&] { files.readBinaryFileToAllocated(path, size, buffer); }),
+                    raised([&] { files.readBinaryFileToString(path); }));
+    }
+    const std::string unreadable = "0 99 0 0 3: File error! 3: File error! 2: Failed to open file";
+    const TempDir directory;
+    FileUtils files;
+};
+
+TEST_F(FileFailures, ReadingWhatIsNoFile) {
+    const Filepath fine = directory.write("file", "1234");
+    EXPECT_EQ(readAll(fine), "1 4 4 4 nothing nothing nothing");
+    for (const Filepath& path : {directory.path(), Filepath("\\dev\\zero"), Filepath("\\dev\\null"), Filepath()}) {
+        EXPECT_EQ(readAll(path), unreadable) << path.c_str();
+    }
+    uint64_t size = files.getFileSize(fine);
+    files.deleteFile(fine);  // between two calls of a host
+    char buffer[4];
+    EXPECT_EQ(raised([&] { files.readBinaryFileToAllocated(fine, size, buffer); }), "3: File error!");
+    EXPECT_EQ(readAll(fine), unreadable);
+}
+
+TEST_F(FileFailures, WithoutPermission) {
+    const Filepath inside = directory.path("closed\\file");
+    files.createDir(inside.parent_path());
+    directory.write("closed/file", "1234");
+    chmod((directory.native() / "closed").c_str(), 0);
+    {
+        const PlainUser user;
+        EXPECT_EQ(readAll(inside), unreadable);
+        EXPECT_TRUE(files.pathExists(inside));  // what can't be looked at counts as present
+        EXPECT_TRUE(files.findFilesByPattern(inside.parent_path(), "*").empty());
+        files.createDir(directory.path("closed\\d"));
+        EXPECT_TRUE(files.writeStringToFile("text", inside));
+        EXPECT_EQ(raised([&] { files.deleteFile(inside); }), "3: Could not delete file : " + inside.getPathString());
+    }
+    chmod((directory.native() / "closed").c_str(), 0700);
+    EXPECT_EQ(directory.read("closed/file"), "1234");
+}
+
+TEST_F(FileFailures, OnAFullDisk) {
+    std::string data(5000, 'x');
+    const auto archive = TarBuilder().directory("m").file("m/f", data).whole();
+    Filepath destination = directory.path();
+    const Room room(1000);
+    EXPECT_EQ(text(files.extractTarballOfSize(archive.data(), archive.size(), destination)), "23: ");
+    EXPECT_EQ(destination.getPathString(), directory.path().getPathString());
+    EXPECT_TRUE(files.writeBinaryDataToFile(data.data(), data.size(), directory.path("silent")));
+    EXPECT_EQ(files.getFileSize(directory.path("silent")), 1000U);
+    std::ofstream stream = files.openFileToWriteBinaryData(directory.path("told"));
+    EXPECT_FALSE(files.streamBinaryDataToFile(std::string(100000, 'x').data(), 100000, stream));
+}
+
+TEST_F(FileFailures, NamesAndDirectoriesAtTheirLimits) {
+    const Filepath longest = directory.path(std::string(255, 'n'));
+    const Filepath tooLong = directory.path(std::string(256, 'n'));
+    for (const Filepath& path : {longest, tooLong}) EXPECT_TRUE(files.writeStringToFile("text", path));
+    EXPECT_EQ(files.getFileSize(longest), 4U);
+    EXPECT_EQ(readAll(tooLong), unreadable);
+    EXPECT_TRUE(files.pathExists(tooLong));  // the system can't tell
+    for (int i = 0; i < 10000; ++i) directory.write(std::to_string(i), "");
+    EXPECT_EQ(files.findFilesByPattern(directory.path(), "*").size(), 10003U);
+    EXPECT_EQ(files.findFilesByPattern(directory.path(), "9?9?").size(), 100U);
+}
+
+}  // namespace
+}  // namespace TarnoMirelo

@@ -48,32 +48,31 @@ class RecordingFileUtils : public FileUtils {
     std::vector<std::string> calls;
 };
 
-/// The calls, the status and the destination that a reading of the archive leads to.
+/// The calls, the status and the destination that a reading of an archive leads to.
 struct Expected {
-    Expected(const TarReading& reading, const std::string& destination) : code(reading.end), directory(destination) {
-        std::string first;
-        for (const TarEntry& entry : reading.entries) {
-            const std::string path = destination.empty() ? entry.name : destination + "\\" + entry.name;
-            if (entry.directory) {
-                if (first.empty()) first = path;
-                calls.push_back("exists " + path);
-                if (exists(path) || path.find_first_of(" \t\n\v\f\r") != std::string::npos) continue;
-                calls.push_back("create " + path);
-                if (hasNoParent(path)) code = FILE_ERROR;
-                if (hasNoParent(path)) return;
-            } else {
-                calls.push_back(written(path, entry.data, entry.size));
-                if (!canBeWritten(path)) code = TAR_EXTRACTION_ERROR;
-                if (!canBeWritten(path)) return;
-            }
-        }
-        if (code == SUCCESS) directory = first;
-    }
-
     std::vector<std::string> calls;
     STATUS_CODE code;
-    std::string directory;
+    std::string destination;
 };
+
+Expected expect(const TarReading& reading, const std::string& destination) {
+    std::vector<std::string> calls;
+    std::string first;
+    for (const TarEntry& entry : reading.entries) {
+        const std::string path = destination.empty() ? entry.name : destination + "\\" + entry.name;
+        if (!entry.directory) {
+            calls.push_back(written(path, entry.data, entry.size));
+            if (!canBeWritten(path)) return {calls, TAR_EXTRACTION_ERROR, destination};
+            continue;
+        }
+        if (first.empty()) first = path;
+        calls.push_back("exists " + path);
+        if (exists(path) || path.find_first_of(" \t\n\v\f\r") != std::string::npos) continue;
+        calls.push_back("create " + path);
+        if (hasNoParent(path)) return {calls, FILE_ERROR, destination};
+    }
+    return {calls, reading.end, reading.end == SUCCESS ? first : destination};
+}
 
 uint8_t* mapZeroBytes() {
     void* const bytes =
@@ -92,13 +91,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::memcpy(archive, data, size);
     const TarReading reading = readTar(archive, kMapped, false);
     for (const char* const directory : {"in", "", "a directory\\in"}) {
-        const Expected expected(reading, directory);
+        const Expected expected = expect(reading, directory);
         RecordingFileUtils files;
         Filepath destination{directory};
         const MireloStatus status = files.extractTarball(archive, destination);
         require(files.calls == expected.calls, "what is asked for is what the archive says");
         require(status.getCode() == expected.code, "the status says how it ended");
-        require(destination.getPathString() == expected.directory, "the destination changes on success only");
+        require(destination.getPathString() == expected.destination, "the destination changes on success only");
     }
     require(size == 0 || std::memcmp(archive, data, size) == 0, "the archive is not changed");
     std::memset(archive, 0, size);

@@ -19,10 +19,8 @@ std::string textAt(const uint8_t* field, size_t width) {
 }
 
 bool addsUp(const uint8_t* header) {
-    unsigned sum = std::accumulate(header, header + 148, 8U * ' ');
-    sum = std::accumulate(header + 156, header + kBlock, sum);
     char expected[16];
-    static_cast<void>(std::snprintf(expected, sizeof expected, "%06o ", sum));
+    static_cast<void>(std::snprintf(expected, sizeof expected, "%06o ", tarChecksum(header)));
     return std::memcmp(expected, header + 148, 6) == 0;
 }
 
@@ -73,6 +71,11 @@ bool readRecords(const std::string& data, std::map<std::string, std::string>& re
 }
 
 }  // namespace
+
+unsigned tarChecksum(const uint8_t* header) {
+    const unsigned sum = std::accumulate(header, header + 148, 8U * ' ');
+    return std::accumulate(header + 156, header + kBlock, sum);
+}
 
 TarReading readTar(const uint8_t* archive, uint64_t size, bool pax) {
     TarReading reading{{}, TAR_EXTRACTION_ERROR};

@@ -22,6 +22,9 @@ struct TarReading {
     STATUS_CODE end;                // how extraction ends when each of them could be written
 };
 
+/// What the checksum field of a header block should say.
+unsigned tarChecksum(const uint8_t* header);
+
 /// @param size  bytes that may be read
 /// @param pax   whether extended headers count, and entries of the oldest kind
 TarReading readTar(const uint8_t* archive, uint64_t size, bool pax);

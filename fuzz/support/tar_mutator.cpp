@@ -1,13 +1,14 @@
 // How archives are varied: within blocks and by whole blocks most of the time, with headers that add up again, since
 // nearly every other change would end at the first checksum.
 
+#include "support/tar_model.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <numeric>
 #include <random>
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
@@ -22,10 +23,8 @@ struct Field {
 constexpr Field kFields[] = {{0, 100}, {124, 12}, {156, 1}, {257, 6}, {345, 155}, {0, kBlock}};
 
 void repairChecksum(uint8_t* header) {
-    unsigned sum = std::accumulate(header, header + 148, 8U * ' ');
-    sum = std::accumulate(header + 156, header + kBlock, sum);
     char text[16];
-    static_cast<void>(std::snprintf(text, sizeof text, "%06o", sum));
+    static_cast<void>(std::snprintf(text, sizeof text, "%06o", TarnoMirelo::tarChecksum(header)));
     std::memcpy(header + 148, text, 7);
 }
 

@@ -7,8 +7,6 @@
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -66,7 +64,7 @@ void addReads(const std::string& sizeName, size_t size) {
     add("readBinaryFileToByteVector", Side::Limit, [=] { return readInto<std::vector<unsigned char>>(path); });
     add("readBinaryFileToString", Side::Ours, [=] { return FileUtils().readBinaryFileToString(file); });
     add("readBinaryFileToString", Side::Limit, [=] {
-        std::string text = readInto<std::string>(path);
+        auto text = readInto<std::string>(path);
         text.resize(std::min(text.find('\0'), text.size()));
         return text;
     });
@@ -113,18 +111,28 @@ class Archive {
  private:
     static constexpr size_t kBlock = 512;
 
+    static std::string octal(size_t number, size_t digits) {
+        std::string text(digits, '0');
+        for (size_t i = digits; i-- > 0; number /= 8) text[i] = static_cast<char>('0' + number % 8);
+        return text;
+    }
+
     void addHeader(const std::string& name, size_t size, char kind) {
-        char header[kBlock] = {};
-        std::snprintf(header, 100, "%s", name.c_str());
-        std::snprintf(header + 100, 8, "%07o", 0755U);
-        std::snprintf(header + 124, 12, "%011zo", size);
-        std::memset(header + 148, ' ', 8);
-        header[156] = kind;
-        std::memcpy(header + 257, "ustar\00000", 8);
-        unsigned sum = 0;
+        std::string header(kBlock, '\0');
+        const auto put = [&header](size_t offset, const std::string& text) {
+            header.replace(offset, text.size(), text);
+        };
+        put(0, name);
+        put(100, octal(0755, 7));
+        put(124, octal(size, 11));
+        put(148, std::string(8, ' '));
+        put(156, std::string(1, kind));
+        put(257, "ustar");
+        put(263, "00");
+        size_t sum = 0;
         for (const char byte : header) sum += static_cast<unsigned char>(byte);
-        std::snprintf(header + 148, 7, "%06o", sum);
-        bytes_.insert(bytes_.end(), header, header + kBlock);
+        put(148, octal(sum, 6));
+        bytes_.insert(bytes_.end(), header.begin(), header.end());
     }
 
     std::vector<unsigned char> bytes_;
@@ -177,7 +185,7 @@ void addExtraction(const std::string& sizeName, size_t files, size_t size) {
     const auto add = [&](const std::string& operation, Side side, auto work) {
         measure(operation + ", " + sizeName, side, emptyDirectory, work)
             ->Iterations(1)
-            ->Repetitions(size > kMebibyte ? 8 : 25);
+            ->Repetitions(size > kMebibyte ? 8 : 40);
     };
     const auto addBesides = [&](const std::string& operation) {
         add(operation, Side::Limit, [=] { writeFiles(*archive, directory, paths); });

@@ -45,6 +45,7 @@ const std::filesystem::path& scratchDirectory() {
 
 }  // namespace Bench
 
+// What is raised ends the program. NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     Bench::settleAllocator();
     Bench::scratchDirectory();

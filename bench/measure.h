@@ -15,12 +15,16 @@ enum class Side {
     Instead,  ///< what a user would pick in its place
 };
 
+/// The name of a side's benchmark.
+inline std::string nameOf(const std::string& row, Side side) {
+    constexpr const char* kSides[] = {"ours", "limit", "instead"};
+    return row + "|" + kSides[static_cast<int>(side)];
+}
+
 /// Has `work` measured, a callable without arguments that does the work once.
 template <typename Work>
 benchmark::internal::Benchmark* measure(const std::string& row, Side side, Work work) {
-    constexpr const char* kSides[] = {"ours", "limit", "instead"};
-    const std::string name = row + "|" + kSides[static_cast<int>(side)];
-    return benchmark::RegisterBenchmark(name.c_str(), [work](benchmark::State& state) mutable {
+    return benchmark::RegisterBenchmark(nameOf(row, side).c_str(), [work](benchmark::State& state) mutable {
         for ([[maybe_unused]] auto _ : state) work();
     });
 }
@@ -28,16 +32,14 @@ benchmark::internal::Benchmark* measure(const std::string& row, Side side, Work 
 /// As above, with `prepare` called before each time and not measured.
 template <typename Prepare, typename Work>
 benchmark::internal::Benchmark* measure(const std::string& row, Side side, Prepare prepare, Work work) {
-    const auto prepared = [prepare, work](benchmark::State& state) mutable {
+    return benchmark::RegisterBenchmark(nameOf(row, side).c_str(), [prepare, work](benchmark::State& state) mutable {
         for ([[maybe_unused]] auto _ : state) {
             state.PauseTiming();
             prepare();
             state.ResumeTiming();
             work();
         }
-    };
-    constexpr const char* kSides[] = {"ours", "limit", "instead"};
-    return benchmark::RegisterBenchmark((row + "|" + kSides[static_cast<int>(side)]).c_str(), prepared);
+    });
 }
 
 /// A directory in the memory file system, gone at the program's end.

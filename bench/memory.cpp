@@ -75,7 +75,7 @@ void addVariableTensor() {
         }
     });
     measure(row, Side::Instead, [] {
-        for (const size_t elements : {size_t{16 * 4096}, size_t{64}}) use(std::make_unique<float[]>(elements).get());
+        for (const size_t elements : {size_t{16} * 4096, size_t{64}}) use(std::make_unique<float[]>(elements).get());
     });
 }
 

@@ -1,6 +1,7 @@
 // What is counted instead of timed. Prints one "name value" a line:
-//   allocations    those of a thousand changes between two shapes of a VariableTensor
-//   heap_growth    bytes that a million calls of predict leave on the heap
+//   variable_tensor_allocations  those of a thousand changes between two shapes
+//   predict_allocations          those of a thousand calls
+//   heap_growth                  bytes that a million calls of predict leave on the heap
 // With a number as argument, it only calls predict that often, to have its instructions counted from outside.
 
 #include "idle_model.h"
@@ -8,12 +9,15 @@
 #include <cstdlib>
 #include <iostream>
 #include <malloc.h>
+#include <string>
 
+// Names of the C library's own. NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
-void* __libc_malloc(size_t size);                // NOLINT(bugprone-reserved-identifier): the C library's own names
-void* __libc_calloc(size_t count, size_t size);  // NOLINT(bugprone-reserved-identifier)
-void* __libc_realloc(void* block, size_t size);  // NOLINT(bugprone-reserved-identifier)
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
 }
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace {
 
@@ -22,6 +26,7 @@ uint64_t allocations = 0;
 }  // namespace
 
 // In place of the C library's: every allocation of the process comes through these.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 __attribute__((visibility("default"))) void* malloc(size_t size) {
     ++allocations;
@@ -36,6 +41,7 @@ __attribute__((visibility("default"))) void* realloc(void* block, size_t size) {
     return __libc_realloc(block, size);
 }
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace {
 
@@ -81,9 +87,10 @@ int64_t heapGrowth() {
 
 }  // namespace
 
+// What is raised ends the program. NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     if (argc > 1) {
-        predict(std::atoi(argv[1]));
+        predict(std::stoi(argv[1]));
         return 0;
     }
     std::cout << "variable_tensor_allocations " << countVariableTensor() << "\npredict_allocations "

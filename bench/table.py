@@ -11,7 +11,6 @@ import re
 import subprocess
 import sys
 import tempfile
-import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 MANIFEST = str(ROOT / "examples/digits/model/manifest.json")  # 1 KB
@@ -74,14 +73,13 @@ def benchmark(program):
 
 
 def start_times(programs, spawns=300):
-    """The least time from the start of each program to its end, in nanoseconds."""
+    """The least CPU time from the start of each program to its end, in nanoseconds."""
     least = [float("inf")] * len(programs)
     for _ in range(spawns):
         for i, program in enumerate(programs):
-            begin = time.perf_counter_ns()
             pid = os.posix_spawn(program[0], program, os.environ)
-            status = os.waitpid(pid, 0)[1]
-            least[i] = min(least[i], time.perf_counter_ns() - begin)
+            _, status, usage = os.wait4(pid, 0)
+            least[i] = min(least[i], (usage.ru_utime + usage.ru_stime) * 1e9)
             if status != 0:
                 sys.exit(f"table: {program[0]} failed")
     return least

@@ -21,10 +21,8 @@ void use(void* block) {
 }
 
 void addAllocateInputs() {
-    const std::pair<const char*, size_t> kSizes[] = {{"1 KB", size_t{1} << 10},
-                                                     {"1 MiB", size_t{1} << 20},
-                                                     {"64 MiB", size_t{64} << 20},
-                                                     {"1 GiB", size_t{1} << 30}};
+    const std::pair<const char*, size_t> kSizes[] = {
+        {"1 KB", size_t{1} << 10}, {"64 MiB", size_t{64} << 20}, {"1 GiB", size_t{1} << 30}};
     for (const auto& [name, size] : kSizes) {
         const std::string row = std::string("allocateInputs, ") + name;
         ModelTarget target;

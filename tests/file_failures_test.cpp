@@ -34,14 +34,10 @@ class Room {
 // As a user who may read nothing that was closed to him; root could.
 class PlainUser {
  public:
-    PlainUser() {
-        EXPECT_TRUE(getuid() != 0 || seteuid(65534) == 0);
-    }
+    PlainUser() { EXPECT_TRUE(getuid() != 0 || seteuid(65534) == 0); }
     PlainUser(const PlainUser&) = delete;
     PlainUser& operator=(const PlainUser&) = delete;
-    ~PlainUser() {
-        EXPECT_TRUE(getuid() != 0 || seteuid(0) == 0);
-    }
+    ~PlainUser() { EXPECT_TRUE(getuid() != 0 || seteuid(0) == 0); }
 };
 
 class FileFailures : public testing::Test {

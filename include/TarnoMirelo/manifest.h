@@ -116,9 +116,9 @@ class MIRELO_API ModelMetadata {
     /// is ignored. Members that are absent or of another type leave their field as it is. The root directory becomes
     /// the manifest's parent path. The target under "WinML" is added unless there is one already. Never raises.
     /// @return `SUCCESS`, also when there is no "WinML" target, which `validate` then tells; or
-    ///   - `MODEL_METADATA_ERROR`: "Failed to open metadata file at " and the path, for a file that can't be read or is
-    ///   no
-    ///     manifest, with nothing changed; "No target found in root of manifest file", with everything else stored
+    ///   - `MODEL_METADATA_ERROR` "Failed to open metadata file at " and the path, for a file that can't be read or is
+    ///     no manifest, with nothing changed
+    ///   - `MODEL_METADATA_ERROR` "No target found in root of manifest file", with everything else stored
     ///   - the status of any other exception, `UNKNOWN_ERROR` "bad conversion" for a path that is not UTF-8 among them
     MireloStatus load(const Filepath& manifest);
 

@@ -78,17 +78,17 @@ class MireloStatus {
     struct UsageStamp {
         using Writer = void (*)(const UsageStamp& stamp, PropertyMap& properties);
 
-        Writer write = nullptr;  // adds the properties whose keys are absent; null: no stamp
-        std::string method;
+        Writer write = nullptr;            // adds the properties whose keys are absent; null: no stamp
+        const char* method = nullptr;      // constant text
+        const char* modelType = nullptr;   // likewise
         STATUS_CODE code = UNKNOWN_ERROR;  // the status's code when it was stamped
-        const char* modelType = nullptr;   // constant text
         std::shared_ptr<const std::string> modelName;
     };
 
     STATUS_CODE code_ = UNKNOWN_ERROR;
     std::string description_;
-    PropertyMap properties_;
-    UsageStamp usage_;  // properties_ was there before it
+    std::shared_ptr<const PropertyMap> properties_;  // null while there are none; copies share what never changes
+    UsageStamp usage_;                               // properties_ was there before it
 };
 
 /// Base of everything that sdk-core raises by itself, apart from the standard exceptions that its operations name.

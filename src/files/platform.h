@@ -20,8 +20,8 @@ enum class PathText { Wide, Narrow };
 /// False for the two errors that mean "absent" only; any other error counts as present. Wide.
 bool pathExists(const char* path);
 
-/// What became of a directory to be created.
-enum class Creation { Done, ParentMissing, Failed };
+/// What became of a directory to be created. Present: a file or directory of that name was there before.
+enum class Creation { Done, Present, ParentMissing, Failed };
 
 /// Creates one directory, not its parents.
 Creation createDirectory(const char* path, PathText text);

@@ -112,8 +112,11 @@ bool pathExists(const char* path) {
 }
 
 Creation createDirectory(const char* path, PathText text) {
-    if (::mkdir(nativePath(path, text).c_str(), 0777) == 0) return Creation::Done;
-    return meansAbsent(errno) ? Creation::ParentMissing : Creation::Failed;
+    const std::string native = nativePath(path, text);
+    if (::mkdir(native.c_str(), 0777) == 0) return Creation::Done;
+    if (meansAbsent(errno)) return Creation::ParentMissing;
+    struct stat facts {};
+    return ::stat(native.c_str(), &facts) == 0 ? Creation::Present : Creation::Failed;
 }
 
 // unlink and not remove, which would delete an empty directory here and nowhere else.

@@ -64,10 +64,13 @@ bool pathExists(const char* path) {
 }
 
 Creation createDirectory(const char* path, PathText text) {
-    const BOOL created = text == PathText::Wide ? ::CreateDirectoryW(widePath(path).c_str(), nullptr)
-                                                : ::CreateDirectoryA(path, nullptr);
+    const bool wide = text == PathText::Wide;
+    const std::wstring native = wide ? widePath(path) : std::wstring();
+    const BOOL created = wide ? ::CreateDirectoryW(native.c_str(), nullptr) : ::CreateDirectoryA(path, nullptr);
     if (created != FALSE) return Creation::Done;
-    return ::GetLastError() == ERROR_PATH_NOT_FOUND ? Creation::ParentMissing : Creation::Failed;
+    if (::GetLastError() == ERROR_PATH_NOT_FOUND) return Creation::ParentMissing;
+    const DWORD attributes = wide ? ::GetFileAttributesW(native.c_str()) : ::GetFileAttributesA(path);
+    return attributes != INVALID_FILE_ATTRIBUTES ? Creation::Present : Creation::Failed;
 }
 
 bool deleteFile(const char* path) { return std::remove(path) == 0; }

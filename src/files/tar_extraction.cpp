@@ -41,9 +41,11 @@ class VirtualDestination : public Destination {
 class NativeDestination : public Destination {
  public:
     MireloStatus makeDirectory(const Filepath& path) override {
-        if (Platform::pathExists(path.c_str())) return {SUCCESS, ""};
+        // Not by asking first if it is there: what cannot be looked at, such as a name that is too long, counts as
+        // such.
         switch (Platform::createDirectory(path.c_str(), Platform::PathText::Wide)) {
             case Platform::Creation::Done:
+            case Platform::Creation::Present:
                 return {SUCCESS, ""};
             case Platform::Creation::ParentMissing:
                 return {FILE_ERROR, "Path incorrect : " + path.getPathString()};

@@ -21,7 +21,7 @@ const std::string& versionText() {
 
 std::string getLibraryVersion() { return versionText(); }
 
-void UsageReporting::addUsageProperties(MireloStatus& status, const std::string& method, MireloModelType modelType,
+void UsageReporting::addUsageProperties(MireloStatus& status, const char* method, MireloModelType modelType,
                                         const std::shared_ptr<const std::string>& modelName) {
     MireloStatus::UsageStamp& stamp = status.usage_;
     if (stamp.write != nullptr) return;  // stamped before with the same keys, and the first value wins

@@ -15,7 +15,8 @@ class UsageReporting {
  public:
     /// Adds the six usage properties to a status, each where its key is absent. They are written out when somebody
     /// reads them; until then nothing is allocated, and the status shares the model's name.
-    static void addUsageProperties(MireloStatus& status, const std::string& method, MireloModelType modelType,
+    /// @param method  constant text
+    static void addUsageProperties(MireloStatus& status, const char* method, MireloModelType modelType,
                                    const std::shared_ptr<const std::string>& modelName);
 
  private:

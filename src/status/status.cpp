@@ -19,7 +19,7 @@ void MireloStatus::setDescription(std::string description) { description_ = std:
 std::string MireloStatus::getProperty(const std::string& key) const { return getPropertyMap().at(key); }
 
 MireloStatus::PropertyMap MireloStatus::getPropertyMap() const {
-    PropertyMap properties = properties_;
+    PropertyMap properties = properties_ == nullptr ? PropertyMap() : *properties_;
     if (usage_.write != nullptr) usage_.write(usage_, properties);
     return properties;
 }
@@ -29,11 +29,10 @@ bool MireloStatus::ok() const { return code_ == SUCCESS; }
 bool MireloStatus::warn() const { return code_ == WARNING; }
 
 void MireloStatus::setProperty(const std::string& key, const std::string& value) {
-    if (usage_.write != nullptr) {  // the stamp was first: its keys win over this one
-        properties_ = getPropertyMap();
-        usage_ = UsageStamp();
-    }
-    properties_.emplace(key, value);
+    PropertyMap properties = getPropertyMap();  // a stamp was first: its keys win over this one
+    properties.emplace(key, value);
+    properties_ = std::make_shared<const PropertyMap>(std::move(properties));
+    usage_ = UsageStamp();
 }
 
 }  // namespace TarnoMirelo

@@ -27,6 +27,10 @@ MireloStatus VariableTensor::allocateShape(const TensorShape& newShape) {
         return {INVALID_SHAPE, "No. of dimensions should match the one in manifest"};
     }
     const bool sameShape = newShape == currentShape_;
+    if (sameShape && buffer_ != nullptr) {
+        changed_ = false;
+        return {SUCCESS, ""};
+    }
     if (!sameShape) {
         changed_ = true;
         setByteCount(wrappingByteCount(elementType_, newShape));

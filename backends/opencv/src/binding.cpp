@@ -113,6 +113,7 @@ void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
 void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
     const Ports& ports = network_->outputs();
     const EngineShapes results = network_->inferOutputs(inputShapes_);
+    inference_ = network_->inference();
     MireloModel::Outputs created;
     if (outputs.empty()) {
         for (size_t i = 0; i < ports.size(); ++i) {
@@ -137,7 +138,7 @@ void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
 }
 
 cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth) {
-    bound_.push_back({tensor.get(), tensor->dataType(), tensor->shape(), tensor->buffer()});
+    bound_.push_back({tensor.get(), tensor->shape(), tensor->buffer()});
     kept_.push_back(tensor);
     // The engine only reads inputs, and outputs are not const to begin with.
     auto* const elements = const_cast<uint8_t*>(tensor->buffer());
@@ -154,7 +155,10 @@ void Binding::run() {
 }
 
 void Binding::runAgain() {
-    network_->inferOutputs(inputShapes_);  // the account of the memory is for these shapes again
+    if (network_->inference() != inference_) {  // the account of the memory is to be for these shapes again
+        network_->inferOutputs(inputShapes_);
+        inference_ = network_->inference();
+    }
     forward();
 }
 
@@ -166,8 +170,14 @@ void Binding::forward() {
 }
 
 bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) {
-    // A feature of this very class holds the same tensor as long as it lives. Of others nobody knows.
-    const auto isKnown = [](const auto& feature) { return typeid(*feature) == typeid(MireloFeatureTensor); };
+    // A feature of this very class holds the same tensor as long as it lives, and tensors of these classes stay where
+    // they are and what they are. Of others nobody knows.
+    const auto isKnown = [](const auto& feature) {
+        if (typeid(*feature) != typeid(MireloFeatureTensor)) return false;
+        const ITensor& tensor = *feature->asTensor();
+        const std::type_info& kind = typeid(tensor);
+        return kind == typeid(Tensor) || kind == typeid(VariableTensor) || kind == typeid(BufferWrappedTensor);
+    };
     if (!std::all_of(inputs.begin(), inputs.end(), isKnown) || !std::all_of(outputs.begin(), outputs.end(), isKnown)) {
         return false;
     }
@@ -188,7 +198,7 @@ bool Binding::stillFits(const MireloModel::Inputs& inputs, const MireloModel::Ou
     const auto outputsReleased = released_.begin() + static_cast<ptrdiff_t>(inputs.size());
     return std::equal(inputs.begin(), inputs.end(), released_.begin(), isSame) &&
            std::equal(outputs.begin(), outputs.end(), outputsReleased, isSame) &&
-           std::all_of(bound_.begin(), bound_.end(), [](const Bound& bound) { return bound.isUnchanged(); });
+           std::all_of(bound_.begin(), bound_.end(), [](const Bound& bound) { return bound.isInPlace(); });
 }
 
 bool Binding::hasSameForm(const Binding& other) const {

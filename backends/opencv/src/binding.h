@@ -42,12 +42,10 @@ class Binding final : public MireloModel::MireloBinding {
  private:
     struct Bound {
         const ITensor* tensor;
-        DataType dataType;
         TensorShape shape;
         const uint8_t* buffer;
 
         bool isInPlace() const { return tensor->buffer() == buffer && tensor->shape() == shape; }
-        bool isUnchanged() const { return isInPlace() && tensor->dataType() == dataType && !tensor->onDevice(); }
     };
     struct Released {
         std::weak_ptr<const MireloFeature> owner;
@@ -66,6 +64,7 @@ class Binding final : public MireloModel::MireloBinding {
     std::vector<std::shared_ptr<const ITensor>> kept_;  // their tensors, until the release
     std::vector<Released> released_;                    // the inputs, then the outputs, as they were given
     EngineShapes inputShapes_;
+    uint64_t inference_ = 0;       // the one of inputShapes_
     std::vector<cv::Mat> inputs_;  // in the target's order
     std::vector<std::string> outputNames_;
     std::vector<cv::Mat> outputs_;  // in the order of outputNames_

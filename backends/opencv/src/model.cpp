@@ -87,7 +87,9 @@ template <typename Work>
 MireloStatus Model::statusOf(const Work& work) const {
     try {
         work();
-        return {SUCCESS, ""};
+        MireloStatus status;
+        status.setCode(SUCCESS);  // the empty description is there already
+        return status;
     } catch (...) {
         MireloStatus status = getStatusFromCurrentException();
         if (status.getCode() == ML_FRAMEWORK_ERROR) log(LogSeverity::Error, status.getDescription());

@@ -171,6 +171,7 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
     });
     inferredFor_ = inputs;
     inferred_ = std::move(outputs);
+    ++inference_;
     blobBytes_ = blobs;
     return inferred_;
 }

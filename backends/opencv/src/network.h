@@ -77,6 +77,8 @@ class Network {
     /// The shapes of the outputs for these shapes of the inputs, by the engine's own inference; remembered until asked
     /// for other ones.
     const EngineShapes& inferOutputs(const EngineShapes& inputs);
+    /// A number that changes with each inference, so that who inferred last need not ask again.
+    uint64_t inference() const { return inference_; }
     /// The shape of a result as the manifest has it, its variable dimensions filled in. Raises `ModelMetaDataException`
     /// when the manifest says something else than the engine.
     TensorShape resultShape(size_t output, const EngineShape& result, int64_t rows) const;
@@ -109,6 +111,7 @@ class Network {
     int64_t batchSize_ = 1;
     EngineShapes inferredFor_;
     EngineShapes inferred_;
+    uint64_t inference_ = 0;
     uint64_t weightBytes_ = 0;
     uint64_t blobBytes_ = 0;
 };

@@ -1,0 +1,117 @@
+#include "support/tar_model.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <numeric>
+#include <optional>
+
+namespace TarnoMirelo {
+namespace {
+
+constexpr uint64_t kBlock = 512;
+
+std::string textAt(const uint8_t* field, size_t width) {
+    return {reinterpret_cast<const char*>(field), ::strnlen(reinterpret_cast<const char*>(field), width)};
+}
+
+bool addsUp(const uint8_t* header) {
+    char expected[16];
+    static_cast<void>(std::snprintf(expected, sizeof expected, "%06o ", tarChecksum(header)));
+    return std::memcmp(expected, header + 148, 6) == 0;
+}
+
+std::optional<uint32_t> number(const char* begin, const char* end, int base, bool whole) {
+    uint32_t value = 0;
+    const std::from_chars_result result = std::from_chars(begin, end, value, base);
+    if (result.ec != std::errc() || (whole && result.ptr != end)) return std::nullopt;
+    return value;
+}
+
+std::optional<uint32_t> sizeIn(const uint8_t* header) {
+    const char* begin = reinterpret_cast<const char*>(header) + 124;
+    const char* const end = begin + 12;
+    while (begin != end && *begin != '\0' && std::strchr(" \t\n\v\f\r", *begin) != nullptr) ++begin;
+    return number(begin, end, 8, false);
+}
+
+std::string nameIn(const uint8_t* header) {
+    const std::string prefix = textAt(header + 345, 155);
+    const bool prefixed = std::memcmp(header + 257, "ustar", 6) == 0 && !prefix.empty();
+    return (prefixed ? prefix + "/" : "") + textAt(header, 100);
+}
+
+bool leaves(std::string name) {
+    std::replace(name.begin(), name.end(), '\\', '/');
+    const std::filesystem::path path(name);
+    return path.is_absolute() || name.find(':') != std::string::npos ||
+           std::find(path.begin(), path.end(), "..") != path.end();
+}
+
+// False when they are malformed.
+bool readRecords(const std::string& data, std::map<std::string, std::string>& records) {
+    for (size_t begin = 0; begin < data.size();) {
+        const size_t space = std::min(data.find(' ', begin), data.size());
+        const auto length = number(data.data() + begin, data.data() + space, 10, true);
+        if (!length || space == data.size() || *length > data.size() - begin || begin + *length <= space + 1)
+            return false;
+        const std::string record = data.substr(space + 1, begin + *length - space - 1);
+        const size_t equals = record.find('=');
+        if (record.back() != '\n' || equals == std::string::npos) return false;
+        const std::string value = record.substr(equals + 1, record.size() - equals - 2);
+        if (record.substr(0, equals) == "size" && !number(value.data(), value.data() + value.size(), 10, true))
+            return false;
+        records[record.substr(0, equals)] = value;
+        begin += *length;
+    }
+    return true;
+}
+
+}  // namespace
+
+unsigned tarChecksum(const uint8_t* header) {
+    const unsigned sum = std::accumulate(header, header + 148, 8U * ' ');
+    return std::accumulate(header + 156, header + kBlock, sum);
+}
+
+TarReading readTar(const uint8_t* archive, uint64_t size, bool pax) {
+    TarReading reading{{}, TAR_EXTRACTION_ERROR};
+    std::map<std::string, std::string> records;
+    while (size >= kBlock) {
+        const uint8_t* const header = archive;
+        if (header[0] == 0) reading.end = SUCCESS;
+        if (header[0] != 0 && !addsUp(header)) reading.end = TAR_CHECKSUM_ERROR;
+        if (reading.end != TAR_EXTRACTION_ERROR) break;
+        archive += kBlock;
+        size -= kBlock;
+        const char kind = static_cast<char>(header[156]);
+        const bool extension = kind == 'x' || kind == 'g';
+        std::optional<uint32_t> entrySize = sizeIn(header);
+        if (!extension && records.contains("size")) {
+            const std::string& text = records["size"];
+            entrySize = number(text.data(), text.data() + text.size(), 10, true);
+        }
+        if (!entrySize || *entrySize > size) break;
+        if (extension) {
+            const std::string data(reinterpret_cast<const char*>(archive), kind == 'x' && pax ? *entrySize : 0);
+            if (!readRecords(data, records)) break;
+        } else {
+            std::string name = records.contains("path") ? records["path"] : nameIn(header);
+            name.resize(std::min(name.find('\0'), name.size()));
+            records.clear();
+            const bool file = kind == '0' || (kind == '\0' && pax);
+            if ((!file && kind != '5') || leaves(name)) break;
+            reading.entries.push_back({!file, std::move(name), archive, *entrySize});
+        }
+        const uint64_t padded = (*entrySize + kBlock - 1) / kBlock * kBlock;
+        if (padded > size) break;
+        archive += padded;
+        size -= padded;
+    }
+    return reading;
+}
+
+}  // namespace TarnoMirelo

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <thread>
 
 namespace TarnoMirelo {
 namespace {
@@ -335,6 +336,18 @@ TEST_F(OpenCvBackend, ComputesOperatorsOfTheHostOnceTheyAreFinal) {
     EXPECT_EQ(load(*model, target), kSuccess);
     const auto x = [](float first) { return feature("x", {1, 3}, Floats{first, 0, 0}); };
     EXPECT_EQ(result(predict({x(0)})), "1: y (1,3) 1 2 3;");
+    {
+        std::vector<std::jthread> threads;  // each with a model of its own
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&] {
+                OpenCv::Model own("own", MireloModelType::WinML, configOf(std::make_shared<LogProcessorContainer>()));
+                Outputs results;
+                EXPECT_EQ(load(own, target), kSuccess);
+                EXPECT_EQ(text(own.predict({x(4)}, results)), kSuccess);
+                EXPECT_EQ(text(results), "y (1,3) 5 2 3;");
+            });
+        }
+    }
     EXPECT_EQ(predict({x(1)}), "3: raised");
     EXPECT_EQ(predict({x(2)}), "14: test.Shift: told");
     getMutableOperatorRegistry().clear();

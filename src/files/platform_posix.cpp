@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,11 +55,18 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { ::closedir(directory); }
 };
 
+// Without memory there is no locale, and to fold ASCII letters only from then on would change which names match.
+locale_t unicodeLetters() {
+    const locale_t locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (locale == nullptr && errno == ENOMEM) throw std::bad_alloc();
+    return locale;
+}
+
 // The characters of a name in lower case. A name that is not UTF-8 can't be told apart into characters: each byte is
 // one.
 std::u32string foldedCharacters(const std::string& name) {
-    static const std::unique_ptr<std::remove_pointer_t<locale_t>, decltype(&::freelocale)> locale(
-        ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr), &::freelocale);
+    static const std::unique_ptr<std::remove_pointer_t<locale_t>, decltype(&::freelocale)> locale(unicodeLetters(),
+                                                                                                  &::freelocale);
     std::u32string characters;
     if (utf8::is_valid(name.begin(), name.end())) {
         characters = utf8::utf8to32(name);

@@ -17,6 +17,7 @@ const DataType& ITensor::dataType() const { return dataType_; }
 int64_t ITensor::bytes() const { return hasVariableShape() ? byteCount_ : wrappingByteCount(dataType_, shape_); }
 
 MireloStatus ITensor::resize(const TensorShape& newShape) {
+    TensorShape adopted = newShape;  // what can fail fails before there is a buffer that the shape doesn't tell of
     const std::optional<int64_t> newBytes = checkedByteCount(dataType_, newShape);
     if (buffer() != nullptr) {
         if (!newBytes || *newBytes != bytes()) {
@@ -27,7 +28,7 @@ MireloStatus ITensor::resize(const TensorShape& newShape) {
     } else if (!allocateBufferOfSize(allocationSize(newBytes))) {
         return {ALLOCATION_FAILED, "Failed allocating a new buffer when resizing a tensor"};
     }
-    shape_ = newShape;
+    shape_ = std::move(adopted);
     return {SUCCESS, ""};
 }
 

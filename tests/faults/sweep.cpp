@@ -197,6 +197,32 @@ Call extract(bool sized) {
             }};
 }
 
+Call shapeTensor(const std::shared_ptr<ITensor>& tensor, MireloStatus (ITensor::*shape)(const TensorShape&)) {
+    const auto state = [=] { return list(tensor->shape(), tensor->buffer() == nullptr); };
+    return {[=] { return ((*tensor).*shape)({2, 3}); }, state, state};
+}
+
+// Writes, finds and reads a file in each way that there is.
+Call useFiles() {
+    const auto directory = std::make_shared<TempDir>();
+    const auto read = std::make_shared<std::string>();
+    return {[=] {
+                FileUtils files;
+                const Filepath path = directory->path(kLong);
+                files.writeStringToFile(kLong, path);
+                LogProcessorFileSystem log(directory->native().string(), "log", false);
+                log.WriteHeader("title", kLong);
+                uint64_t size = 0;
+                *read = files.findFilesByPattern(directory->path(), "N*").at(0).getPathString() +
+                        files.readBinaryFileToBuffer(path, size).get()[size - 1] +
+                        files.readBinaryFileToVector(path).back() +
+                        static_cast<char>(files.readBinaryFileToByteVector(path).back()) +
+                        files.readBinaryFileToString(path);
+                return kDone;
+            },
+            [] { return std::string(); }, [=] { return *read; }};
+}
+
 struct CopyingSink : ILogProcessor {
     void Process(const LogEntry& entry) override { last = entry.message; }
     std::string last;
@@ -323,6 +349,14 @@ int main() {
         {"getRuntimeStatus", [] { return manage(Managing::Snapshot); }, kRaises},
         {"unloadModel", [] { return manage(Managing::Unload); }, kRaises},
         {"unloadModel of a stranger", [] { return manage(Managing::UnloadStranger); }, kRaises},
+        {"resize", [] { return shapeTensor(std::make_shared<Tensor>(DataType::Float), &ITensor::resize); }, kRaises},
+        {"allocateShape",
+         [] {
+             return shapeTensor(std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, -1)),
+                                &ITensor::allocateShape);
+         },
+         kRaises},
+        {"files", useFiles, kRaises},
         {"extractTarball", [] { return extract(false); }, kStatus},
         {"extractTarballOfSize", [] { return extract(true); }, kStatus},
         {"Logger::Report", report, kRaises, true},  // what a processor raises is not the reporter's

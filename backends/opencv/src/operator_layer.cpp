@@ -9,7 +9,9 @@
 #include <opencv2/dnn/layer.hpp>
 
 #include <limits>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
@@ -90,19 +92,39 @@ class OperatorLayer : public cv::dnn::Layer {
     std::unique_ptr<Operator> operator_;
 };
 
+// By how many loads each type is in use. Behind a lock, for the engine's list is one for all models, which hosts may
+// load on several threads.
+struct TypesInUse {
+    std::mutex mutex;
+    std::map<std::string, size_t> users;
+};
+
+TypesInUse& typesInUse() {
+    static TypesInUse types;
+    return types;
+}
+
 }  // namespace
+
+LayerType::LayerType(const std::string& name) : name_(name) {
+    TypesInUse& types = typesInUse();
+    const std::lock_guard<std::mutex> lock(types.mutex);
+    size_t& users = types.users[name];
+    if (users == 0) cv::dnn::LayerFactory::registerLayer(name, &OperatorLayer::create);
+    ++users;
+}
+
+LayerType::~LayerType() {
+    TypesInUse& types = typesInUse();
+    const std::lock_guard<std::mutex> lock(types.mutex);
+    if (--types.users[name_] == 0) cv::dnn::LayerFactory::unregisterLayer(name_);
+}
 
 void OperatorLayers::registerAll() {
     CustomOperators::getOperatorRegistry().enumerateThroughRegisteredOperators(
         [this](const std::string& name, std::unique_ptr<CustomOperators::Operator> created) {
-            if (asOurs(std::move(created)) == nullptr) return;
-            names_.push_back(name);
-            cv::dnn::LayerFactory::registerLayer(name, &OperatorLayer::create);
+            if (asOurs(std::move(created)) != nullptr) types_.emplace_back(name);
         });
-}
-
-OperatorLayers::~OperatorLayers() {
-    for (const std::string& name : names_) cv::dnn::LayerFactory::unregisterLayer(name);
 }
 
 }  // namespace TarnoMirelo::OpenCv

@@ -1,24 +1,31 @@
 #pragma once
 
+#include <list>
 #include <string>
-#include <vector>
 
 namespace TarnoMirelo::OpenCv {
 
-/// Has the engine know the host's operators while a network is read. It keeps one list of layer types for the whole
-/// process, so they are taken out again at the end. Several may exist at once, on any threads.
+/// Has the engine know a type of layer for the host's operator of that name. The engine keeps one list for the whole
+/// process and takes a type once; here, any number may exist at once, on any threads.
+class LayerType {
+ public:
+    explicit LayerType(const std::string& name);
+    LayerType(const LayerType&) = delete;
+    LayerType& operator=(const LayerType&) = delete;
+    ~LayerType();
+
+ private:
+    std::string name_;
+};
+
+/// Has the engine know the host's operators while a network is read.
 class OperatorLayers {
  public:
-    OperatorLayers() = default;
-    OperatorLayers(const OperatorLayers&) = delete;
-    OperatorLayers& operator=(const OperatorLayers&) = delete;
-    ~OperatorLayers();
-
     /// Registers every operator of the finalised registry that is one of this backend's.
     void registerAll();
 
  private:
-    std::vector<std::string> names_;
+    std::list<LayerType> types_;
 };
 
 }  // namespace TarnoMirelo::OpenCv

@@ -215,8 +215,9 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
         const std::shared_ptr<Network>& network = loadedNetwork();
-        const bool isOurs = binding != nullptr && typeid(*binding) == typeid(Binding);
-        if (!isOurs || static_cast<const Binding&>(*binding).network() != network) {
+        const MireloBinding* const given = binding.get();
+        const bool isOurs = given != nullptr && typeid(*given) == typeid(Binding);
+        if (!isOurs || static_cast<const Binding*>(given)->network() != network) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }
         static_cast<Binding&>(*binding).run();

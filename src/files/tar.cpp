@@ -82,14 +82,16 @@ bool readRecords(std::string_view data, ExtendedRecords& records) {
 }
 
 bool staysInside(std::string_view name) {
-    constexpr std::string_view kSlashes = "/\\";
-    if (name.find(':') != std::string_view::npos || name.find_first_of(kSlashes) == 0) return false;
-    while (true) {
-        const size_t slash = name.find_first_of(kSlashes);
-        if (name.substr(0, slash) == "..") return false;
-        if (slash == std::string_view::npos) return true;
-        name.remove_prefix(slash + 1);
+    const auto isSlash = [](char character) { return character == '/' || character == '\\'; };
+    if (!name.empty() && isSlash(name.front())) return false;
+    size_t component = 0;  // where it begins
+    for (size_t i = 0; i < name.size(); ++i) {
+        if (name[i] == ':') return false;
+        if (!isSlash(name[i])) continue;
+        if (name.substr(component, i - component) == "..") return false;
+        component = i + 1;
     }
+    return name.substr(component) != "..";
 }
 
 }  // namespace TarnoMirelo::Tar

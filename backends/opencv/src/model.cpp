@@ -214,13 +214,12 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
-        const std::shared_ptr<Network>& network = loadedNetwork();
-        const MireloBinding* const given = binding.get();
-        const bool isOurs = given != nullptr && typeid(*given) == typeid(Binding);
-        if (!isOurs || static_cast<const Binding*>(given)->network() != network) {
+        MireloBinding* const bound = binding.get();
+        const bool isOurs = bound != nullptr && typeid(*bound) == typeid(Binding);
+        if (!isOurs || static_cast<Binding*>(bound)->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }
-        static_cast<Binding&>(*binding).run();
+        static_cast<Binding*>(bound)->run();
         reportMemory();
     });
 }

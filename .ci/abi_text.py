@@ -1,9 +1,10 @@
 """Tells the binary interface of a library in lines that can be read and compared: abi_text.py <abidw's XML>
 
-Sizes and offsets are in bytes. Private fields count, since hosts reserve the room for them; types of the standard
-library don't, nor functions that every user has a copy of.
+Sizes and offsets are in bytes. Private fields count, since hosts reserve the room for them. The standard library's
+types don't, nor do inline functions: every user has a copy.
 """
 
+import re
 import subprocess
 import sys
 import xml.etree.ElementTree as xml
@@ -11,8 +12,15 @@ import xml.etree.ElementTree as xml
 NAMESPACE = "TarnoMirelo"
 
 
+def readable(text):
+    """Without the spellings that the standard library has for a text."""
+    text = re.sub(r"std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> ?>", "std::string", text)
+    return text.replace("std::string >", "std::string>")
+
+
 def demangled(names):
-    return subprocess.run(["c++filt"], input="\n".join(names), text=True, capture_output=True, check=True).stdout.split("\n")
+    told = subprocess.run(["c++filt"], input="\n".join(names), text=True, capture_output=True, check=True).stdout
+    return [readable(name) for name in told.split("\n")]
 
 
 def elements(root):
@@ -44,7 +52,7 @@ def type_name(identity, types):
         return type_name(target, types) + ("&" if element.get("kind") == "lvalue" else "&&")
     if element.tag == "qualified-type-def":
         return ("const " if element.get("const") == "yes" else "") + type_name(target, types)
-    return scope + element.get("name", "function")
+    return readable(scope + element.get("name", "function"))
 
 
 def offset(element):
@@ -59,7 +67,8 @@ def class_lines(element, scope, types):
             yield name, (1, offset(part)), f"base at {offset(part)}: {type_name(part.get('type-id'), types)}"
         elif part.tag == "data-member" and part.get("static") != "yes":
             field = part.find("var-decl")
-            yield name, (2, offset(part)), f"field at {offset(part)}: {field.get('name')}, {type_name(field.get('type-id'), types)}"
+            type_of_field = type_name(field.get("type-id"), types)
+            yield name, (2, offset(part)), f"field at {offset(part)}: {field.get('name')}, {type_of_field}"
         elif part.tag == "member-function" and part.get("vtable-offset") is not None:
             function = part.find("function-decl")
             arguments = ", ".join(type_name(p.get("type-id"), types) for p in function.findall("parameter")
@@ -70,10 +79,16 @@ def class_lines(element, scope, types):
             yield name, (3, slot), f"{where}: {function.get('name')}({arguments}){const}"
 
 
-def enum_lines(element, scope, types):
+def enum_lines(element, scope):
     name = scope + element.get("name")
     for part in element.findall("enumerator"):
         yield name, (0, int(part.get("value"))), f"{part.get('name')} = {part.get('value')}"
+
+
+def is_offered(symbol, name):
+    """Explicit instantiations of templates are weak symbols, too, as inline functions and tables are."""
+    tables = ("vtable", "typeinfo")
+    return symbol.get("binding") == "global-binding" or name.startswith(tables) or re.match(r"TarnoMirelo::\w+<", name)
 
 
 def main():
@@ -82,26 +97,28 @@ def main():
     layout = set()
     results = {}
     for element, scope in elements(root):
-        ours = scope.startswith(NAMESPACE + "::")
-        if ours and element.tag == "class-decl" and element.get("size-in-bits") and not element.get("is-anonymous"):
+        named = scope.startswith(NAMESPACE + "::") and not element.get("is-anonymous")
+        if named and element.tag == "class-decl" and element.get("size-in-bits"):
             layout.update(class_lines(element, scope, types))
-        if ours and element.tag == "enum-decl" and not element.get("is-anonymous"):
-            layout.update(enum_lines(element, scope, types))
+        if named and element.tag == "enum-decl":
+            layout.update(enum_lines(element, scope))
         if element.tag == "function-decl" and element.get("elf-symbol-id"):
-            results[element.get("elf-symbol-id")] = type_name(element.find("return").get("type-id"), types)
-    symbols = [symbol.get("name") for symbol in root.iter("elf-symbol") if symbol.get("binding") == "global-binding"]
+            result = type_name(element.find("return").get("type-id"), types)
+            if result != "void":  # which some of several entries for one function have in its place
+                results[element.get("elf-symbol-id")] = f" -> {result}"
+    symbols = list(root.iter("elf-symbol"))
+    names = demangled([symbol.get("name") for symbol in symbols])
 
     last = None
     for name, _, line in sorted(layout):
         if name != last:
-            print(f"\n{name}")
+            print(f"{name}")
         last = name
         print(f"  {line}")
-    print("\nsymbols")
-    told = {name: result for name, result in zip(results, results.values())}
-    lines = {f"  {readable}" + (f" -> {told[symbol]}" if symbol in told else "")
-             for symbol, readable in zip(symbols, demangled(symbols))}
-    print("\n".join(sorted(lines)))
+    print("symbols")
+    for line in sorted({name + results.get(symbol.get("name"), "") for symbol, name in zip(symbols, names)
+                        if is_offered(symbol, name)}):
+        print(f"  {line}")
 
 
 main()

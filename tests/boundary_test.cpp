@@ -82,6 +82,7 @@ TEST(Boundary, FencesAreCalledFromEitherSide) {
     Device device("Device", MireloModelType::WinML, DeviceType::NPU, OrtEP::Undefined, 0, 30);
     HostFence fence;
     EXPECT_EQ(raised([&] { Boundary::flush(fence, device); }), "14: the host waits for 36");
+    EXPECT_EQ(raised([&] { fence.waitForCurrentFenceValue(&device, true); }), "14: the host waits for 6");
     const auto other = Boundary::makeFence(7);
     EXPECT_EQ(text(other->flush(&device)), "27: Device at 8");
     EXPECT_EQ(list(other->getFenceValue(), other->isShared()), "8 1");

@@ -64,6 +64,16 @@ TEST(Feature, AnswersItsOwnAccessorsOnly) {
     }
 }
 
+TEST(Feature, IsZeroUntilItIsGivenAValue) {
+    const ModelFeatureDescriptor descriptor(MireloFeatureType::Image, ImageDescriptor(1, 2, MireloPixelType::RGB));
+    EXPECT_EQ(list(int{MireloFeatureUInt8(descriptor).asUInt8()}, MireloFeatureInt32(descriptor).asInt32(),
+                   MireloFeatureInt64(descriptor).asInt64(), MireloFeatureDouble(descriptor).asDouble(),
+                   MireloFeatureString(descriptor).asString().empty(), ModelFeatureDescriptor().required()),
+              "0 0 0 0 1 1");
+    const ImageDescriptor image(3, 4, MireloPixelType::RGBA);
+    EXPECT_EQ(list(image.height(), image.width(), GetMireloPixelType(image.pixelType())), "3 4 RGBA");
+}
+
 TEST(Feature, IsMadeAsItsDescriptorSays) {
     MireloFeatureBool flag(ModelFeatureDescriptor{MireloFeatureType::Int32});
     flag.asBool() = !flag.asBool();

@@ -4,6 +4,8 @@
 #include "support/temp_dir.h"
 #include "support/text.h"
 
+#include <TarnoMirelo/logging.h>
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -82,10 +84,20 @@ TEST_F(FileFailures, WithoutPermission) {
         EXPECT_TRUE(files.findFilesByPattern(inside.parent_path(), "*").empty());
         files.createDir(directory.path("closed\\d"));
         EXPECT_TRUE(files.writeStringToFile("text", inside));
+        const auto archive = TarBuilder().directory("m").whole();
+        Filepath destination = inside.parent_path();
+        EXPECT_EQ(text(files.extractTarballOfSize(archive.data(), archive.size(), destination)), "23: ");
         EXPECT_EQ(raised([&] { files.deleteFile(inside); }), "3: Could not delete file : " + inside.getPathString());
     }
     chmod((directory.native() / "closed").c_str(), 0700);
     EXPECT_EQ(directory.read("closed/file"), "1234");
+}
+
+TEST_F(FileFailures, OfTheSystemsOwnMakingAreReadWithoutASize) {
+    const Filepath path("\\proc\\self\\maps");
+    EXPECT_EQ(files.getFileSize(path), 0U);
+    EXPECT_GT(files.readBinaryFileToByteVector(path).size(), 1000U);
+    EXPECT_GT(files.readBinaryFileToString(path).size(), 1000U);
 }
 
 TEST_F(FileFailures, OnAFullDisk) {
@@ -95,6 +107,9 @@ TEST_F(FileFailures, OnAFullDisk) {
     const Room room(1000);
     EXPECT_EQ(text(files.extractTarballOfSize(archive.data(), archive.size(), destination)), "23: ");
     EXPECT_EQ(destination.getPathString(), directory.path().getPathString());
+    LogProcessorFileSystem log(directory.native().string(), "log", false);
+    for (const char* const message : {data.c_str(), "more"}) log.Process({message});
+    EXPECT_EQ(directory.read("log").size(), 1000U);  // the rest is lost
     EXPECT_TRUE(files.writeBinaryDataToFile(data.data(), data.size(), directory.path("silent")));
     EXPECT_EQ(files.getFileSize(directory.path("silent")), 1000U);
     std::ofstream stream = files.openFileToWriteBinaryData(directory.path("told"));

@@ -157,6 +157,23 @@ TEST(Targets, EncryptTheirFirstComponent) {
     EXPECT_EQ(components[0].encryption.getPaddingType(), Encryption::PaddingType::None);
 }
 
+TEST(Manifest, ReplacesWhatItsSettersAreGiven) {
+    ModelMetadata metadata;
+    metadata.setId("id");
+    metadata.setSdkVersion("sdk");
+    metadata.setDescription("description");
+    metadata.setName("name");
+    metadata.setVersion(5);
+    metadata.setAuthor("author");
+    metadata.setRootDir(Filepath("root"));
+    metadata.setScripts("scripts");
+    metadata.setName(metadata.getName());
+    const ModelMetadata copy = metadata;
+    EXPECT_EQ(list(copy.getId(), copy.getSdkVersion(), copy.getDescription(), copy.getName(), copy.getVersion(),
+                   copy.getAuthor(), copy.getRootDir().c_str(), copy.getScripts(), copy.getTargets().size()),
+              "id sdk description name 5 author root scripts 0");
+}
+
 TEST(Targets, ModelTypesHaveTheirNames) {
     std::string names;
     for (const uint64_t type : {0U, 1U, 2U, 4U, 8U, 16U, 32U, 3U})

@@ -87,6 +87,33 @@ TEST(Model, UsagePropertiesBelongToTheStatus) {
     }
 }
 
+TEST(Model, RunsOnADeviceThatKeepsWhatItIsGiven) {
+    const auto device = std::make_shared<Device>("name", MireloModelType::WinML, DeviceType::GPU, OrtEP::CUDA, 5, 6);
+    EXPECT_EQ(text(device->setNumThreads(9)), "7: Setting number of threads only supported on TFLite");
+    device->setModelType(MireloModelType::TFLite);
+    device->setDedicatedMemory(7);
+    device->setVendorName("vendor");
+    device->setVendorId(8);
+    EXPECT_EQ(text(device->setNumThreads(9)), kSuccess);
+    const auto told = [](const Device& d) {
+        return list(d.getDeviceName(), static_cast<int>(d.getModelType()), static_cast<int>(d.getDeviceType()),
+                    static_cast<int>(d.getORTType()), d.getLUID(), d.getId(), d.getDedicatedMemory(), d.getVendorName(),
+                    d.getVendorId(), d.getNumThreads());
+    };
+    EXPECT_EQ(told(*device), "name 8 2 2 5 6 7 vendor 8 9");
+    device->setDeviceType(DeviceType::NPU);
+    device->setORTType(OrtEP::CoreML);
+    EXPECT_EQ(told(Device(*device)), "name 8 3 5 5 6 7 vendor 8 9");
+
+    const ScriptedModel shared("m", device);
+    const ScriptedModel raw("m", device.get());
+    EXPECT_EQ(list(shared.getDevice() == device, shared.getDeviceRawPointer() == nullptr, raw.getDevice() == nullptr,
+                   raw.getDeviceRawPointer() == device.get(), raw.getModelType() == MireloModelType::TFLite),
+              "1 1 1 1 1");
+    EXPECT_EQ(raised([] { const ScriptedModel model("m", static_cast<Device*>(nullptr)); }),
+              "7: The device must not be null");
+}
+
 TEST(Model, RaisesWhatItsHooksRaise) {
     const auto model = makeModel("n");
     MireloModel::Outputs outputs;

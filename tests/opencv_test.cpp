@@ -91,6 +91,9 @@ TEST_F(OpenCvBackend, FillsAnEmptyListAndWritesIntoAGivenOne) {
     EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
     std::memset(outputs[0]->asTensor()->buffer(), 0, 12);
     EXPECT_EQ(result(predict({b, a})), "1: y (1,3) 11 0 33;");  // order does not matter
+    reinterpret_cast<float*>(a->asTensor()->buffer())[0] = -10;
+    EXPECT_EQ(result(predict({b, a})), "1: y (1,3) 0 0 33;");  // the same features, with other values
+    reinterpret_cast<float*>(a->asTensor()->buffer())[0] = 1;
     // Tensors that are still to get their shape or buffer.
     for (const auto& output : {holding("y", std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, -1))),
                                holding("y", std::make_shared<Tensor>(DataType::Float))}) {
@@ -312,8 +315,9 @@ TEST_F(OpenCvBackend, ReportsItsMemoryAsSoonAsItHasARecord) {
 
 // Adds a constant of its node to its input, and fails where that is told to.
 struct Shift : OpenCv::Operator {
+    explicit Shift(bool& open) : shapeIsOpen(open) {}
     std::vector<TensorShape> outputShapes(const std::vector<TensorShape>& inputs) const override {
-        return {inputs.at(0)};
+        return {shapeIsOpen ? TensorShape(1, -3) : inputs.at(0)};
     }
     MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
                          const std::vector<std::shared_ptr<ITensor>>& outputs) override {
@@ -323,6 +327,7 @@ struct Shift : OpenCv::Operator {
         for (int i = 0; i < 3; ++i) reinterpret_cast<float*>(outputs.at(0)->buffer())[i] = x[i] + shift[i];
         return {x[0] == 2 ? RANGE_ERROR : SUCCESS, "told"};
     }
+    bool& shapeIsOpen;
 };
 
 TEST_F(OpenCvBackend, ComputesOperatorsOfTheHostOnceTheyAreFinal) {
@@ -330,17 +335,19 @@ TEST_F(OpenCvBackend, ComputesOperatorsOfTheHostOnceTheyAreFinal) {
     const ModelTarget target = targetOf("operator.onnx", {port("x", {1, 3})}, {port("y", {1, 3})});
     registerCustomOperator("test.Other",
                            [] { return std::make_unique<CustomOperators::Operator>(); });  // another backend's
-    registerCustomOperator("test.Shift", [] { return std::make_unique<Shift>(); });
+    bool open = false;
+    registerCustomOperator("test.Shift", [&open] { return std::make_unique<Shift>(open); });
     EXPECT_NE(load(*model, target).find(R"(of type "test.Shift")"), std::string::npos);
     finalizeOperatorRegistry();
     EXPECT_EQ(load(*model, target), kSuccess);
     const auto x = [](float first) { return feature("x", {1, 3}, Floats{first, 0, 0}); };
     EXPECT_EQ(result(predict({x(0)})), "1: y (1,3) 1 2 3;");
     {
+        Device device("CPU", MireloModelType::WinML);
         std::vector<std::jthread> threads;  // each with a model of its own
         for (int i = 0; i < 4; ++i) {
             threads.emplace_back([&] {
-                OpenCv::Model own("own", MireloModelType::WinML, configOf(std::make_shared<LogProcessorContainer>()));
+                OpenCv::Model own("own", &device, configOf(std::make_shared<LogProcessorContainer>()));
                 Outputs results;
                 EXPECT_EQ(load(own, target), kSuccess);
                 EXPECT_EQ(text(own.predict({x(4)}, results)), kSuccess);
@@ -348,6 +355,10 @@ TEST_F(OpenCvBackend, ComputesOperatorsOfTheHostOnceTheyAreFinal) {
             });
         }
     }
+    open = true;
+    EXPECT_EQ(load(*model, target), "17: test.Shift: an output can't have the shape (1, -3)");
+    open = false;
+    EXPECT_EQ(load(*model, target), kSuccess);
     EXPECT_EQ(predict({x(1)}), "3: raised");
     EXPECT_EQ(predict({x(2)}), "14: test.Shift: told");
     getMutableOperatorRegistry().clear();

@@ -119,7 +119,8 @@ class MIRELO_API ModelMetadata {
     ///   - `MODEL_METADATA_ERROR` "Failed to open metadata file at " and the path, for a file that can't be read or is
     ///     no manifest, with nothing changed
     ///   - `MODEL_METADATA_ERROR` "No target found in root of manifest file", with everything else stored
-    ///   - the status of any other exception, `UNKNOWN_ERROR` "bad conversion" for a path that is not UTF-8 among them
+    ///   - the status of any other exception, `UNKNOWN_ERROR` "bad conversion" for a path that is not UTF-8 among them;
+    ///     what was read until then is stored, the target whole or not at all
     MireloStatus load(const Filepath& manifest);
 
     /// Whether the target of that type can be run: the first failure, or `SUCCESS`. Never raises, changes nothing.

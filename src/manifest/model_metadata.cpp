@@ -69,7 +69,7 @@ void ModelMetadata::setAuthor(const std::string& author) { author_ = author; }
 const Filepath& ModelMetadata::getRootDir() const { return rootDir_; }
 void ModelMetadata::setRootDir(const Filepath& rootDir) { rootDir_ = rootDir; }
 const ModelMetadata::Targets& ModelMetadata::getTargets() const { return targets_; }
-void ModelMetadata::setTargets(const Targets& targets) { targets_ = targets; }
+void ModelMetadata::setTargets(const Targets& targets) { targets_ = Targets(targets); }
 const std::string& ModelMetadata::getScripts() const { return scripts_; }
 void ModelMetadata::setScripts(const std::string& scripts) { scripts_ = scripts; }
 

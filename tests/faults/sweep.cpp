@@ -107,6 +107,27 @@ Call loadManifest() {
             [=] { return std::to_string(metadata->getTargets().count(MireloModelType::TFLite)); }, loaded};
 }
 
+Call replaceTargets() {
+    const auto metadata = std::make_shared<ModelMetadata>();
+    metadata->setTargets({{MireloModelType::TFLite, target()}});
+    const ModelMetadata::Targets targets = {{MireloModelType::WinML, target()}, {MireloModelType::CoreML, target()}};
+    const auto types = [=] {
+        return list(metadata->getTargets().size(), metadata->getTargets().count(MireloModelType::TFLite));
+    };
+    return {[=] { return metadata->setTargets(targets), kDone; }, types, types};
+}
+
+// The code is told even where there is no memory left for the text.
+Call loadNoManifest() {
+    const auto metadata = std::make_shared<ModelMetadata>();
+    const Filepath path(kLong);
+    return {[=] {
+                MireloStatus status = metadata->load(path);
+                return status.getCode() == MODEL_METADATA_ERROR ? kDone : status;
+            },
+            [=] { return describe(*metadata); }};
+}
+
 Call loadModel() {
     const auto model = makeModel();
     const MireloModel::Components components(MireloModelType::OpenVino, ModelTarget(target()), Filepath(kLong));
@@ -341,6 +362,8 @@ int main() {
         objects<ScriptedModel>("model", name, MireloModelType::WinML, target()),
         objects<MireloBatch>("batch", MireloModel::Inputs(4, std::make_shared<MireloFeatureTensor>(descriptor("x")))),
         {"ModelMetadata::load", loadManifest, kStatus},
+        {"ModelMetadata::load of nothing", loadNoManifest, kStatus, true},
+        {"setTargets", replaceTargets, kRaises},
         {"MireloModel::load", loadModel, kRaises},
         {"predict", predict, kRaises},
         {"properties of a status", readProperties, kRaises},

@@ -94,7 +94,7 @@ TEST_F(FileFailures, WithoutPermission) {
 }
 
 TEST_F(FileFailures, OfTheSystemsOwnMakingAreReadWithoutASize) {
-    const Filepath path("\\proc\\self\\maps");
+    const Filepath path("/proc/self/maps");
     EXPECT_EQ(files.getFileSize(path), 0U);
     EXPECT_GT(files.readBinaryFileToByteVector(path).size(), 1000U);
     EXPECT_GT(files.readBinaryFileToString(path).size(), 1000U);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <thread>
 
 namespace TarnoMirelo {
@@ -99,6 +100,34 @@ TEST_F(OpenCvBackend, FillsAnEmptyListAndWritesIntoAGivenOne) {
                                holding("y", std::make_shared<Tensor>(DataType::Float))}) {
         outputs = {output};
         EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
+    }
+}
+
+// The backend keeps what it prepared for the same features, which must never show.
+TEST_F(OpenCvBackend, ForgetsWhatItPreparedAsSoonAsAnythingChanges) {
+    const auto elements = [](const auto& feature) { return reinterpret_cast<float*>(feature->asTensor()->buffer()); };
+    const auto row = [](const char* name, float first, float second, float third) {
+        return feature(name, {1, 3}, Floats{first, second, third});
+    };
+    const std::pair<std::function<void()>, const char*> changes[] = {
+        {[] {}, "1: y (1,3) 11 0 33;"},
+        {[&] { elements(a)[0] = 0; }, "1: y (1,3) 10 0 33;"},
+        // Freed and made anew, often at the same address.
+        {[&] { a.reset(), a = row("a", 5, 2, 3); }, "1: y (1,3) 15 0 33;"},
+        {[&] { outputs.clear(); }, "1: y (1,3) 15 0 33;"},
+        {[&] { outputs.assign(1, row("y", 7, 7, 7)); }, "1: y (1,3) 15 0 33;"},
+        {[&] { std::swap(a, b); }, "1: y (1,3) 15 0 33;"},
+        {[&] { std::swap(a, b), a->asTensor()->resize(TensorShape(3, 1)); },
+         R"(17: Input "a": the shape is (3, 1), wanted is (1, 3)y (1,3) 15 0 33;)"},
+        {[&] { a->asTensor()->resize(TensorShape(1, 3)), elements(a)[0] = 6; }, "1: y (1,3) 16 0 33;"},
+        {[&] { model->setBatchSize(2); }, R"(17: Input "a": the shape is (1, 3), wanted is (2, 3)y (1,3) 16 0 33;)"},
+        {[&] { model->setBatchSize(1); }, "1: y (1,3) 16 0 33;"},
+        {[&] { outputs.push_back(outputs[0]); }, R"(7: Output "y": given twicey (1,3) 16 0 33;y (1,3) 16 0 33;)"},
+        {[&] { outputs.pop_back(), load(*model, kSumTarget); }, "1: y (1,3) 16 0 33;"},
+        {[&] { load(*model, targetOf("missing.onnx", {}, {})); }, "6: The model is not loadedy (1,3) 16 0 33;"}};
+    for (const auto& [change, expected] : changes) {
+        change();
+        EXPECT_EQ(result(predict({a, b})), expected);
     }
 }
 

@@ -109,6 +109,10 @@ TEST_F(OpenCvBackend, ForgetsWhatItPreparedAsSoonAsAnythingChanges) {
     const auto row = [](const char* name, float first, float second, float third) {
         return feature(name, {1, 3}, Floats{first, second, third});
     };
+    struct Own : Tensor {  // of which the backend knows nothing
+        using Tensor::Tensor;
+    };
+    const auto own = std::make_shared<Own>(DataType::Float, TensorShape(1, 3));
     const std::pair<std::function<void()>, const char*> changes[] = {
         {[] {}, "1: y (1,3) 11 0 33;"},
         {[&] { elements(a)[0] = 0; }, "1: y (1,3) 10 0 33;"},
@@ -124,7 +128,9 @@ TEST_F(OpenCvBackend, ForgetsWhatItPreparedAsSoonAsAnythingChanges) {
         {[&] { model->setBatchSize(1); }, "1: y (1,3) 16 0 33;"},
         {[&] { outputs.push_back(outputs[0]); }, R"(7: Output "y": given twicey (1,3) 16 0 33;y (1,3) 16 0 33;)"},
         {[&] { outputs.pop_back(), load(*model, kSumTarget); }, "1: y (1,3) 16 0 33;"},
-        {[&] { load(*model, targetOf("missing.onnx", {}, {})); }, "6: The model is not loadedy (1,3) 16 0 33;"}};
+        {[&] { a = holding("a", own), std::fill_n(elements(a), 3, 7.0F); }, "1: y (1,3) 17 0 37;"},
+        {[&] { elements(a)[0] = 8; }, "1: y (1,3) 18 0 37;"},
+        {[&] { load(*model, targetOf("missing.onnx", {}, {})); }, "6: The model is not loadedy (1,3) 18 0 37;"}};
     for (const auto& [change, expected] : changes) {
         change();
         EXPECT_EQ(result(predict({a, b})), expected);
@@ -266,6 +272,17 @@ TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
         outputs.clear();
         EXPECT_EQ(result(predict({feature("a", shape, Floats{1, 2}), feature("b", shape, Floats{1, 2})})),
                   list("1: y", shape, "2 4;"));
+    }
+    outputs.clear();
+    EXPECT_EQ(predict({a, b}), kSuccess);
+    std::shared_ptr<MireloModel::MireloBinding> between;
+    Outputs others;
+    const Inputs other = {feature("a", {1, 2}, Floats{1, 2}), feature("b", {1, 2}, Floats{3, 4})};
+    EXPECT_EQ(text(model->bind(other, others, between)), kSuccess);
+    for (int i = 0; i < 2; ++i) {  // what is bound and what was predicted before share one network
+        EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
+        EXPECT_EQ(text(model->evaluate(between)), kSuccess);
+        EXPECT_EQ(text(others), "y (1,2) 4 6;");
     }
     outputs.clear();
     EXPECT_EQ(predict({feature("a", {1, 0}, Floats{}), b}),

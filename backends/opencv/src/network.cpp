@@ -210,7 +210,7 @@ bool Network::stacks(const EngineShapes& row, int rows) {
 void Network::setInput(size_t index, const cv::Mat& input) {
     if (depths_[index] != input.depth()) {
         EngineShape other(input.size.p, input.size.p + input.dims);
-        ++other.back();
+        other.back() = other.back() == 1 ? 2 : 1;
         net_.setInput(cv::Mat(other, input.type(), cv::Scalar(0)), inputs_[index].name);
         depths_[index] = input.depth();
     }

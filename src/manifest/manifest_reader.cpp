@@ -114,23 +114,22 @@ Enum readEnumerator(const JsonValue& object, Name<size> name, const Names& names
     return found == names.end() ? otherwise : static_cast<Enum>(found - names.begin());
 }
 
-TensorShape readShape(const JsonValue& tensor, std::vector<int64_t>& scratch) {
-    scratch.clear();
-    if (const JsonValue* const elements = findArray(tensor, "shape")) {
-        // 0 is no dimension that a model can have: `validate` refuses the target then.
-        for (const JsonValue& element : elements->GetArray()) {
-            scratch.push_back(element.IsInt() ? element.GetInt() : 0);
-        }
-    }
-    return scratch;
+// Leaves the dimensions in `shape`, whose memory serves one feature after the other.
+void readShape(const JsonValue& tensor, TensorShape& shape) {
+    const JsonValue* const elements = findArray(tensor, "shape");
+    const size_t rank = elements == nullptr ? 0 : elements->Size();
+    if (shape.dimension() != rank) shape = std::vector<int64_t>(rank);
+    // 0 is no dimension that a model can have: `validate` refuses the target then.
+    const auto dimensionOf = [](const JsonValue& element) { return element.IsInt() ? element.GetInt() : 0; };
+    if (rank != 0) std::transform(elements->Begin(), elements->End(), shape.data(), dimensionOf);
 }
 
-TensorDescriptor readTensorDescriptor(const JsonValue& feature, std::vector<int64_t>& scratch) {
+TensorDescriptor readTensorDescriptor(const JsonValue& feature, TensorShape& shape) {
     const JsonValue* const tensor = findObject(feature, "tensor");
     if (tensor == nullptr) return {};
+    readShape(*tensor, shape);
     const char* const dataType = findText(*tensor, "dataType");
-    return {readShape(*tensor, scratch),
-            findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
+    return {shape, findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
 }
 
 template <size_t size>
@@ -177,13 +176,13 @@ class FeatureReader {
         } else {
             features_.emplace_back(
                 type, required, name, std::move(description),
-                type == MireloFeatureType::Tensor ? readTensorDescriptor(feature, dimensions_) : TensorDescriptor());
+                type == MireloFeatureType::Tensor ? readTensorDescriptor(feature, shape_) : TensorDescriptor());
         }
     }
 
     std::vector<ModelFeatureDescriptor>& features_;
     std::vector<std::string>& names_;
-    std::vector<int64_t> dimensions_;
+    TensorShape shape_;
 };
 
 // The mere presence of "encryption" stands for a key to come; until the host sets it, that is the default encryption.

@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <limits>
-#include <numeric>
 
 namespace TarnoMirelo {
 namespace {
@@ -61,64 +59,6 @@ TEST(ByteCounts, FitIn63BitsOrAreNone) {
     EXPECT_EQ(checkedByteCount(DataType::Float, TensorShape(kQuarter + 1)), std::nullopt);
     EXPECT_EQ(checkedByteCount(DataType::Float, {kLargest, kLargest, 0}), 0);
     EXPECT_EQ(checkedByteCount(DataType::Undefined, {kLargest, 2}), std::nullopt);
-}
-
-// Virtual functions have fixed slots, which backends of an earlier build rely on. Under the C++ ABI of GCC and Clang
-// the pointer to a virtual member holds its slot; a destructor takes two.
-template <typename... Members>
-void expectSlots(ptrdiff_t first, Members... members) {
-    const auto slotOf = [](auto member) {
-        ptrdiff_t word = 0;
-        std::memcpy(&word, &member, sizeof word);
-        return (word - 1) / static_cast<ptrdiff_t>(sizeof(void*));
-    };
-    const std::vector<ptrdiff_t> slots{slotOf(members)...};
-    std::vector<ptrdiff_t> expected(slots.size());
-    std::iota(expected.begin(), expected.end(), first);
-    EXPECT_EQ(slots, expected);
-}
-
-TEST(Slots, AreThoseOfThePublishedClasses) {
-    struct Model : MireloModel {
-        static void check() {
-            expectSlots(2, &Model::getName, &Model::onPredict, &Model::onPredictBatch, &Model::onBind,
-                        &Model::onEvaluate, &Model::onLoad, &Model::onUnload, &Model::onSetBatchSize,
-                        &Model::onQueryCacheStatus);
-        }
-    };
-    Model::check();
-    struct Fence : DeviceFence {
-        static void check() {
-            expectSlots(2, &Fence::isShared, &Fence::getFenceValuePtr, &Fence::getFenceValue, &Fence::signalFenceValue,
-                        &Fence::signalNextFenceValue, &Fence::waitForFenceValue, &Fence::isFenceValueReached,
-                        &Fence::waitForCurrentFenceValue, &Fence::flush);
-        }
-    };
-    Fence::check();
-    struct Any : DeviceTensor {
-        static void check() {
-            expectSlots(2, &Any::shape, &Any::dataType, &Any::bytes, &Any::resize,
-                        static_cast<const uint8_t* (ITensor::*)() const>(&Any::buffer),
-                        static_cast<uint8_t* (ITensor::*)()>(&Any::buffer), &Any::stride, &Any::hasVariableShape,
-                        &Any::tensorChanged, &Any::onDevice, &Any::allocateShape, &Any::allocateBufferOfSize,
-                        &Any::isShared, &Any::copyFromHost, &Any::copyToHost, &Any::nativeHandle);
-        }
-    };
-    Any::check();
-    using Feature = MireloFeature;
-    expectSlots(2, static_cast<bool& (Feature::*)()>(&Feature::asBool),
-                static_cast<const bool& (Feature::*)() const>(&Feature::asBool),
-                static_cast<const uint8_t& (Feature::*)() const>(&Feature::asUInt8),
-                static_cast<uint8_t& (Feature::*)()>(&Feature::asUInt8));
-    expectSlots(16, static_cast<std::shared_ptr<const IImage> (Feature::*)() const>(&Feature::asImage),
-                static_cast<std::shared_ptr<IImage> (Feature::*)()>(&Feature::asImage), &Feature::hasVariableShape);
-    using Files = FileUtils;
-    expectSlots(0, &Files::createDir, &Files::pathExists, &Files::openFileToStreamBinaryData,
-                &Files::streamBinaryDataToFile, &Files::openFileToWriteBinaryData, &Files::writeBinaryDataToFile,
-                &Files::writeStringToFile, &Files::readBinaryFileToBuffer, &Files::readBinaryFileToVector,
-                &Files::readBinaryFileToByteVector, &Files::getFileSize, &Files::readBinaryFileToAllocated,
-                &Files::deleteDir, &Files::deleteFile, &Files::extractTarball);
-    expectSlots(17, &Files::readBinaryFileToString, &Files::findFilesByPattern);
 }
 
 }  // namespace

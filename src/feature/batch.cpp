@@ -12,24 +12,25 @@ const std::string& MireloBatch::nameOf(const std::shared_ptr<const MireloFeature
 }
 
 MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features) {
-    // Most lists repeat their first row, so the group to come is known without a look-up.
+    // Most lists repeat their first row; the second is remembered, and tells the group to come without a look-up.
     std::vector<std::pair<const std::string, Group>*> row;
     size_t place = 0;
     for (auto& feature : features) {
         const std::string& name = nameOf(feature);
-        if (place == row.size()) place = 0;
-        std::pair<const std::string, Group>* group = row.empty() ? nullptr : row[place];
+        const bool isRemembered = !row.empty() && row.size() == groups_.size();
+        std::pair<const std::string, Group>* group = isRemembered ? row[place] : nullptr;
         if (group == nullptr || group->first != name) {
             const auto [found, isNew] = groups_.try_emplace(name);
             group = &*found;
-            if (isNew) {
+            if (!isNew && !isRemembered) {
+                if (row.empty()) row.reserve(groups_.size());
                 place = row.size();
                 row.push_back(group);
             }
         }
-        if (group->second.size() == 1) group->second.reserve(features.size() / row.size());
+        if (group->second.size() == 1) group->second.reserve(features.size() / groups_.size());
         group->second.push_back(std::move(feature));
-        ++place;
+        if (++place >= row.size()) place = 0;
     }
     for (const auto& [name, group] : groups_) {
         if (group.size() != groups_.begin()->second.size()) {

@@ -65,6 +65,8 @@ TEST_F(FileFailures, ReadingWhatIsNoFile) {
     for (const Filepath& path : {directory.path(), Filepath("\\dev\\zero"), Filepath("\\dev\\null"), Filepath()}) {
         EXPECT_EQ(readAll(path), unreadable) << path.c_str();
     }
+    EXPECT_TRUE(files.writeStringToFile("text", directory.path()));  // a directory is no file to write to
+    EXPECT_TRUE(files.writeBinaryDataToFile(nullptr, 0, directory.path()));
     uint64_t size = files.getFileSize(fine);
     files.deleteFile(fine);  // between two calls of a host
     char buffer[4];
@@ -114,6 +116,31 @@ TEST_F(FileFailures, OnAFullDisk) {
     EXPECT_EQ(files.getFileSize(directory.path("silent")), 1000U);
     std::ofstream stream = files.openFileToWriteBinaryData(directory.path("told"));
     EXPECT_FALSE(files.streamBinaryDataToFile(std::string(100000, 'x').data(), 100000, stream));
+    // A file of the system's that is always full.
+    Filepath devices("/dev");
+    const auto full = TarBuilder().file("full", "1").whole();
+    EXPECT_EQ(text(files.extractTarballOfSize(full.data(), full.size(), devices)), "23: ");
+}
+
+TEST_F(FileFailures, ExtractingWhereItCannotBe) {
+    directory.write("file", "1234");
+    files.createDir(directory.path("directory"));
+    const std::string tooLong = "path=" + std::string(256, 'n');
+    const std::pair<std::vector<unsigned char>, std::string> archives[] = {
+        {TarBuilder().file("directory", "1").whole(), "23: "},
+        {TarBuilder().directory("file").file("file/inside", "1").whole(), "23: "},
+        {TarBuilder().directory("file").directory("file/inside").whole(), "3: Path incorrect : "},
+        {TarBuilder().file("missing/file", "1").whole(), "23: "},
+        {TarBuilder().directory("missing/directory").whole(), "3: Path incorrect : "},
+        {TarBuilder().extended(tooLong).file("file", "1").whole(), "23: "},
+        {TarBuilder().extended(tooLong).directory("file").whole(), "23: "}};
+    for (auto [archive, expected] : archives) {
+        Filepath destination = directory.path();
+        const std::string told = text(files.extractTarballOfSize(archive.data(), archive.size(), destination));
+        EXPECT_EQ(told.substr(0, expected.size()), expected);
+        EXPECT_EQ(destination.getPathString(), directory.path().getPathString());
+    }
+    EXPECT_EQ(directory.read("file"), "1234");
 }
 
 TEST_F(FileFailures, NamesAndDirectoriesAtTheirLimits) {

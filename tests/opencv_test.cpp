@@ -284,6 +284,11 @@ TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
         EXPECT_EQ(text(model->evaluate(between)), kSuccess);
         EXPECT_EQ(text(others), "y (1,2) 4 6;");
     }
+    const auto grows = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, -1));
+    grows->allocateShape({1, 3});
+    outputs = {holding("y", std::make_shared<Tensor>(DataType::Float)), holding("y", grows)};
+    EXPECT_EQ(predictBatch({holding("a", grows), b, feature("a", {2, 3}, Floats(6)), feature("b", {2, 3}, Floats(6))}),
+              "6: A bound tensor has got another buffer or shape; bind again");
     outputs.clear();
     EXPECT_EQ(predict({feature("a", {1, 0}, Floats{}), b}),
               R"(17: Input "a": the shape is (1, 0), wanted is (-1, -1))");
@@ -291,9 +296,19 @@ TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
     EXPECT_NE(log.find("\n3 OpenCV model \"m\": OpenCV"),
               std::string::npos);  // every failure of the engine is reported
     EXPECT_TRUE(outputs.empty());
+    // Of one dimension, and of more than the engine knows.
+    load(*model, targetOf("sum.onnx", {port("a", {-1}), port("b", {-1})}, {port("y", TensorShape(-1))}));
+    EXPECT_EQ(result(predict({feature("a", TensorShape(2), Floats{1, 2}), feature("b", TensorShape(2), Floats{3, 4})})),
+              "1: y (2) 4 6;");
+    const std::vector<int64_t> open(33, -1);
+    load(*model, targetOf("sum.onnx", {port("a", open), port("b", open)}, {port("y", open)}));
+    const auto deep = feature("a", std::vector<int64_t>(33, 1), Floats{1});
+    EXPECT_EQ(predict({deep, feature("b", std::vector<int64_t>(33, 1), Floats{1})}).substr(0, 36),
+              "17: Input \"a\": the shape is (1, 1, 1");
 }
 
 TEST_F(OpenCvBackend, SaysWhatItCannotLoadAndWhy) {
+    EXPECT_EQ(load(*model, targetOf("\xFF.onnx", {}, {})), R"(3: Component "net": bad conversion)");
     const TempDir directory;
     for (const auto& [title, json, expected] : readCases(TEST_DATA "/opencv_targets.txt")) {
         ModelMetadata metadata;
@@ -346,6 +361,13 @@ TEST_F(OpenCvBackend, ReportsItsMemoryAsSoonAsItHasARecord) {
     const uint64_t one = reported();
     EXPECT_TRUE(one > kWeights && one < 2 * kWeights) << one;
     model->setBatchSize(100);
+    EXPECT_EQ(reported() - kWeights, 100 * (one - kWeights));
+    std::shared_ptr<MireloModel::MireloBinding> many;
+    Outputs results;
+    EXPECT_EQ(text(model->bind({feature("pixels", {100, 64}, Floats(6400))}, results, many)), kSuccess);
+    model->setBatchSize(1);
+    EXPECT_EQ(reported(), one);
+    EXPECT_EQ(text(model->evaluate(many)), kSuccess);
     EXPECT_EQ(reported() - kWeights, 100 * (one - kWeights));
     model->setBatchSize(1);
     // A second registration brings a new record, which learns it all; the model is in the snapshot twice then.

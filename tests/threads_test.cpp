@@ -52,7 +52,8 @@ std::string walkTheRoad(const Filepath& manifest, const std::string& name) {
     const std::string told =
         model->predict({inputs.begin(), inputs.end()}, outputs).getProperty("mireloondevice.modelName");
     return told + text(manager.unloadModel(model)) +
-           std::to_string(CustomOperators::getOperatorRegistry().isRegistryReadOnly());
+           list(CustomOperators::getOperatorRegistry().isRegistryReadOnly(),
+                FileUtils().findFilesByPattern(manifest.parent_path(), "MANIFEST.*").size());
 }
 
 // Every object that a process has once is made here, by whichever thread comes first.
@@ -61,7 +62,7 @@ TEST(Threads, FirstUseAndDistinctObjects) {
     const Filepath manifest = directory.write("manifest.json", kManifest);
     onAllThreads([&](int thread) {
         const std::string name = std::to_string(thread);
-        EXPECT_EQ(walkTheRoad(manifest, name), name + kSuccess + "0");
+        EXPECT_EQ(walkTheRoad(manifest, name), name + kSuccess + "0 1");
     });
 }
 

@@ -77,7 +77,7 @@ size_t byteCount(const cv::Mat& matrix) { return matrix.total() * matrix.elemSiz
 cv::Mat stackOf(const cv::Mat& row, int rows) {
     EngineShape shape(row.size.p, row.size.p + row.dims);
     shape[0] = rows;
-    return {static_cast<int>(shape.size()), shape.data(), row.type()};
+    return engine([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), row.type()); });
 }
 
 }  // namespace
@@ -142,16 +142,20 @@ cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const Engine
     kept_.push_back(tensor);
     // The engine only reads inputs, and outputs are not const to begin with.
     auto* const elements = const_cast<uint8_t*>(tensor->buffer());
-    return {static_cast<int>(shape.size()), shape.data(), depth, elements};
+    return engine([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), depth, elements); });
 }
 
-void Binding::run() {
+void Binding::checkInPlace() const {
     for (const Bound& bound : bound_) {
         if (!bound.isInPlace()) {
             throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
         }
     }
-    forward();
+}
+
+void Binding::run() {
+    checkInPlace();
+    runAgain();
 }
 
 void Binding::runAgain() {
@@ -208,6 +212,7 @@ bool Binding::hasSameForm(const Binding& other) const {
 }
 
 void Binding::runRows(std::vector<Binding>& rows) {
+    for (const Binding& row : rows) row.checkInPlace();  // binding one row may have moved a tensor of another
     const Binding& first = rows.front();
     const bool sameForm =
         std::all_of(rows.begin(), rows.end(), [&](const Binding& row) { return row.hasSameForm(first); });
@@ -215,7 +220,7 @@ void Binding::runRows(std::vector<Binding>& rows) {
     if (count > 1 && sameForm && first.network_->stacks(first.inputShapes_, count)) {
         runStacked(rows);
     } else {
-        for (Binding& row : rows) row.run();
+        for (Binding& row : rows) row.runAgain();
     }
 }
 

@@ -26,7 +26,7 @@ class Binding final : public MireloModel::MireloBinding {
     /// Runs the network on what the inputs hold now. Raises `InvalidOperationException` where a tensor has got another
     /// buffer or shape since.
     void run();
-    /// As `run`, where it is known that nothing has changed but what other bindings did to the network.
+    /// As `run`, where it is known that all tensors are where they were.
     void runAgain();
 
     /// Remembers what was bound without keeping it alive: from then on to be run only where `stillFits` says so.
@@ -55,6 +55,7 @@ class Binding final : public MireloModel::MireloBinding {
     void wrapInputs(const MireloModel::Inputs& inputs, int64_t rows);
     void wrapOutputs(MireloModel::Outputs& outputs, int64_t rows);
     cv::Mat wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth);
+    void checkInPlace() const;
     void forward();
     bool hasSameForm(const Binding& other) const;
     static void runStacked(std::vector<Binding>& rows);

@@ -5,6 +5,7 @@
 #include <TarnoMirelo/opencv.h>
 
 #include <chrono>
+#include <stdexcept>
 #include <typeinfo>
 #include <unordered_map>
 #include <utility>
@@ -34,7 +35,12 @@ std::shared_ptr<Network> readFile(const ModelComponent& component, const Filepat
     Filepath path = rootDir;
     path.append(Filepath(component.path));
     uint64_t size = 0;
-    const std::unique_ptr<char[]> bytes = FileUtils().readBinaryFileToBuffer(path, size);
+    std::unique_ptr<char[]> bytes;
+    try {
+        bytes = FileUtils().readBinaryFileToBuffer(path, size);
+    } catch (const std::range_error& error) {
+        throw FileException(about(component, error.what()));
+    }
     if (bytes == nullptr) throw FileException(about(component, "cannot open " + path.getPathString()));
     return std::make_shared<Network>(bytes.get(), static_cast<size_t>(size), target);
 }
@@ -143,8 +149,8 @@ MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
         const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
         log(LogSeverity::Info, about(components.front(), "loaded in " + std::to_string(time.count()) + " ms"));
     });
-    reportMemory();
-    return status;
+    MireloStatus reported = statusOf([&] { reportMemory(); });  // of what the load before had, when this one failed
+    return status.ok() ? reported : status;
 }
 
 MireloStatus Model::onUnload() {

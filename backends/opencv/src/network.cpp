@@ -2,27 +2,12 @@
 
 #include <algorithm>
 #include <limits>
-#include <new>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
 namespace {
 
-// Everything that calls the engine runs in here, so that none of the engine's exceptions leaves the backend.
-template <typename Call>
-auto engine(const Call& call) {
-    try {
-        return call();
-    } catch (const Exception&) {  // ours
-        throw;
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::exception& exception) {
-        std::string text = exception.what();
-        text.erase(text.find_last_not_of("\n >") + 1);  // the engine ends its texts with a prompt and a line feed
-        throw MLFrameworkException(text);
-    }
-}
+constexpr uint64_t kMostDimensions = 32;  // of the engine's matrices
 
 // Whether the shape may be that of one row among several.
 bool isRow(const TensorShape& shape) { return shape.dimension() > 1 && (shape[0] == 1 || shape[0] == -1); }
@@ -36,6 +21,7 @@ TensorShape Ports::Port::shapeOf(int64_t rows) const {
 }
 
 Ports::Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descriptors) : kind_(kind) {
+    if (descriptors.empty()) throw ModelMetaDataException(kind_ + ": the target has none");
     for (const ModelFeatureDescriptor& descriptor : descriptors) {
         const size_t index = ports_.size();
         ports_.push_back({descriptor, descriptor.name(), descriptor.tensorDescriptor().shape()});
@@ -67,6 +53,7 @@ std::string toText(const TensorShape& shape) {
 }
 
 std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
+    if (shape.dimension() > kMostDimensions) return std::nullopt;
     EngineShape dimensions;
     for (uint64_t i = 0; i < shape.dimension(); ++i) {
         if (shape[i] < 1 || shape[i] > std::numeric_limits<int>::max()) return std::nullopt;
@@ -86,6 +73,7 @@ Network::Network(const char* onnx, size_t size, const ModelTarget& target)
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
         locatePorts();
+        countInputs();
         weightBytes_ = countWeightBytes();
     });
     if (const std::optional<EngineShapes> shapes = fixedInputs(1)) {
@@ -108,6 +96,18 @@ void Network::locatePorts() {
             throw ModelMetaDataException(outputs_.about(i, "the engine computes elements of type float only"));
         }
         engineOutputs_.push_back(layer);
+    }
+}
+
+// The engine doesn't say how many inputs there are, but it refuses another number of shapes.
+void Network::countInputs() {
+    try {
+        EngineShapes into;
+        EngineShapes out;
+        net_.getLayerShapes(EngineShapes(inputs_.size(), EngineShape{1, 1}), 0, into, out);
+    } catch (const cv::Exception&) {
+        throw ModelMetaDataException("Input: the target has " + std::to_string(inputs_.size()) +
+                                     ", the network takes another number");
     }
 }
 
@@ -181,7 +181,8 @@ TensorShape Network::resultShape(size_t output, const EngineShape& result, int64
     TensorShape declared = outputs_[output].shapeOf(rows);
     if (fits(found, declared)) return found;
     // The engine's matrices have two dimensions at least, so a shape of one or none comes back with another rank.
-    if (declared.dimension() < 2 && declared.size() == found.size()) return declared;
+    TensorShape flat = declared.dimension() == 0 ? TensorShape() : TensorShape(found.size());
+    if (flat.size() == found.size() && fits(flat, declared)) return flat;
     throw ModelMetaDataException(
         outputs_.about(output, "the network gives the shape " + toText(found) + ", declared is " + toText(declared)));
 }

@@ -5,6 +5,7 @@
 #include <opencv2/dnn.hpp>
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -14,6 +15,23 @@ namespace TarnoMirelo::OpenCv {
 
 using EngineShape = cv::dnn::MatShape;
 using EngineShapes = std::vector<EngineShape>;
+
+/// Everything that calls the engine runs in here, so that none of the engine's exceptions leaves the backend: they
+/// become `MLFrameworkException` with the engine's text.
+template <typename Call>
+auto engine(const Call& call) {
+    try {
+        return call();
+    } catch (const Exception&) {  // ours
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& exception) {
+        std::string text = exception.what();
+        text.erase(text.find_last_not_of("\n >") + 1);  // the engine ends its texts with a prompt and a line feed
+        throw MLFrameworkException(text);
+    }
+}
 
 /// The inputs or the outputs of a target, in its order, and the way from a feature's name to its place among them.
 class Ports {
@@ -27,7 +45,7 @@ class Ports {
         TensorShape shapeOf(int64_t rows) const;
     };
 
-    /// Raises `ModelMetaDataException` for a feature that is no tensor and for a name that comes twice.
+    /// Raises `ModelMetaDataException` for no features, a feature that is no tensor, and a name that comes twice.
     /// @param kind  "Input" or "Output", for messages
     Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descriptors);
 
@@ -55,8 +73,8 @@ bool fits(const TensorShape& shape, const TensorShape& wanted);
 /// "(1, 64)".
 std::string toText(const TensorShape& shape);
 
-/// The shape as the engine has it: no dimension is below 1 or beyond its integers, and there are at least two. Nothing
-/// where that can't be.
+/// The shape as the engine has it: no dimension is below 1 or beyond its integers, and there are at least two, and no
+/// more than it knows. Nothing where that can't be.
 std::optional<EngineShape> toEngineShape(const TensorShape& shape);
 
 /// The engine's network together with the target that describes it. What the engine raises comes out as
@@ -96,6 +114,7 @@ class Network {
 
  private:
     void locatePorts();
+    void countInputs();
     uint64_t countWeightBytes();
     void setInput(size_t index, const cv::Mat& input);
     bool hasRows() const;

@@ -50,9 +50,10 @@ class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
 /// and can't leave it) or "memory_stream" (its buffer holds the bytes). Inputs and outputs of the target are tensors
 /// that bear the names of the network's own.
 ///
-/// **Inputs** are used in place: the backend copies nothing, and the engine reads the tensor once into its own input
-/// blob. Element types: `UInt8`, `Int8`, `UInt16`, `Int16`, `Int32`, `Float16`, `Float` and `Double`, all of which the
-/// engine turns into `Float`. A shape fits when it is the manifest's, where -1 stands for any number from 1.
+/// **Inputs** are used in place: the backend copies nothing but the rows of a batch that go through in one pass, and
+/// the engine reads the tensor once into its own input blob. Element types: `UInt8`, `Int8`, `UInt16`, `Int16`,
+/// `Int32`, `Float16`, `Float` and `Double`, all of which the engine turns into `Float`. A shape fits when it is the
+/// manifest's, where -1 stands for any number from 1.
 ///
 /// **Outputs** are `Float`. An empty list is filled with one new feature per output of the target. Otherwise the given
 /// features are written into, in any order, all or some of the target's outputs: their shapes are those of the results,

@@ -204,7 +204,7 @@ class Subject {
         }
         const bool same = next == shape_;
         changed_ = changed_ || !same;
-        const bool countless = same && wrappedBytes(type_, next) <= 0;
+        const bool countless = same && exactBytes(type_, next).value_or(1) <= 0;
         const Dimensions needed = countless ? Dimensions{0} : next;  // any buffer will do
         const std::optional<int64_t> bytes = exactBytes(type_, needed);
         if (address_ != nullptr && bytes && *bytes >= 0 && *bytes <= capacity_) {

@@ -24,8 +24,8 @@ class HostFence : public DeviceFence {
  protected:
     MireloStatus signalFenceValue(Device* /*device*/, uint64_t /*value*/) override { return {SUCCESS, ""}; }
     uint64_t signalNextFenceValue(Device* device) override { return device->getId() + getFenceValue(); }
-    MireloStatus waitForFenceValue(Device* /*device*/, uint64_t value, bool /*flag*/) const override {
-        throw RangeException("the host waits for " + std::to_string(value));
+    MireloStatus waitForFenceValue(Device* /*device*/, uint64_t value, bool flag) const override {
+        throw RangeException(list("the host waits for", value, flag));
     }
     bool isFenceValueReached(uint64_t /*value*/) const override { return false; }
 };
@@ -81,8 +81,8 @@ TEST(Boundary, ExceptionsAreCaughtByType) {
 TEST(Boundary, FencesAreCalledFromEitherSide) {
     Device device("Device", MireloModelType::WinML, DeviceType::NPU, OrtEP::Undefined, 0, 30);
     HostFence fence;
-    EXPECT_EQ(raised([&] { Boundary::flush(fence, device); }), "14: the host waits for 36");
-    EXPECT_EQ(raised([&] { fence.waitForCurrentFenceValue(&device, true); }), "14: the host waits for 6");
+    EXPECT_EQ(raised([&] { Boundary::flush(fence, device); }), "14: the host waits for 36 0");
+    EXPECT_EQ(raised([&] { fence.waitForCurrentFenceValue(&device, true); }), "14: the host waits for 6 1");
     const auto other = Boundary::makeFence(7);
     EXPECT_EQ(text(other->flush(&device)), "27: Device at 8");
     EXPECT_EQ(list(other->getFenceValue(), other->isShared()), "8 1");

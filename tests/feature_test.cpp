@@ -124,6 +124,15 @@ TEST(Batch, GivesItsFeaturesByRowsAndByInputs) {
     EXPECT_EQ(MireloBatch(featuresOf("xyz")).getFeatureSet().features.size(), 1U);
 }
 
+TEST(Batch, TakesItsFeaturesInAnyOrder) {
+    std::string letters = "xxxyyyzzz";
+    do {
+        const MireloBatch batch(featuresOf(letters));
+        EXPECT_EQ(wordOf(batch.getSortedFetures({named("x"), named("y"), named("z")})), "x0x1x2y0y1y2z0z1z2")
+            << letters;
+    } while (std::next_permutation(letters.begin(), letters.end()));
+}
+
 TEST(Batch, OfNothingIsEmptyAndUnevenOrNullOnesAreRefused) {
     const MireloBatch empty(Flat{});
     EXPECT_TRUE(empty.getFeatureSet().features.empty() && empty.getSortedFetures({}).empty());

@@ -46,6 +46,13 @@ TEST(LogProcessors, WriteMessagesUpToTheirFirstNul) {
     EXPECT_EQ(container.GetProcessorCount(), 2U);
     container.AddProcessor(std::make_shared<Sink>([](const LogEntry& /*entry*/) { throw std::runtime_error("x"); }));
     EXPECT_THROW(container.Process(entryOf("")), std::runtime_error);
+    stream.str("");
+    LogProcessorContainer growing;
+    growing.AddProcessor(std::make_shared<Sink>([&](const LogEntry& /*entry*/) {
+        for (int i = 0; i < 9; ++i) growing.AddProcessor(std::make_shared<LogProcessorOStream>(stream));
+    }));
+    growing.Process(entryOf("not for those that come meanwhile"));
+    EXPECT_EQ(list(growing.GetProcessorCount(), stream.str()), "10 ");
     LogProcessorFormatter<DebugLogFormat>(nullptr, DebugLogFormat()).Process(entryOf(""));  // nobody is there
 }
 
@@ -124,6 +131,17 @@ TEST_F(LoggerTest, RecordsErrorsBeforeTheyAreProcessed) {
     for (int i = 0; i < 18; ++i) logger.Report(entryOf(std::to_string(i), 3));
     EXPECT_EQ(logger.GetErrorCount(), 17U);
     EXPECT_EQ(logger.GetErrorMessageAt(0) + logger.GetErrorMessageAt(16) + logger.GetErrorMessageAt(17), "117");
+}
+
+TEST_F(LoggerTest, ReplacesAProcessorThatReportsAtItsEnd) {
+    struct Parting : ILogProcessor {
+        ~Parting() override { Logger::GetInstance().Report(entryOf("gone", 3)); }
+        void Process(const LogEntry& /*entry*/) override {}
+    };
+    std::string seen;
+    logger.SetDefaultLogProcessor(std::make_shared<Parting>());
+    install([&](const LogEntry& entry) { seen += entry.message; });
+    EXPECT_EQ(list(seen, logger.GetErrorCount()), "gone 1");
 }
 
 TEST_F(LoggerTest, ReportsAtMostNineDeep) {

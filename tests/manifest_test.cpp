@@ -142,7 +142,7 @@ TEST(Targets, AreHandedOutAsCopiesAndAddedWhenAskedFor) {
 TEST(Targets, EncryptTheirFirstComponent) {
     ModelMetadata metadata;
     const Encryption none({1, 2, 3}, Encryption::PaddingType::None);
-    EXPECT_THROW(metadata.SetEncryption(kWinML, none), std::out_of_range);
+    EXPECT_EQ(raised([&] { metadata.SetEncryption(kWinML, none); }), "2: invalid unordered_map<K, T> key");
     ModelTarget target;
     metadata.setTargets({{kWinML, target}});
     EXPECT_EQ(raised([&] { metadata.SetEncryption(kWinML, none); }), "12: No model component found");
@@ -168,10 +168,13 @@ TEST(Manifest, ReplacesWhatItsSettersAreGiven) {
     metadata.setRootDir(Filepath("root"));
     metadata.setScripts("scripts");
     metadata.setName(metadata.getName());
+    const ModelTarget& target = metadata.getTargetMetadata(kWinML);
+    metadata.setTargets(metadata.getTargets());  // which leaves the targets where they are
+    EXPECT_EQ(&metadata.getTargetMetadata(kWinML), &target);
     const ModelMetadata copy = metadata;
     EXPECT_EQ(list(copy.getId(), copy.getSdkVersion(), copy.getDescription(), copy.getName(), copy.getVersion(),
                    copy.getAuthor(), copy.getRootDir().c_str(), copy.getScripts(), copy.getTargets().size()),
-              "id sdk description name 5 author root scripts 0");
+              "id sdk description name 5 author root scripts 1");
 }
 
 TEST(Targets, ModelTypesHaveTheirNames) {

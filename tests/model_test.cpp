@@ -85,6 +85,17 @@ TEST(Model, UsagePropertiesBelongToTheStatus) {
                   "14:  [MireloOnDevice] [5.4.0] [PREDICT] [1] [WinML] [a name that does not fit into a short string]");
         EXPECT_THROW(kept.getProperty("modelName"), std::out_of_range);
     }
+    EXPECT_TRUE(status.getPropertyMap().empty());  // NOLINT(bugprone-use-after-move): is of use as any other
+}
+
+TEST(Model, OutlivesTheChangeOfItsRecord) {
+    auto model = makeModel("n");
+    ModelManager().registerModel(model);  // from here on it lives by its record
+    const ModelRuntimeStatus& record = model->getRuntimeStatus();
+    const std::weak_ptr<MireloModel> watched = model;
+    model.reset();
+    record.getModel()->setRuntimeStatus(nullptr);
+    EXPECT_TRUE(watched.expired());
 }
 
 TEST(Model, RunsOnADeviceThatKeepsWhatItIsGiven) {

@@ -186,6 +186,8 @@ TEST(VariableTensor, TakesItsOwnManifestShapeAsAConcreteOne) {
         ASSERT_NE(tensor.buffer(), nullptr);
         EXPECT_TRUE(isZero(tensor, present) && !tensor.tensorChanged());
     }
+    constexpr int64_t kRoot = int64_t{1} << 40;  // whose square wraps around to 0
+    EXPECT_THROW(VariableTensor(DataType::UInt8, {kRoot, kRoot}).allocateShape({kRoot, kRoot}), std::length_error);
 }
 
 }  // namespace

@@ -98,7 +98,8 @@ struct ModelTarget {
 /// A packaged model as its manifest describes it, and the choice of the target to run.
 ///
 /// A plain value: one object must not be loaded or changed from two threads at once, distinct ones are independent.
-/// References that getters return are valid as long as the object, and follow its changes.
+/// References that getters return are valid as long as the object, and follow its changes; those to a target, or into
+/// the map of targets, until the next `setTargets` or assignment.
 class MIRELO_API ModelMetadata {
  public:
     using Targets = std::unordered_map<MireloModelType, ModelTarget>;
@@ -113,8 +114,9 @@ class MIRELO_API ModelMetadata {
     virtual ~ModelMetadata();
 
     /// Reads a manifest: JSON text in UTF-8 without a byte-order mark, whose root is an object; what follows the root
-    /// is ignored. Members that are absent or of another type leave their field as it is. The root directory becomes
-    /// the manifest's parent path. The target under "WinML" is added unless there is one already. Never raises.
+    /// is ignored. Members that are absent or of another type leave their field as it is, but an element of a shape
+    /// that is no signed 32-bit integer becomes 0. The root directory becomes the manifest's parent path. The target
+    /// under "WinML" is added unless there is one already. Never raises.
     /// @return `SUCCESS`, also when there is no "WinML" target, which `validate` then tells; or
     ///   - `MODEL_METADATA_ERROR` "Failed to open metadata file at " and the path, for a file that can't be read or is
     ///     no manifest, with nothing changed
@@ -123,7 +125,8 @@ class MIRELO_API ModelMetadata {
     ///     what was read until then is stored, the target whole or not at all
     MireloStatus load(const Filepath& manifest);
 
-    /// Whether the target of that type can be run: the first failure, or `SUCCESS`. Never raises, changes nothing.
+    /// Whether the target of that type can be run: the first failure, or `SUCCESS`. Changes nothing, and raises
+    /// nothing but `std::bad_alloc`.
     /// @return `MODEL_METADATA_ERROR` with
     ///   - an empty description: there is no such target, or the type is `Undefined`
     ///   - "There must be at least one defined input name"
@@ -132,13 +135,13 @@ class MIRELO_API ModelMetadata {
     ///   - "OpenVino is no longer supported"
     MireloStatus validate(MireloModelType type) const;
     /// What `MireloModel::load` takes: the type, a copy of its target, a copy of the root directory.
-    /// Raises `std::out_of_range` when there is no such target.
+    /// Raises `std::out_of_range` "invalid unordered_map<K, T> key" when there is no such target.
     std::tuple<MireloModelType, ModelTarget, Filepath> getModelCompoents(MireloModelType type) const;
     /// The target of that type; where there is none, an empty one is added first.
     const ModelTarget& getTargetMetadata(const MireloModelType& type);
     /// Replaces key and padding of the target's first component; the others stay.
-    /// Raises `std::out_of_range` when there is no such target, `ModelMetaDataException` "No model component found"
-    /// when it has no component.
+    /// Raises `std::out_of_range` as above, `ModelMetaDataException` "No model component found" when the target has no
+    /// component.
     void SetEncryption(const MireloModelType& type, const Encryption& encryption);
 
     const std::string& getId() const;
@@ -153,7 +156,7 @@ class MIRELO_API ModelMetadata {
     void setVersion(int version);
     const std::string& getAuthor() const;
     void setAuthor(const std::string& author);
-    /// The directory that holds the manifest.
+    /// After `load` the manifest's `parent_path`: its directory, if the path was joined with `Filepath::Separator`.
     const Filepath& getRootDir() const;
     void setRootDir(const Filepath& rootDir);
     const Targets& getTargets() const;

@@ -227,7 +227,8 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     /// not exist" to standard error where that is so, and answers `NotCached`.
     virtual MireloCacheStatus onQueryCacheStatus(const Components& components);
 
-    /// Whether the last `load` that reached `onLoad` succeeded.
+    /// Whether `onLoad` answered `SUCCESS` or `WARNING` the last time that it returned; nothing else changes this, an
+    /// unload included.
     bool isLoaded() const;
     /// What `getCachedModelFilePath` answers.
     void setCachedModelFilePath(std::optional<Filepath> path);
@@ -238,7 +239,8 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     /// Adopts the tuple, whatever comes of it, and has the backend load the target's components.
     /// @return the status of `onLoad`, or `MODEL_METADATA_ERROR` "No model component found" when the target has none
     MireloStatus load(const Components& components);
-    /// @return what `onQueryCacheStatus` returns
+    /// @return what `onQueryCacheStatus` returns. By default raises `std::range_error` "bad conversion" for a root
+    ///         directory that is not UTF-8.
     MireloCacheStatus queryCacheStatus(const Components& components);
     /// A copy; empty where the backend keeps no cached model file.
     std::optional<Filepath> getCachedModelFilePath() const;
@@ -265,7 +267,7 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     const ModelTarget& getModelTarget() const;
     const Filepath& getRootDir() const;
     /// Empty for models built with a raw pointer or a model type.
-    std::shared_ptr<Device> getDevice() const;
+    const std::shared_ptr<Device> getDevice() const;  // NOLINT(readability-const-return-type): as it is fixed
     /// Null for models built with a shared device or a model type.
     Device* getDeviceRawPointer() const;
     /// The model's memory record, valid while the model stays registered.
@@ -334,7 +336,8 @@ class MIRELO_API ModelManager {
     ///   - `INVALID_ARGUMENTS` "The model must not be null"
     /// What the backend raises passes through, with nothing changed here.
     MireloStatus unloadModel(const std::shared_ptr<MireloModel>& model);
-    /// A snapshot, in the order of registration.
+    /// A snapshot, in the order of registration. Raises `InvalidOperationException` "The model is not registered" when
+    /// a model of this manager has lost its record to `setRuntimeStatus` or to another manager's unload.
     RuntimeStatus getRuntimeStatus();
 
  private:

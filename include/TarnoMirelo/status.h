@@ -78,11 +78,11 @@ class MireloStatus {
     struct UsageStamp {
         using Writer = void (*)(const UsageStamp& stamp, PropertyMap& properties);
 
-        Writer write = nullptr;            // adds the properties whose keys are absent; null: no stamp
-        const char* method = nullptr;      // constant text
-        const char* modelType = nullptr;   // likewise
-        STATUS_CODE code = UNKNOWN_ERROR;  // the status's code when it was stamped
-        std::shared_ptr<const std::string> modelName;
+        Writer write = nullptr;                        // adds the properties whose keys are absent
+        const char* method = nullptr;                  // constant text
+        const char* modelType = nullptr;               // likewise
+        STATUS_CODE code = UNKNOWN_ERROR;              // the status's code when it was stamped
+        std::shared_ptr<const std::string> modelName;  // null: no stamp; a status that was moved from has none
     };
 
     STATUS_CODE code_ = UNKNOWN_ERROR;

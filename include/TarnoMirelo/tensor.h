@@ -124,7 +124,7 @@ class MIRELO_API ITensor : public std::enable_shared_from_this<ITensor> {
     virtual TensorShape stride();
     /// True for tensors whose shape is fixed with `allocateShape`.
     virtual bool hasVariableShape() const;
-    /// Whether the last `allocateShape` changed the shape; false for tensors of fixed shape.
+    /// Whether the last `allocateShape` changed the shape, true before the first; false for tensors of fixed shape.
     virtual bool tensorChanged() const;
     /// Whether the buffer lives on an execution device instead of in host memory.
     virtual bool onDevice() const;

@@ -6,7 +6,10 @@ namespace TarnoMirelo {
 
 MireloConfig::MireloConfig() = default;
 
-void MireloConfig::SetLogger(const std::shared_ptr<ILogProcessor>& logger) { logger_ = logger; }
+void MireloConfig::SetLogger(const std::shared_ptr<ILogProcessor>& logger) {
+    std::shared_ptr<ILogProcessor> other = logger;
+    logger_.swap(other);  // the former one goes last: it may be this configuration's last owner
+}
 std::shared_ptr<ILogProcessor> MireloConfig::GetLogger() const { return logger_; }
 
 void MireloConfig::RegisterGetJNIEnvFxn(JNIEnvFunction function) { jniEnvFunction_ = std::move(function); }

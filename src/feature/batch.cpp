@@ -15,6 +15,7 @@ MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> featu
     // Most lists repeat their first row; the second is remembered, and tells the group to come without a look-up.
     std::vector<std::pair<const std::string, Group>*> row;
     size_t place = 0;
+    bool hasRoom = false;
     for (auto& feature : features) {
         const std::string& name = nameOf(feature);
         const bool isRemembered = !row.empty() && row.size() == groups_.size();
@@ -27,8 +28,9 @@ MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> featu
                 place = row.size();
                 row.push_back(group);
             }
+        } else if (place == 0 && row.size() > 1 && !std::exchange(hasRoom, true)) {  // the third row begins
+            for (auto* const each : row) each->second.reserve(features.size() / row.size());
         }
-        if (group->second.size() == 1) group->second.reserve(features.size() / groups_.size());
         group->second.push_back(std::move(feature));
         if (++place >= row.size()) place = 0;
     }

@@ -102,7 +102,11 @@ LogProcessorContainer::LogProcessorContainer() = default;
 LogProcessorContainer::~LogProcessorContainer() = default;
 
 void LogProcessorContainer::Process(const LogEntry& entry) {
-    for (const auto& processor : processors_) processor->Process(entry);
+    // By index, and held: a processor may add another, which gets its first entry with the next call.
+    for (size_t i = 0, count = processors_.size(); i < count; ++i) {
+        const std::shared_ptr<ILogProcessor> processor = processors_[i];
+        processor->Process(entry);
+    }
 }
 
 void LogProcessorContainer::AddProcessor(std::shared_ptr<ILogProcessor> processor) {

@@ -56,7 +56,12 @@ constinit
 
 Logger::Logger() = default;
 Logger::Logger(const Logger& /*other*/) : Logger() {}
-Logger& Logger::operator=(const Logger& other) = default;
+Logger& Logger::operator=(const Logger& other) {
+    reportDepth_ = other.reportDepth_;
+    errorMessages_ = other.errorMessages_;
+    SetDefaultLogProcessor(other.processor_);
+    return *this;
+}
 
 Logger::~Logger() {
     instanceAlive = false;  // first: the processor may report from its destructor
@@ -74,7 +79,10 @@ Logger* Logger::CreateInstancePtr() {
     return sLogger.get();
 }
 
-void Logger::SetDefaultLogProcessor(const std::shared_ptr<ILogProcessor>& processor) { processor_ = processor; }
+void Logger::SetDefaultLogProcessor(const std::shared_ptr<ILogProcessor>& processor) {
+    std::shared_ptr<ILogProcessor> other = processor;
+    processor_.swap(other);  // the former one goes last: it may report from its destructor
+}
 
 std::shared_ptr<ILogProcessor> Logger::GetLogProcessor() {
     return processor_ != nullptr ? processor_ : builtInProcessor();

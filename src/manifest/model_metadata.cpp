@@ -1,6 +1,19 @@
 #include <TarnoMirelo/manifest.h>
 
+#include <stdexcept>
+
 namespace TarnoMirelo {
+namespace {
+
+// The target of a map that has to have it. Not with the map's own `at`, whose text is the standard library's to choose.
+template <typename Targets>
+auto& requiredTarget(Targets& targets, MireloModelType type) {
+    const auto found = targets.find(type);
+    if (found == targets.end()) throw std::out_of_range("invalid unordered_map<K, T> key");
+    return found->second;
+}
+
+}  // namespace
 
 ModelMetadata::ModelMetadata() = default;
 
@@ -43,13 +56,13 @@ MireloStatus ModelMetadata::validate(MireloModelType type) const {
 }
 
 std::tuple<MireloModelType, ModelTarget, Filepath> ModelMetadata::getModelCompoents(MireloModelType type) const {
-    return {type, targets_.at(type), rootDir_};
+    return {type, requiredTarget(targets_, type), rootDir_};
 }
 
 const ModelTarget& ModelMetadata::getTargetMetadata(const MireloModelType& type) { return targets_[type]; }
 
 void ModelMetadata::SetEncryption(const MireloModelType& type, const Encryption& encryption) {
-    ModelTarget& target = targets_.at(type);
+    ModelTarget& target = requiredTarget(targets_, type);
     if (target.components.empty()) throw ModelMetaDataException("No model component found");
     target.components.front().encryption = encryption;
 }
@@ -69,7 +82,9 @@ void ModelMetadata::setAuthor(const std::string& author) { author_ = author; }
 const Filepath& ModelMetadata::getRootDir() const { return rootDir_; }
 void ModelMetadata::setRootDir(const Filepath& rootDir) { rootDir_ = rootDir; }
 const ModelMetadata::Targets& ModelMetadata::getTargets() const { return targets_; }
-void ModelMetadata::setTargets(const Targets& targets) { targets_ = Targets(targets); }
+void ModelMetadata::setTargets(const Targets& targets) {
+    if (&targets != &targets_) targets_ = Targets(targets);  // whole or not at all
+}
 const std::string& ModelMetadata::getScripts() const { return scripts_; }
 void ModelMetadata::setScripts(const std::string& scripts) { scripts_ = scripts; }
 

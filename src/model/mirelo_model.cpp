@@ -146,7 +146,8 @@ MireloStatus MireloModel::doUnload() {
 const MireloModelType& MireloModel::getModelType() const { return modelType_; }
 const ModelTarget& MireloModel::getModelTarget() const { return target_; }
 const Filepath& MireloModel::getRootDir() const { return rootDir_; }
-std::shared_ptr<Device> MireloModel::getDevice() const { return device_; }
+// NOLINTNEXTLINE(readability-const-return-type): as it is fixed
+const std::shared_ptr<Device> MireloModel::getDevice() const { return device_; }
 Device* MireloModel::getDeviceRawPointer() const { return rawDevice_; }
 
 const ModelRuntimeStatus& MireloModel::getRuntimeStatus() const {
@@ -155,7 +156,9 @@ const ModelRuntimeStatus& MireloModel::getRuntimeStatus() const {
 }
 
 void MireloModel::setRuntimeStatus(const std::shared_ptr<ModelRuntimeStatus>& runtimeStatus) {
-    runtimeStatus_ = runtimeStatus;
+    // The former record goes last: it may have been the last owner of this model.
+    std::shared_ptr<ModelRuntimeStatus> other = runtimeStatus;
+    runtimeStatus_.swap(other);
 }
 
 }  // namespace TarnoMirelo

@@ -5,15 +5,16 @@
 namespace TarnoMirelo {
 namespace {
 
+// Never destroyed, both of them: a host's static object may still read its statuses when the process ends.
 const std::string& sdkName() {
-    static const std::string name = "MireloOnDevice";
+    static const auto& name = *new std::string("MireloOnDevice");
     return name;
 }
 
 const std::string& versionText() {
-    static const std::string version = std::to_string(SDK_CORE_VERSION_MAJOR) + "." +
-                                       std::to_string(SDK_CORE_VERSION_MINOR) + "." +
-                                       std::to_string(SDK_CORE_VERSION_PATCH);
+    static const auto& version =
+        *new std::string(std::to_string(SDK_CORE_VERSION_MAJOR) + "." + std::to_string(SDK_CORE_VERSION_MINOR) + "." +
+                         std::to_string(SDK_CORE_VERSION_PATCH));
     return version;
 }
 
@@ -24,7 +25,7 @@ std::string getLibraryVersion() { return versionText(); }
 void UsageReporting::addUsageProperties(MireloStatus& status, const char* method, MireloModelType modelType,
                                         const std::shared_ptr<const std::string>& modelName) {
     MireloStatus::UsageStamp& stamp = status.usage_;
-    if (stamp.write != nullptr) return;  // stamped before with the same keys, and the first value wins
+    if (stamp.modelName != nullptr) return;  // stamped before with the same keys, and the first value wins
     stamp.method = method;
     stamp.code = status.getCode();
     stamp.modelType = modelTypeText(modelType);

@@ -20,7 +20,7 @@ std::string MireloStatus::getProperty(const std::string& key) const { return get
 
 MireloStatus::PropertyMap MireloStatus::getPropertyMap() const {
     PropertyMap properties = properties_ == nullptr ? PropertyMap() : *properties_;
-    if (usage_.write != nullptr) usage_.write(usage_, properties);
+    if (usage_.modelName != nullptr) usage_.write(usage_, properties);
     return properties;
 }
 

@@ -28,7 +28,7 @@ MireloStatus ITensor::resize(const TensorShape& newShape) {
     } else if (!allocateBufferOfSize(allocationSize(newBytes))) {
         return {ALLOCATION_FAILED, "Failed allocating a new buffer when resizing a tensor"};
     }
-    shape_ = std::move(adopted);
+    if (&newShape != &shape_) shape_ = std::move(adopted);
     return {SUCCESS, ""};
 }
 

@@ -36,7 +36,8 @@ MireloStatus VariableTensor::allocateShape(const TensorShape& newShape) {
         setByteCount(wrappingByteCount(elementType_, newShape));
     }
     // A manifest's shape with -1 dimensions has no byte count; fixing the tensor to it still gives it a buffer.
-    const uint64_t required = sameShape && bytes() <= 0 ? 1 : allocationSize(checkedByteCount(elementType_, newShape));
+    const std::optional<int64_t> newBytes = checkedByteCount(elementType_, newShape);
+    const uint64_t required = sameShape && newBytes && *newBytes <= 0 ? 1 : allocationSize(newBytes);
     if (buffer_ == nullptr || required > capacity_) {
         buffer_ = allocateZeroed(required);
         capacity_ = required;

@@ -103,6 +103,7 @@ LogProcessorContainer::~LogProcessorContainer() = default;
 
 void LogProcessorContainer::Process(const LogEntry& entry) {
     // By index, and held: a processor may add another, which gets its first entry with the next call.
+    // NOLINTNEXTLINE(modernize-loop-convert)
     for (size_t i = 0, count = processors_.size(); i < count; ++i) {
         const std::shared_ptr<ILogProcessor> processor = processors_[i];
         processor->Process(entry);

@@ -57,6 +57,7 @@ constinit
 Logger::Logger() = default;
 Logger::Logger(const Logger& /*other*/) : Logger() {}
 Logger& Logger::operator=(const Logger& other) {
+    if (this == &other) return *this;
     reportDepth_ = other.reportDepth_;
     errorMessages_ = other.errorMessages_;
     SetDefaultLogProcessor(other.processor_);

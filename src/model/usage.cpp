@@ -25,7 +25,8 @@ std::string getLibraryVersion() { return versionText(); }
 void UsageReporting::addUsageProperties(MireloStatus& status, const char* method, MireloModelType modelType,
                                         const std::shared_ptr<const std::string>& modelName) {
     MireloStatus::UsageStamp& stamp = status.usage_;
-    if (stamp.modelName != nullptr) return;  // stamped before with the same keys, and the first value wins
+    // Stamped before, with the same keys: the first value wins.
+    if (stamp.write != nullptr && stamp.modelName != nullptr) return;
     stamp.method = method;
     stamp.code = status.getCode();
     stamp.modelType = modelTypeText(modelType);

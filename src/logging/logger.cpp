@@ -56,13 +56,7 @@ constinit
 
 Logger::Logger() = default;
 Logger::Logger(const Logger& /*other*/) : Logger() {}
-Logger& Logger::operator=(const Logger& other) {
-    if (this == &other) return *this;
-    reportDepth_ = other.reportDepth_;
-    errorMessages_ = other.errorMessages_;
-    SetDefaultLogProcessor(other.processor_);
-    return *this;
-}
+Logger& Logger::operator=(const Logger& other) = default;
 
 Logger::~Logger() {
     instanceAlive = false;  // first: the processor may report from its destructor

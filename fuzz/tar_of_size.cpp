@@ -62,8 +62,9 @@ void checkComplete(const Enclosure& enclosure, const TarReading& reading) {
     std::map<fs::path, std::string> files;
     for (const TarEntry& entry : reading.entries) {
         const fs::path path = nativePath(entry.name);
+        const fs::path there = enclosure.native() / path.parent_path();
         std::error_code absent;
-        require(fs::exists(enclosure.native() / path.parent_path(), absent), "every entry is there");
+        require(entry.directory ? fs::is_directory(there, absent) : fs::exists(there, absent), "every entry is there");
         if (!entry.directory) files[path] = {reinterpret_cast<const char*>(entry.data), entry.size};
     }
     size_t found = 0;

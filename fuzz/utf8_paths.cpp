@@ -63,6 +63,7 @@ void checkConversion(const Filepath& path, bool expected) {
                               isConverted([&] { files.openFileToWriteBinaryData(path); }),
                               isConverted([&] { files.openFileToStreamBinaryData(path); }),
                               isConverted([&] { files.writeStringToFile("text", path); }),
+                              isConverted([&] { files.writeBinaryDataToFile(&size, sizeof size, path); }),
                               isConverted([&] { files.findFilesByPattern(Filepath(), path.getPathString()); })};
     for (const bool one : converted) require(one == expected, "a path is taken exactly when it is UTF-8");
     Filepath destination = path;

@@ -128,8 +128,9 @@ TEST_F(FileFailures, ExtractingWhereItCannotBe) {
     const std::string tooLong = "path=" + std::string(256, 'n');
     const std::pair<std::vector<unsigned char>, std::string> archives[] = {
         {TarBuilder().file("directory", "1").whole(), "23: "},
-        {TarBuilder().directory("file").file("file/inside", "1").whole(), "23: "},
-        {TarBuilder().directory("file").directory("file/inside").whole(), "3: Path incorrect : "},
+        {TarBuilder().directory("file").whole(), "23: "},
+        {TarBuilder().file("file/inside", "1").whole(), "23: "},
+        {TarBuilder().directory("file/inside").whole(), "3: Path incorrect : "},
         {TarBuilder().file("missing/file", "1").whole(), "23: "},
         {TarBuilder().directory("missing/directory").whole(), "3: Path incorrect : "},
         {TarBuilder().extended(tooLong).file("file", "1").whole(), "23: "},

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fcntl.h>
 #include <functional>
 #include <stdexcept>
 
@@ -61,7 +62,12 @@ TEST_F(FilesTest, ReadsWholeFiles) {
 
 TEST_F(FilesTest, TellsFourWaysThatAFileCannotBeRead) {
     directory.write("file", "content");
-    for (const Filepath& path : {directory.path("missing"), directory.path(), directory.path("file\\below")}) {
+#if defined(_WIN32)
+    const Filepath device("NUL");
+#else
+    const Filepath device("/dev/null");
+#endif
+    for (const Filepath& path : {directory.path("missing"), directory.path(), directory.path("file\\below"), device}) {
         uint64_t size = 99;
         EXPECT_EQ(files.readBinaryFileToBuffer(path, size), nullptr);
         EXPECT_TRUE(files.readBinaryFileToVector(path).empty() && files.readBinaryFileToByteVector(path).empty());
@@ -74,6 +80,9 @@ TEST_F(FilesTest, TellsFourWaysThatAFileCannotBeRead) {
 }
 
 TEST_F(FilesTest, WritesAppendsAndTranslates) {
+#if defined(_WIN32)
+    _fmode = _O_BINARY;  // a host's wish for its own files, which is nothing to the library
+#endif
     std::string bytes("1\n2\0", 4);
     const Filepath path = directory.path("file");
     EXPECT_TRUE(files.writeBinaryDataToFile(bytes.data(), 4, path));
@@ -123,6 +132,7 @@ TEST_F(FilesTest, WideOperationsTakeNothingButUtf8) {
                                               [&] { files.openFileToStreamBinaryData(path); },
                                               [&] { files.openFileToWriteBinaryData(path); },
                                               [&] { files.writeStringToFile("", path); },
+                                              [&] { files.writeBinaryDataToFile(nullptr, 0, path); },
                                               [&] { files.readBinaryFileToBuffer(path, size); },
                                               [&] { files.readBinaryFileToVector(path); },
                                               [&] { files.readBinaryFileToByteVector(path); },

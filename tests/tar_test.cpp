@@ -90,7 +90,10 @@ TEST(Tar, IsRefusedWhereAnEntryIsNotWhatItShouldBe) {
     for (const TarBuilder& builder : refused) {
         for (const Way way : kBoth) EXPECT_EQ(extract(way, builder), "23: \\in first=z;");
     }
-    for (const char* const record : {"path=../f", "path=/f", "size=4294967296", "size=x", "size=-1", "nothing"}) {
+    // Success means that all of it is there, so a file that is in a directory's place is a failure.
+    EXPECT_EQ(extract(Way::TarballOfSize, with('5', "first")), "23: \\in first=z;");
+    for (const char* const record :
+         {"path=../f", "path=/f", "path=", "size=4294967296", "size=x", "size=-1", "nothing"}) {
         const TarBuilder builder = TarBuilder(first).extended(record).file("f", "z");
         EXPECT_EQ(extract(Way::TarballOfSize, builder), "23: \\in first=z;") << record;
     }
@@ -152,6 +155,14 @@ TEST(Tar, GoesThroughTheOverridesOfTheObject) {
     archive = TarBuilder().file("f", "123456789").whole();
     EXPECT_EQ(text(files.extractTarball(archive.data(), destination)), "2: unknown error occured");
     EXPECT_EQ(destination.getPathString(), "m");
+    files = {};
+    archive = TarBuilder().file("machine/share/f", "1").whole();
+    constexpr bool kIsWindows = std::filesystem::path::preferred_separator == '\\';
+    for (const char* const root : {"\\", "/"}) {  // with a separator more, Windows would go to that machine
+        destination = Filepath(root);
+        EXPECT_EQ(text(files.extractTarball(archive.data(), destination)), kIsWindows ? "23: " : kSuccess);
+        EXPECT_EQ(files.calls.empty(), kIsWindows);
+    }
 }
 
 // What the tools of packagers write, names included that the ustar layout has no room for.

@@ -44,10 +44,10 @@ std::string nameIn(const uint8_t* header) {
     return (prefixed ? prefix + "/" : "") + textAt(header, 100);
 }
 
-bool leaves(std::string name) {
+bool isRefused(std::string name) {
     std::replace(name.begin(), name.end(), '\\', '/');
     const std::filesystem::path path(name);
-    return path.is_absolute() || name.find(':') != std::string::npos ||
+    return path.empty() || path.is_absolute() || name.find(':') != std::string::npos ||
            std::find(path.begin(), path.end(), "..") != path.end();
 }
 
@@ -103,7 +103,7 @@ TarReading readTar(const uint8_t* archive, uint64_t size, bool pax) {
             name.resize(std::min(name.find('\0'), name.size()));
             records.clear();
             const bool file = kind == '0' || (kind == '\0' && pax);
-            if ((!file && kind != '5') || leaves(name)) break;
+            if ((!file && kind != '5') || isRefused(name)) break;
             reading.entries.push_back({!file, std::move(name), archive, *entrySize});
         }
         const uint64_t padded = (*entrySize + kBlock - 1) / kBlock * kBlock;

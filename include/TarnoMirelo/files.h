@@ -34,7 +34,7 @@ class MIRELO_API Filepath {
     Filepath parent_path() const;
     /// A copy of the text.
     std::string getPathString() const;
-    /// The text, NUL-terminated; valid until the path is assigned or destroyed, never null.
+    /// The text, NUL-terminated; valid until the path is changed or destroyed, never null.
     const char* c_str() const;
 
  private:
@@ -48,8 +48,10 @@ class MIRELO_API Filepath {
 /// "bad conversion" for any other text. Those marked *narrow* pass them on as they are: on Windows in the process's
 /// code page, elsewhere unchecked.
 ///
-/// Reading a directory, or a character device, which may have no end, is like reading a file that cannot be opened.
-/// There is no state: calls may overlap, and are then as safe as the system's own on those files.
+/// Reading a directory, or a character device, which may have no end, is like reading a file that cannot be opened. So
+/// is reading what has no size, such as a pipe, save for `readBinaryFileToByteVector` and `readBinaryFileToString`,
+/// which read on to its end. There is no state: calls may overlap, and are then as safe as the system's own on those
+/// files.
 class MIRELO_API FileUtils {
  public:
     FileUtils();
@@ -107,8 +109,9 @@ class MIRELO_API FileUtils {
     ///                     directory, or the empty path when it lists none
     /// @return `SUCCESS`, or
     ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
-    ///   - `TAR_EXTRACTION_ERROR`: an entry is neither file nor directory, has no size below 4 GiB, or would land
-    ///     outside `destination` (a ".." component, an absolute name, a ":"), or `writeBinaryDataToFile` failed
+    ///   - `TAR_EXTRACTION_ERROR`: an entry is neither file nor directory, has no name or no size below 4 GiB,
+    ///     or would land outside `destination` (a ".." component, an absolute name, a ":"; on Windows also any name
+    ///     below a lone slash, which the two would make that of a machine); or `writeBinaryDataToFile` failed
     ///   - `FILE_ERROR`: the parent of a directory is missing; the description names the path
     ///   - the status of any other exception
     /// Entries written before a failure stay on disk.
@@ -117,7 +120,8 @@ class MIRELO_API FileUtils {
     /// The whole file up to its first NUL byte. Raises `std::runtime_error` "Failed to open file". Narrow.
     virtual std::string readBinaryFileToString(const Filepath& path);
     /// The names in a directory that match a pattern, in the system's order. `*` stands for any run of characters and
-    /// `?` for one; letter case does not count. Nothing is filtered, "." and ".." included. Wide.
+    /// `?` for one; letter case does not count. Nothing is filtered, "." and ".." included. On Windows the system's
+    /// own habits come on top: `*.*`, for one, matches names without a dot. Wide.
     /// @return bare names, not joined to the directory; empty when nothing matches or the directory can't be read
     virtual std::vector<Filepath> findFilesByPattern(Filepath directory, std::string pattern);
 

@@ -17,10 +17,13 @@ namespace TarnoMirelo::Platform {
 /// How the text of a path is to be read.
 enum class PathText { Wide, Narrow };
 
+/// Whether the beginning of the path names another machine.
+bool isOnNetwork(const char* path);
+
 /// False for the two errors that mean "absent" only; any other error counts as present. Wide.
 bool pathExists(const char* path);
 
-/// What became of a directory to be created. Present: a file or directory of that name was there before.
+/// What became of a directory to be created. Present: a directory of that name was there before.
 enum class Creation { Done, Present, ParentMissing, Failed };
 
 /// Creates one directory, not its parents.

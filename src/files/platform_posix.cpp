@@ -65,8 +65,7 @@ locale_t unicodeLetters() {
 // The characters of a name in lower case. A name that is not UTF-8 can't be told apart into characters: each byte is
 // one.
 std::u32string foldedCharacters(const std::string& name) {
-    static const std::unique_ptr<std::remove_pointer_t<locale_t>, decltype(&::freelocale)> locale(unicodeLetters(),
-                                                                                                  &::freelocale);
+    static const locale_t locale = unicodeLetters();  // never freed: static objects may look for files when they end
     std::u32string characters;
     if (utf8::is_valid(name.begin(), name.end())) {
         characters = utf8::utf8to32(name);
@@ -75,7 +74,7 @@ std::u32string foldedCharacters(const std::string& name) {
     }
     for (char32_t& character : characters) {
         const auto wide = static_cast<wint_t>(character);
-        character = static_cast<char32_t>(locale ? ::towlower_l(wide, locale.get()) : std::towlower(wide));
+        character = static_cast<char32_t>(locale ? ::towlower_l(wide, locale) : std::towlower(wide));
     }
     return characters;
 }
@@ -106,6 +105,8 @@ bool matches(const std::u32string& name, const std::u32string& pattern) {
 
 }  // namespace
 
+bool isOnNetwork(const char* /*path*/) { return false; }
+
 bool pathExists(const char* path) {
     struct stat facts {};
     return ::stat(widePath(path).c_str(), &facts) == 0 || !meansAbsent(errno);
@@ -116,7 +117,8 @@ Creation createDirectory(const char* path, PathText text) {
     if (::mkdir(native.c_str(), 0777) == 0) return Creation::Done;
     if (meansAbsent(errno)) return Creation::ParentMissing;
     struct stat facts {};
-    return ::stat(native.c_str(), &facts) == 0 ? Creation::Present : Creation::Failed;
+    const bool isPresent = ::stat(native.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+    return isPresent ? Creation::Present : Creation::Failed;
 }
 
 // unlink and not remove, which would delete an empty directory here and nowhere else.

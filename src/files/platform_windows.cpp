@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <io.h>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -57,8 +58,14 @@ struct CloseFile {
 
 }  // namespace
 
+bool isOnNetwork(const char* path) {
+    const auto isSlash = [](char character) { return character == '/' || character == '\\'; };
+    return isSlash(path[0]) && isSlash(path[1]);
+}
+
 bool pathExists(const char* path) {
-    if (::GetFileAttributesW(widePath(path).c_str()) != INVALID_FILE_ATTRIBUTES) return true;
+    const std::wstring native = widePath(path);
+    if (::GetFileAttributesW(native.c_str()) != INVALID_FILE_ATTRIBUTES) return true;
     const DWORD error = ::GetLastError();
     return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
 }
@@ -70,7 +77,8 @@ Creation createDirectory(const char* path, PathText text) {
     if (created != FALSE) return Creation::Done;
     if (::GetLastError() == ERROR_PATH_NOT_FOUND) return Creation::ParentMissing;
     const DWORD attributes = wide ? ::GetFileAttributesW(native.c_str()) : ::GetFileAttributesA(path);
-    return attributes != INVALID_FILE_ATTRIBUTES ? Creation::Present : Creation::Failed;
+    const bool isPresent = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    return isPresent ? Creation::Present : Creation::Failed;
 }
 
 bool deleteFile(const char* path) { return std::remove(path) == 0; }
@@ -81,6 +89,12 @@ InputFile::InputFile(const char* path, PathText text)
                                                                 : std::fopen(path, "rb"))) {
     if (!isOpen()) return;
     auto* const file = reinterpret_cast<std::FILE*>(handle_);
+    // A device may never end.
+    if (::GetFileType(reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(file)))) == FILE_TYPE_CHAR) {
+        std::fclose(file);
+        handle_ = 0;
+        return;
+    }
     if (::_fseeki64(file, 0, SEEK_END) != 0) return;
     const int64_t end = ::_ftelli64(file);
     if (end >= 0 && ::_fseeki64(file, 0, SEEK_SET) == 0) size_ = static_cast<uint64_t>(end);
@@ -102,7 +116,11 @@ std::ofstream openToWrite(const char* path, std::ios::openmode mode) {
     return std::ofstream(std::filesystem::path(widePath(path)), std::ios::binary | mode);
 }
 
-void writeTextFile(const char* path, const char* text) { std::ofstream(std::filesystem::path(widePath(path))) << text; }
+// "t" and not what a host may have made the default.
+void writeTextFile(const char* path, const char* text) {
+    const std::unique_ptr<std::FILE, CloseFile> file(::_wfopen(widePath(path).c_str(), L"wt"));
+    if (file != nullptr) std::fputs(text, file.get());
+}
 
 bool writeFile(const char* path, const void* data, uint64_t size) {
     std::unique_ptr<std::FILE, CloseFile> file(::_wfopen(widePath(path).c_str(), L"wb"));

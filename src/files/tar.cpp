@@ -83,7 +83,7 @@ bool readRecords(std::string_view data, ExtendedRecords& records) {
 
 bool staysInside(std::string_view name) {
     const auto isSlash = [](char character) { return character == '/' || character == '\\'; };
-    if (!name.empty() && isSlash(name.front())) return false;
+    if (name.empty() || isSlash(name.front())) return false;
     size_t component = 0;  // where it begins
     for (size_t i = 0; i < name.size(); ++i) {
         if (name[i] == ':') return false;

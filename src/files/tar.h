@@ -51,7 +51,8 @@ struct ExtendedRecords {
 bool readRecords(std::string_view data, ExtendedRecords& records);
 
 /// Whether an entry of that name lands under the directory it is extracted to: no ".." among its components, which
-/// either slash separates, no leading slash, no ":".
+/// either slash separates, no leading slash, no ":"; and not empty, which would be
+/// that directory itself.
 bool staysInside(std::string_view name);
 
 }  // namespace TarnoMirelo::Tar

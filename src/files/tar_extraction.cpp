@@ -113,6 +113,8 @@ class Extraction {
         if (!Tar::staysInside(name.c_str())) return refused();
         Filepath path = directory_;
         path.append(name);
+        // The separator after a destination that is a lone slash would make the name one of a machine.
+        if (Platform::isOnNetwork(path.c_str()) && !Platform::isOnNetwork(directory_.c_str())) return refused();
         if (kind == Tar::kFile) return destination_.writeFile(path, data, size);
         if (!firstDirectory_) firstDirectory_ = path;
         return destination_.makeDirectory(path);

@@ -14,6 +14,10 @@ file(RELATIVE_PATH includedir_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /${CMAK
 configure_file(cmake/sdk-core.pc.in sdk-core.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# A project that builds this one as a part of itself makes packages of its own.
+if(NOT PROJECT_IS_TOP_LEVEL)
+    return()
+endif()
 set(CPACK_PACKAGE_VENDOR "the sdk-core developers")
 set(CPACK_PACKAGE_CONTACT "the sdk-core developers <sdk-core@example.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})

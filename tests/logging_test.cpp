@@ -225,6 +225,14 @@ TEST(OperatorRegistry, IsFilledWhileOpenAndReadOnceReadOnly) {
         EXPECT_FALSE(registry.isRegistryReadOnly() || !copy.isRegistryReadOnly());
         EXPECT_EQ(registry.getOpPlacement(), OperatorPlacement({"first"}, {"second"}));
     }
+    struct Asking {  // as the registry is being cleared
+        ~Asking() { EXPECT_EQ(getOperatorRegistry().createOperator("a"), nullptr); }
+    };
+    for (const char* const name : {"a", "b", "c"}) {
+        registerCustomOperator(name, [asking = std::make_shared<Asking>()] { return std::make_unique<Numbered>(1); });
+    }
+    finalizeOperatorRegistry();
+    registry.clear();
     finalizeOperatorRegistry();
     EXPECT_EQ(seen(registry), "none none;");
     registry.clear();

@@ -1,3 +1,4 @@
+#include "support/bare_classes.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -8,6 +9,7 @@
 
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <thread>
 
 namespace TarnoMirelo {
@@ -83,8 +85,8 @@ class OpenCvBackend : public testing::Test {
     std::string log;
     MireloConfig config = configOf(std::make_shared<Sink>(log));
     std::shared_ptr<OpenCv::Model> model = std::make_shared<OpenCv::Model>("m", MireloModelType::WinML, config);
-    std::shared_ptr<MireloFeatureTensor> a = feature("a", {1, 3}, Floats{1, 2, 3});
-    std::shared_ptr<MireloFeatureTensor> b = feature("b", {1, 3}, Floats{10, -20, 30});
+    std::shared_ptr<MireloFeature> a = feature("a", {1, 3}, Floats{1, 2, 3});
+    std::shared_ptr<MireloFeature> b = feature("b", {1, 3}, Floats{10, -20, 30});
     Outputs outputs;
 };
 
@@ -109,6 +111,16 @@ TEST_F(OpenCvBackend, ForgetsWhatItPreparedAsSoonAsAnythingChanges) {
     const auto row = [](const char* name, float first, float second, float third) {
         return feature(name, {1, 3}, Floats{first, second, third});
     };
+    struct Frame {  // whose feature is made anew in its place, under the frame's owner
+        std::optional<MireloFeatureTensor> a;
+    };
+    const auto frame = std::make_shared<Frame>();
+    const auto remake = [&](float first) {
+        const auto tensor = std::make_shared<Tensor>(DataType::Float, TensorShape(1, 3));
+        frame->a.emplace(port("a", {1, 3}), tensor);
+        std::copy_n(Floats{first, 2, 3}.begin(), 3, reinterpret_cast<float*>(tensor->buffer()));
+        a = {frame, &*frame->a};
+    };
     struct Own : Tensor {  // of which the backend knows nothing
         using Tensor::Tensor;
     };
@@ -130,7 +142,18 @@ TEST_F(OpenCvBackend, ForgetsWhatItPreparedAsSoonAsAnythingChanges) {
         {[&] { outputs.pop_back(), load(*model, kSumTarget); }, "1: y (1,3) 16 0 33;"},
         {[&] { a = holding("a", own), std::fill_n(elements(a), 3, 7.0F); }, "1: y (1,3) 17 0 37;"},
         {[&] { elements(a)[0] = 8; }, "1: y (1,3) 18 0 37;"},
-        {[&] { load(*model, targetOf("missing.onnx", {}, {})); }, "6: The model is not loadedy (1,3) 18 0 37;"}};
+        {[&] {
+             a = holding("a", bareTensor(DataType::Float, {1, 3})), std::fill_n(elements(a), 3, 4.0F);
+         },
+         "1: y (1,3) 14 0 34;"},
+        {[&] { elements(a)[0] = 5; }, "1: y (1,3) 15 0 34;"},
+        {[&] {
+             a = bareFeature(port("a", {1, 3}), a->asTensor());
+         },
+         "1: y (1,3) 15 0 34;"},
+        {[&] { remake(9); }, "1: y (1,3) 19 0 33;"},
+        {[&] { remake(8); }, "1: y (1,3) 18 0 33;"},
+        {[&] { load(*model, targetOf("missing.onnx", {}, {})); }, "6: The model is not loadedy (1,3) 18 0 33;"}};
     for (const auto& [change, expected] : changes) {
         change();
         EXPECT_EQ(result(predict({a, b})), expected);
@@ -214,6 +237,10 @@ TEST_F(OpenCvBackend, PredictsABatchRowByRow) {
     EXPECT_EQ(predictBatch({a, b, c, b}), R"(7: Output "y": 1 features for 2 rows of inputs)");
     outputs.clear();
     EXPECT_EQ(predictBatch({a, b, c}), "8: An uneven number of batches per input");
+    const auto shared = holding("y", std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 3)));
+    outputs = {shared, shared};
+    EXPECT_EQ(predictBatch({a, b, c, b}), R"(7: Output "y": the tensor shares its memory with another output's)");
+    outputs.clear();
     EXPECT_EQ(predictBatch({a, c}), R"(7: Input "b": missing)");
     EXPECT_EQ(predictBatch({}), "7: Input: a batch has at least one row");
     EXPECT_EQ(predictBatch({a, b, c, feature("b", {1, 2}, Floats{})}),
@@ -256,11 +283,18 @@ TEST_F(OpenCvBackend, ReturnsEachOfSeveralResults) {
     EXPECT_EQ(result(predictBatch({x, x})), "1: " + row + row);
     outputs = {feature("positive", shape, Floats{})};  // one of them is enough
     EXPECT_EQ(result(predict({x})), "1: positive (1,1,2,2) 0 0 0 2;");
+    std::vector<float> memory(5);
+    const auto part = [&](const char* name, size_t offset) {
+        auto* const bytes = reinterpret_cast<uint8_t*>(memory.data() + offset);
+        return holding(name, std::make_shared<BufferWrappedTensor>(DataType::Float, shape, bytes, sizeof(float) * 4));
+    };
+    outputs = {part("positive", 1), part("squashed", 0)};
+    EXPECT_EQ(predict({x}), R"(7: Output "positive": the tensor shares its memory with another output's)");
 }
 
 TEST_F(OpenCvBackend, RunsRowsOneByOneWhereTheNetworkHoldsAShape) {
     load(*model, targetOf("one_row.onnx", {port("x", {1, 4})}, {port("y", {1, 2, 2})}));
-    EXPECT_EQ(text(model->setBatchSize(2)), "6: The model has no batch dimension");
+    EXPECT_EQ(text(model->setBatchSize(2)), "6: The model can't take 2 rows at once");
     EXPECT_EQ(
         result(predictBatch({feature("x", {1, 4}, Floats{1, 2, 3, 4}), feature("x", {1, 4}, Floats{5, 6, 7, 8})})),
         "1: y (1,2,2) 1 2 3 4;y (1,2,2) 5 6 7 8;");
@@ -360,8 +394,11 @@ TEST_F(OpenCvBackend, ReportsItsMemoryAsSoonAsItHasARecord) {
     EXPECT_EQ(predict({inputs.begin(), inputs.end()}), kSuccess);
     const uint64_t one = reported();
     EXPECT_TRUE(one > kWeights && one < 2 * kWeights) << one;
-    model->setBatchSize(100);
-    EXPECT_EQ(reported() - kWeights, 100 * (one - kWeights));
+    EXPECT_EQ(text(model->setBatchSize(40'000'000)), "7: A batch of 40000000 rows is more than the engine can count");
+    for (const unsigned int rows : {30'000'000U, 100U}) {
+        EXPECT_EQ(text(model->setBatchSize(rows)), kSuccess);
+        EXPECT_EQ(reported() - kWeights, rows * (one - kWeights));
+    }
     std::shared_ptr<MireloModel::MireloBinding> many;
     Outputs results;
     EXPECT_EQ(text(model->bind({feature("pixels", {100, 64}, Floats(6400))}, results, many)), kSuccess);

@@ -60,8 +60,9 @@ class MIRELO_API LogProcessorOStream : public ILogProcessor {
 };
 
 /// Writes each message and a line feed to a file, and flushes it. Other processes may read and write the file at the
-/// same time. Each opening is marked by two rules, after three empty lines where the file has content already. While no
-/// file is open, everything written is dropped; no failure is reported but by `Open`.
+/// same time; of two that write, one overwrites the other's lines. Each opening is marked by two rules, after three
+/// empty lines where the file has content already. While no file is open, everything written is dropped; no failure is
+/// reported but by `Open`.
 class MIRELO_API LogProcessorFileSystem : public ILogProcessor {
  public:
     /// Opens the file `directory`/`fileName`, whose path is read as UTF-8.
@@ -72,7 +73,8 @@ class MIRELO_API LogProcessorFileSystem : public ILogProcessor {
 
     void Process(const LogEntry& entry) override;
 
-    /// Opens a file in place of the one that is open, at its end; creates it where there is none.
+    /// Opens a file in place of the one that is open, at its end; creates it where there is none. A file that may be
+    /// written but not read is emptied.
     /// @return whether a file is open now
     bool Open(const std::string& path);
     /// @return true

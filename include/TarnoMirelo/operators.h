@@ -76,7 +76,8 @@ class MIRELO_API OperatorRegistry {
     std::vector<Filepath> libraries_;
 };
 
-/// The process-wide registry, created empty by the first call.
+/// The process-wide registry, created empty by the first call and never destroyed. Who unloads a library with the code
+/// of a factory clears the registry before.
 MIRELO_API const OperatorRegistry& getOperatorRegistry();
 /// The same, to be changed.
 MIRELO_API OperatorRegistry& getMutableOperatorRegistry();

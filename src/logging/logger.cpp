@@ -120,8 +120,11 @@ void _Report_(bool direct, LogProcessorTarget target, LogSeverity severity, cons
     const bool usable = !ownerGone && (!instanceCreated || instanceAlive);
     if (!direct && usable) {
         Logger::CreateInstancePtr()->Report(entry);
-    } else {
+        return;
+    }
+    try {
         LogProcessorOStream().Process(entry);
+    } catch (...) {  // as in a report; a host may have its standard output raise what fails
     }
 }
 

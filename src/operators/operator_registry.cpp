@@ -43,13 +43,14 @@ bool OperatorRegistry::isRegistryReadOnly() const { return readOnly_; }
 void OperatorRegistry::markRegistryAsReadOnly() { readOnly_ = true; }
 
 void OperatorRegistry::clear() {
-    operators_.clear();
+    std::unordered_map<std::string, OperatorFactory> operators;
+    operators_.swap(operators);  // the factories go last: what they hold may look at the registry from its destructor
     libraries_.clear();
     readOnly_ = false;
 }
 
 OperatorRegistry& getMutableOperatorRegistry() {
-    static OperatorRegistry registry;
+    static auto& registry = *new OperatorRegistry;  // never destroyed: static objects may clear it when they end
     return registry;
 }
 

@@ -1,8 +1,9 @@
-// A host that is built without type information, has a file system of its own, and looks for files when it ends.
+// A host that is built without type information, has a file system of its own, and goes on to use the library when it
+// ends.
 
 #include <TarnoMirelo/files.h>
+#include <TarnoMirelo/operators.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 using namespace TarnoMirelo;
@@ -12,6 +13,7 @@ namespace {
 // Made before the library is asked for anything, so it goes last.
 struct Late {
     ~Late() {
+        CustomOperators::getMutableOperatorRegistry().clear();
         if (FileUtils().findFilesByPattern(Filepath("."), ".").size() != 1) std::_Exit(EXIT_FAILURE);
     }
 } late;
@@ -28,6 +30,8 @@ class HostFiles : public FileUtils {
 }  // namespace
 
 int main() {
+    CustomOperators::registerCustomOperator("of the host",
+                                            [] { return std::make_unique<CustomOperators::Operator>(); });
     HostFiles files;
     char byte = 'x';
     files.writeBinaryDataToFile(&byte, 1, Filepath("nowhere"));

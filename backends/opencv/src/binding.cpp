@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <typeinfo>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
@@ -35,10 +34,14 @@ std::optional<int> toEngineDepth(DataType dataType) {
 // The feature's tensor, which is in host memory.
 template <typename Feature>
 auto tensorOf(const Ports& ports, size_t index, const std::shared_ptr<Feature>& feature) {
-    if (dynamic_cast<const IMireloFeatureTensor*>(feature.get()) == nullptr) {
-        throw InvalidTypeException(ports.about(index, "the feature is no tensor"));
-    }
-    auto tensor = feature->asTensor();
+    const auto held = [&] {
+        try {
+            return feature->asTensor();
+        } catch (const InvalidTypeException&) {
+            throw InvalidTypeException(ports.about(index, "the feature is no tensor"));
+        }
+    };
+    auto tensor = held();
     if (tensor == nullptr) throw InvalidArgumentsException(ports.about(index, "the feature holds no tensor"));
     if (tensor->onDevice()) throw InvalidTypeException(ports.about(index, "the tensor is not in host memory"));
     return tensor;
@@ -69,6 +72,36 @@ void giveShape(ITensor& tensor, const TensorShape& result) {
     if (tensor.shape() == result && tensor.buffer() != nullptr) return;
     const MireloStatus status = tensor.hasVariableShape() ? tensor.allocateShape(result) : tensor.resize(result);
     if (!status.ok()) throw Exception(status.getDescription(), status.getCode());
+}
+
+// An output's tensor, and its name.
+using NamedTensor = std::pair<const ITensor*, std::string>;
+
+// Of two results in the same memory one would be lost.
+void checkApart(std::vector<NamedTensor> outputs) {
+    std::sort(outputs.begin(), outputs.end(), [](const NamedTensor& one, const NamedTensor& other) {
+        return std::pair(one.first->buffer(), one.first) < std::pair(other.first->buffer(), other.first);
+    });
+    for (size_t i = 1; i < outputs.size(); ++i) {
+        const ITensor* const one = outputs[i - 1].first;
+        const ITensor* const other = outputs[i].first;
+        const bool overlap = one->buffer() != nullptr && one->buffer() + one->bytes() > other->buffer();
+        if (one == other || overlap) {
+            throw InvalidArgumentsException("Output \"" + outputs[i].second +
+                                            "\": the tensor shares its memory with another output's");
+        }
+    }
+}
+
+template <typename One, typename Other>
+bool haveSameOwner(const One& one, const Other& other) {
+    return !one.owner_before(other) && !other.owner_before(one);
+}
+
+// Whether the pointer owns the feature itself, not something that the feature is a part of.
+template <typename Feature>
+bool ownsItself(const std::shared_ptr<Feature>& feature) {
+    return feature.use_count() != 0 && haveSameOwner(feature->weak_from_this(), feature);
 }
 
 size_t byteCount(const cv::Mat& matrix) { return matrix.total() * matrix.elemSize(); }
@@ -124,10 +157,13 @@ void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
     const MireloModel::Outputs& features = outputs.empty() ? created : outputs;
     const std::vector<size_t> indices = ports.indicesOf(features);
     std::vector<std::shared_ptr<ITensor>> tensors;
+    std::vector<NamedTensor> named;
     for (size_t i = 0; i < features.size(); ++i) {
         tensors.push_back(tensorOf(ports, indices[i], features[i]));
         checkOutput(ports, indices[i], *tensors[i], network_->resultShape(indices[i], results[indices[i]], rows));
+        named.emplace_back(tensors[i].get(), ports[indices[i]].name);
     }
+    checkApart(std::move(named));
     for (size_t i = 0; i < features.size(); ++i) {
         const size_t index = indices[i];
         giveShape(*tensors[i], network_->resultShape(index, results[index], rows));
@@ -177,10 +213,9 @@ bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outp
     // A feature of this very class holds the same tensor as long as it lives, and tensors of these classes stay where
     // they are and what they are. Of others nobody knows.
     const auto isKnown = [](const auto& feature) {
-        if (typeid(*feature) != typeid(MireloFeatureTensor)) return false;
+        if (!isExactly<MireloFeatureTensor>(*feature) || !ownsItself(feature)) return false;
         const ITensor& tensor = *feature->asTensor();
-        const std::type_info& kind = typeid(tensor);
-        return kind == typeid(Tensor) || kind == typeid(VariableTensor) || kind == typeid(BufferWrappedTensor);
+        return isExactly<Tensor>(tensor) || isExactly<VariableTensor>(tensor) || isExactly<BufferWrappedTensor>(tensor);
     };
     if (!std::all_of(inputs.begin(), inputs.end(), isKnown) || !std::all_of(outputs.begin(), outputs.end(), isKnown)) {
         return false;
@@ -194,10 +229,10 @@ bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outp
 
 bool Binding::stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const {
     if (inputs.size() != inputs_.size() || outputs.size() != outputs_.size()) return false;
-    // A live feature is told by its address, and by its owner: one that came to the same address later has another.
+    // A feature is told by its address, and by its owner: one that came to the same address later has another, or,
+    // where the owner gave the same room to another feature, knows none.
     const auto isSame = [](const auto& feature, const Released& released) {
-        return feature.get() == released.feature && !released.owner.expired() &&
-               !released.owner.owner_before(feature) && !feature.owner_before(released.owner);
+        return feature.get() == released.feature && haveSameOwner(feature, released.owner) && ownsItself(feature);
     };
     const auto outputsReleased = released_.begin() + static_cast<ptrdiff_t>(inputs.size());
     return std::equal(inputs.begin(), inputs.end(), released_.begin(), isSame) &&
@@ -213,6 +248,13 @@ bool Binding::hasSameForm(const Binding& other) const {
 
 void Binding::runRows(std::vector<Binding>& rows) {
     for (const Binding& row : rows) row.checkInPlace();  // binding one row may have moved a tensor of another
+    std::vector<NamedTensor> outputs;
+    for (const Binding& row : rows) {
+        for (size_t i = 0; i < row.outputs_.size(); ++i) {
+            outputs.emplace_back(row.bound_[row.inputs_.size() + i].tensor, row.outputNames_[i]);
+        }
+    }
+    checkApart(std::move(outputs));
     const Binding& first = rows.front();
     const bool sameForm =
         std::all_of(rows.begin(), rows.end(), [&](const Binding& row) { return row.hasSameForm(first); });

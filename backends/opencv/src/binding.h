@@ -8,9 +8,17 @@
 
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace TarnoMirelo::OpenCv {
+
+/// Whether an object is of this very class. By address, for a class that a host built without type information has
+/// nothing there to look into.
+template <typename Class, typename Base>
+bool isExactly(const Base& object) {
+    return &typeid(object) == &typeid(Class);
+}
 
 /// Inputs and outputs, checked and wrapped for the engine: a prediction that has only to be run.
 class Binding final : public MireloModel::MireloBinding {

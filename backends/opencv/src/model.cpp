@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <stdexcept>
-#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 
@@ -221,7 +220,7 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
         MireloBinding* const bound = binding.get();
-        const bool isOurs = bound != nullptr && typeid(*bound) == typeid(Binding);
+        const bool isOurs = bound != nullptr && isExactly<Binding>(*bound);
         if (!isOurs || static_cast<Binding*>(bound)->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }

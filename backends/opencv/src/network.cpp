@@ -12,6 +12,22 @@ constexpr uint64_t kMostDimensions = 32;  // of the engine's matrices
 // Whether the shape may be that of one row among several.
 bool isRow(const TensorShape& shape) { return shape.dimension() > 1 && (shape[0] == 1 || shape[0] == -1); }
 
+uint64_t elementCount(const EngineShape& shape) {
+    uint64_t count = 1;
+    for (const int dimension : shape) count *= static_cast<uint64_t>(dimension);
+    return count;
+}
+
+// Whether each has no more elements than fit the integers that the engine counts them with; what goes beyond them it
+// does not notice.
+bool areCountable(const EngineShapes& shapes) {
+    return std::all_of(shapes.begin(), shapes.end(), [](const EngineShape& shape) {
+        int64_t left = std::numeric_limits<int>::max();
+        for (const int dimension : shape) left /= std::max(dimension, 1);
+        return left > 0;
+    });
+}
+
 }  // namespace
 
 TensorShape Ports::Port::shapeOf(int64_t rows) const {
@@ -143,8 +159,12 @@ void Network::setBatchSize(unsigned int batchSize) {
     }
     const int rows = static_cast<int>(batchSize);
     const std::optional<EngineShapes> row = hasRows() ? fixedInputs(1) : std::nullopt;
+    if (row && !areCountable(*fixedInputs(rows))) {
+        throw InvalidArgumentsException("A batch of " + std::to_string(rows) +
+                                        " rows is more than the engine can count");
+    }
     if (rows > 1 && (!hasRows() || (row && !stacks(*row, rows)))) {
-        throw InvalidOperationException("The model has no batch dimension");
+        throw InvalidOperationException("The model can't take " + std::to_string(rows) + " rows at once");
     }
     if (row) inferOutputs(*fixedInputs(rows));
     batchSize_ = rows;
@@ -158,8 +178,7 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
         ordered[engineInputs_[i]] = inputs[i];
     }
     EngineShapes outputs;
-    size_t weights = 0;
-    size_t blobs = 0;
+    uint64_t blobs = 0;
     engine([&] {
         for (const int layer : engineOutputs_) {
             EngineShapes into;
@@ -167,7 +186,15 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
             net_.getLayerShapes(ordered, layer, into, out);
             outputs.push_back(out.at(0));
         }
-        net_.getMemoryConsumption(ordered, weights, blobs);
+        std::vector<int> layers;
+        std::vector<EngineShapes> into;
+        std::vector<EngineShapes> out;
+        net_.getLayersShapes(ordered, layers, into, out);
+        for (const EngineShapes& results : out) {
+            if (!areCountable(results))
+                throw MLFrameworkException("A layer's result is more than the engine can count");
+            for (const EngineShape& result : results) blobs += elementCount(result) * sizeof(float);
+        }
     });
     inferredFor_ = inputs;
     inferred_ = std::move(outputs);

@@ -89,7 +89,8 @@ class Network {
 
     /// Rows that `predict` and `bind` expect in one tensor.
     int64_t batchSize() const { return batchSize_; }
-    /// Raises `InvalidArgumentsException` for no rows, `InvalidOperationException` where there is no batch dimension.
+    /// Raises `InvalidArgumentsException` for no rows, or more than can be counted; `InvalidOperationException` where
+    /// the network can't take so many at once.
     void setBatchSize(unsigned int batchSize);
 
     /// The shapes of the outputs for these shapes of the inputs, by the engine's own inference; remembered until asked

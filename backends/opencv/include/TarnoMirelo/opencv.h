@@ -29,6 +29,9 @@ class Network;
 /// between, as in "com.example.Normalize", and finalises the registry before it loads the model. Each node of that name
 /// gets an operator of its own, which lives as long as the loaded network and is called on the thread that predicts.
 ///
+/// A class that derives from it is built with type information (not with `-fno-rtti`), by which the backend tells it
+/// from operators that are none of its own. It must not call back into the model that runs it, or release its binding.
+///
 /// Elements are floats. The inputs of a node that are constants come after its others. What an operator raises, or
 /// returns as a failure, becomes the status of the model's operation.
 class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
@@ -62,22 +65,23 @@ class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
 /// **Batches.** `predictBatch` takes rows of the manifest's shape and returns the outputs row by row, one feature per
 /// output and row. Where every input and output begins with a dimension of 1 or -1 and the network's results grow with
 /// it, all rows go through in one pass; else each row has its own. `setBatchSize(n)` has `predict` and `bind` expect n
-/// rows in one tensor, n in place of that 1.
+/// rows in one tensor, n in place of that 1; it needs a loaded model, and each load begins with one row again.
 ///
 /// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output or component:
-///   - `INVALID_OPERATION`: the model is not loaded; the network has no batch dimension; what was bound has moved, or
-///     belongs to another load
+///   - `INVALID_OPERATION`: the model is not loaded; the network can't take that many rows at once; what was bound has
+///     moved, or belongs to another load
 ///   - `INVALID_ARGUMENTS`: an input or output that the target doesn't have, that is missing, given twice, null, or
-///     without a buffer; a batch size of 0
+///     without a buffer; outputs that share memory; a batch size of 0, or beyond what the engine can count
 ///   - `INVALID_TYPE`: a feature that is no tensor, or a tensor that is not in host memory; uneven rows
 ///   - `INVALID_TENSOR_DATA_TYPE`, `INVALID_SHAPE`: a tensor that does not fit
 ///   - `MODEL_METADATA_ERROR`: a component of another kind, more than one, or none; a target that does not fit the
 ///     network
 ///   - `FILE_ERROR`: the component's file can't be read
 ///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text
-/// No operation raises. One that fails leaves the list of outputs as it was.
+/// No operation raises. One that fails leaves the list of outputs as it was; a load that fails leaves no network, not
+/// even the one of the load before.
 ///
-/// **Memory**: what weights and blobs take by the engine's own account is reported through the model's record at the
+/// **Memory**: what the engine's weights and blobs take is reported through the model's record at the
 /// first operation after the model was registered, kept up to date as shapes change, and taken back by the unload.
 ///
 /// **Log**: the load of a component with its time, an unload, and every failure of the engine are reported to the
@@ -86,7 +90,7 @@ class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
 ///
 /// **Threads**: no two operations on one model may overlap, const ones included, for the engine's network serves one
 /// call at a time. Distinct models are independent, apart from the sink and the logger, which the host keeps calls
-/// apart for.
+/// apart for. The engine ends before static objects that were made earlier: no destructor of theirs predicts.
 class MIRELO_OPENCV_API Model : public MireloModel {
  public:
     /// @param device  shared with the model; its model type is adopted, the rest is not looked at

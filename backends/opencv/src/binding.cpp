@@ -74,8 +74,8 @@ void giveShape(ITensor& tensor, const TensorShape& result) {
     if (!status.ok()) throw Exception(status.getDescription(), status.getCode());
 }
 
-// An output's tensor, and its name.
-using NamedTensor = std::pair<const ITensor*, std::string>;
+// An output's tensor, and its name; both borrowed.
+using NamedTensor = std::pair<const ITensor*, const std::string*>;
 
 // Of two results in the same memory one would be lost.
 void checkApart(std::vector<NamedTensor> outputs) {
@@ -87,7 +87,7 @@ void checkApart(std::vector<NamedTensor> outputs) {
         const ITensor* const other = outputs[i].first;
         const bool overlap = one->buffer() != nullptr && one->buffer() + one->bytes() > other->buffer();
         if (one == other || overlap) {
-            throw InvalidArgumentsException("Output \"" + outputs[i].second +
+            throw InvalidArgumentsException("Output \"" + *outputs[i].second +
                                             "\": the tensor shares its memory with another output's");
         }
     }
@@ -161,7 +161,7 @@ void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
     for (size_t i = 0; i < features.size(); ++i) {
         tensors.push_back(tensorOf(ports, indices[i], features[i]));
         checkOutput(ports, indices[i], *tensors[i], network_->resultShape(indices[i], results[indices[i]], rows));
-        named.emplace_back(tensors[i].get(), ports[indices[i]].name);
+        named.emplace_back(tensors[i].get(), &ports[indices[i]].name);
     }
     checkApart(std::move(named));
     for (size_t i = 0; i < features.size(); ++i) {
@@ -249,9 +249,10 @@ bool Binding::hasSameForm(const Binding& other) const {
 void Binding::runRows(std::vector<Binding>& rows) {
     for (const Binding& row : rows) row.checkInPlace();  // binding one row may have moved a tensor of another
     std::vector<NamedTensor> outputs;
+    outputs.reserve(rows.size() * rows.front().outputs_.size());
     for (const Binding& row : rows) {
         for (size_t i = 0; i < row.outputs_.size(); ++i) {
-            outputs.emplace_back(row.bound_[row.inputs_.size() + i].tensor, row.outputNames_[i]);
+            outputs.emplace_back(row.bound_[row.inputs_.size() + i].tensor, &row.outputNames_[i]);
         }
     }
     checkApart(std::move(outputs));

@@ -90,16 +90,15 @@ Model::~Model() = default;
 // The hooks raise nothing: what was refused on the way becomes their status.
 template <typename Work>
 MireloStatus Model::statusOf(const Work& work) const {
+    MireloStatus status;
     try {
         work();
-        MireloStatus status;
         status.setCode(SUCCESS);  // the empty description is there already
-        return status;
     } catch (...) {
-        MireloStatus status = getStatusFromCurrentException();
+        status = getStatusFromCurrentException();
         if (status.getCode() == ML_FRAMEWORK_ERROR) log(LogSeverity::Error, status.getDescription());
-        return status;
     }
+    return status;
 }
 
 // What was done is not undone by how it is shown: nothing that happens here disturbs the operation.
@@ -171,21 +170,26 @@ MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
 
 MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {
     return statusOf([&] {
-        const std::shared_ptr<Network>& network = loadedNetwork();
-        std::shared_ptr<Binding> last = std::exchange(lastPrediction_, nullptr);  // gone when something raises
+        loadedNetwork();
+        std::unique_ptr<Binding> last = std::move(lastPrediction_);  // gone when something raises
         if (last != nullptr && last->stillFits(inputs, outputs)) {
             last->runAgain();
             reportMemory();
-            lastPrediction_ = std::move(last);
-            return;
+        } else {
+            last = predictAnew(inputs, outputs);
         }
-        Outputs results = outputs;
-        auto binding = std::make_shared<Binding>(network, inputs, results, network->batchSize());
-        binding->run();
-        reportMemory();
-        outputs = std::move(results);
-        if (binding->release(inputs, outputs)) lastPrediction_ = std::move(binding);
+        lastPrediction_ = std::move(last);
     });
+}
+
+std::unique_ptr<Binding> Model::predictAnew(const Inputs& inputs, Outputs& outputs) const {
+    Outputs results = outputs;
+    auto binding = std::make_unique<Binding>(network_, inputs, results, network_->batchSize());
+    binding->run();
+    reportMemory();
+    outputs = std::move(results);
+    if (!binding->release(inputs, outputs)) binding.reset();
+    return binding;
 }
 
 MireloStatus Model::onPredictBatch(const Inputs& inputs, Outputs& outputs) const {

@@ -125,9 +125,10 @@ class Network {
     Ports inputs_;
     Ports outputs_;
     cv::dnn::Net net_;
-    std::vector<int> depths_;           // the element type of each input, as it was set last
-    std::vector<size_t> engineInputs_;  // the engine's index of each input
-    std::vector<int> engineOutputs_;    // the engine's id of the layer behind each output
+    std::vector<int> depths_;               // the element type of each input, as it was set last
+    std::vector<size_t> engineInputs_;      // the engine's index of each input
+    std::vector<std::string> engineNames_;  // what the engine is told of each input: nothing where there is one only
+    std::vector<int> engineOutputs_;        // the engine's id of the layer behind each output
     int64_t batchSize_ = 1;
     EngineShapes inferredFor_;
     EngineShapes inferred_;

@@ -114,12 +114,14 @@ class MIRELO_OPENCV_API Model : public MireloModel {
     template <typename Work>
     MireloStatus statusOf(const Work& work) const;
     const std::shared_ptr<Network>& loadedNetwork() const;
+    /// @return what the same features need not have prepared again; null where that can't be known
+    std::unique_ptr<Binding> predictAnew(const Inputs& inputs, Outputs& outputs) const;
     void reportMemory() const;
     void log(LogSeverity severity, const std::string& message) const;
 
     MireloConfig config_;
     std::shared_ptr<Network> network_;                      // empty while not loaded; bindings share it
-    mutable std::shared_ptr<Binding> lastPrediction_;       // of the features that predict was given last
+    mutable std::unique_ptr<Binding> lastPrediction_;       // of the features that predict was given last
     mutable std::weak_ptr<ModelRuntimeStatus> reportedTo_;  // the record that knows of reportedBytes_
     mutable uint64_t reportedBytes_ = 0;
 };

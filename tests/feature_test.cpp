@@ -133,6 +133,18 @@ TEST(Batch, TakesItsFeaturesInAnyOrder) {
     } while (std::next_permutation(letters.begin(), letters.end()));
 }
 
+TEST(Batch, TakesAnyNumberOfInputs) {
+    std::string letters;
+    for (char letter = ' '; letter <= '~'; ++letter) letters += letter;
+    const MireloBatch batch(featuresOf(letters + std::string(letters.rbegin(), letters.rend())));
+    EXPECT_EQ(batch.getFeatureSet().features.size(), 2U);
+    for (const char letter : letters) {
+        const std::string name(1, letter);
+        EXPECT_EQ(wordOf(batch.getSortedFetures({named(name)})), name + "0" + name + "1");
+    }
+    EXPECT_THROW(batch.getSortedFetures({named("")}), std::out_of_range);
+}
+
 TEST(Batch, OfNothingIsEmptyAndUnevenOrNullOnesAreRefused) {
     const MireloBatch empty(Flat{});
     EXPECT_TRUE(empty.getFeatureSet().features.empty() && empty.getSortedFetures({}).empty());

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace TarnoMirelo {
@@ -105,7 +104,7 @@ class MIRELO_API ModelFeatureDescriptor {
     const TensorDescriptor& tensorDescriptor() const;
 
  private:
-    friend class MireloBatch;  // reads names without a copy
+    friend class FeatureGroups;  // reads names without a copy
 
     MireloFeatureType type_ = MireloFeatureType::Undefined;
     bool required_ = true;
@@ -159,7 +158,7 @@ class MIRELO_API MireloFeature : public std::enable_shared_from_this<MireloFeatu
     MireloFeatureType type() const;
 
  private:
-    friend class MireloBatch;  // as the descriptor's
+    friend class FeatureGroups;  // as the descriptor's
 
     ModelFeatureDescriptor descriptor_;
 };
@@ -299,15 +298,22 @@ struct MireloFeatureSet {
     std::vector<std::vector<std::shared_ptr<const MireloFeature>>> features;
 };
 
+/// What a batch holds; internal.
+class FeatureGroups;
+
 /// A flat list of input features in which names repeat, grouped by name: several values for each input of a model.
 ///
-/// A batch does not change once it is built, so several threads may read one. It shares the features.
+/// A batch does not change once it is built, so several threads may read one, and copies share what they hold. It
+/// shares the features.
 class MIRELO_API MireloBatch {
  public:
     /// @param features  no null pointers; the n-th feature of a name belongs to row n
     /// Raises `Exception` with `INVALID_TYPE` when one name has more features than another, `InvalidArgumentsException`
     /// for a null pointer.
     explicit MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features);
+    MireloBatch(const MireloBatch&) = default;
+    MireloBatch& operator=(const MireloBatch&) = default;
+    ~MireloBatch();
 
     /// Whether a name repeats. Raises `InvalidArgumentsException` for a null pointer before the first repetition.
     static bool isBatch(const std::vector<std::shared_ptr<const MireloFeature>>& features);
@@ -321,10 +327,7 @@ class MIRELO_API MireloBatch {
         const std::vector<ModelFeatureDescriptor>& descriptors) const;
 
  private:
-    using Group = std::vector<std::shared_ptr<const MireloFeature>>;
-    static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
-
-    std::unordered_map<std::string, Group> groups_;
+    std::shared_ptr<const FeatureGroups> groups_;
 };
 
 }  // namespace TarnoMirelo

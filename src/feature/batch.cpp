@@ -1,61 +1,130 @@
 #include <TarnoMirelo/feature.h>
 
+#include <algorithm>
+#include <stdexcept>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
 
 namespace TarnoMirelo {
+namespace {
 
-const std::string& MireloBatch::nameOf(const std::shared_ptr<const MireloFeature>& feature) {
+using Features = std::vector<std::shared_ptr<const MireloFeature>>;
+
+}  // namespace
+
+// A hash map from a name to its features. All of them lie in one list, group behind group: that many lists, or a map of
+// that many nodes, would take as long for their allocations as a small batch takes for all the rest.
+class FeatureGroups {
+ public:
+    explicit FeatureGroups(Features features);
+
+    size_t count() const { return names_.size(); }
+    size_t rowCount() const { return names_.empty() ? 0 : features_.size() / names_.size(); }
+
+    using Group = Features::const_iterator;  // the first of rowCount()
+    Group operator[](size_t index) const { return features_.begin() + static_cast<ptrdiff_t>(index * rowCount()); }
+    /// Raises `std::out_of_range` where there is none of that name.
+    Group at(const ModelFeatureDescriptor& descriptor) const;
+
+    static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
+
+ private:
+    size_t indexOf(std::string_view name);
+    size_t placeOf(std::string_view name) const;
+    void makePlaces(size_t count);
+
+    Features features_;
+    std::vector<std::string_view> names_;  // of the groups, in the order in which they came; the features keep them
+    std::vector<size_t> places_;  // by the hash of a name, or behind: its group's index and 1; 0 where there is none
+};
+
+FeatureGroups::FeatureGroups(Features features) : features_(std::move(features)) {
+    makePlaces(16);
+    names_.reserve(places_.size() / 2);
+    std::vector<size_t> indices(features_.size());  // the group of each feature
+    std::vector<size_t> sizes;                      // of the groups
+    sizes.reserve(names_.capacity());
+    size_t next = 0;
+    for (size_t i = 0; i < features_.size(); ++i) {
+        // Most lists go through the same names again and again.
+        const std::string_view name = nameOf(features_[i]);
+        const size_t index = next < names_.size() && names_[next] == name ? next : indexOf(name);
+        if (index == sizes.size()) sizes.push_back(0);
+        ++sizes[index];
+        indices[i] = index;
+        next = index + 1 < names_.size() ? index + 1 : 0;
+    }
+    const size_t rows = rowCount();
+    if (std::any_of(sizes.begin(), sizes.end(), [rows](size_t size) { return size != rows; })) {
+        throw Exception("An uneven number of batches per input", INVALID_TYPE);
+    }
+    if (rows <= 1) return;  // in their order as they are
+    Features grouped(features_.size());
+    for (size_t i = features_.size(); i-- > 0;) {
+        const size_t index = indices[i];
+        grouped[index * rows + --sizes[index]].swap(features_[i]);
+    }
+    features_ = std::move(grouped);
+}
+
+FeatureGroups::Group FeatureGroups::at(const ModelFeatureDescriptor& descriptor) const {
+    const size_t index = places_[placeOf(descriptor.name_)];
+    if (index == 0) throw std::out_of_range("The batch has no feature of that name");
+    return (*this)[index - 1];
+}
+
+// The group of that name, which is made where there is none.
+size_t FeatureGroups::indexOf(std::string_view name) {
+    size_t place = placeOf(name);
+    if (places_[place] == 0) {
+        if (2 * names_.size() >= places_.size()) {
+            makePlaces(2 * places_.size());
+            place = placeOf(name);
+        }
+        names_.push_back(name);
+        places_[place] = names_.size();
+    }
+    return places_[place] - 1;
+}
+
+// Where the name's group is found, or would be.
+size_t FeatureGroups::placeOf(std::string_view name) const {
+    const size_t mask = places_.size() - 1;
+    size_t place = std::hash<std::string_view>()(name) & mask;
+    while (places_[place] != 0 && names_[places_[place] - 1] != name) place = (place + 1) & mask;
+    return place;
+}
+
+// @param count  a power of two, twice as many as there are groups or more, so that runs of taken places are short
+void FeatureGroups::makePlaces(size_t count) {
+    places_.assign(count, 0);
+    for (size_t i = 0; i < names_.size(); ++i) places_[placeOf(names_[i])] = i + 1;
+}
+
+const std::string& FeatureGroups::nameOf(const std::shared_ptr<const MireloFeature>& feature) {
     if (feature == nullptr) throw InvalidArgumentsException("A feature of a batch must not be null");
     return feature->descriptor_.name_;
 }
 
-MireloBatch::MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features) {
-    // Most lists repeat their first row; the second is remembered, and tells the group to come without a look-up.
-    std::vector<std::pair<const std::string, Group>*> row;
-    size_t place = 0;
-    bool hasRoom = false;
-    for (auto& feature : features) {
-        const std::string& name = nameOf(feature);
-        const bool isRemembered = !row.empty() && row.size() == groups_.size();
-        std::pair<const std::string, Group>* group = isRemembered ? row[place] : nullptr;
-        if (group == nullptr || group->first != name) {
-            const auto [found, isNew] = groups_.try_emplace(name);
-            group = &*found;
-            if (!isNew && !isRemembered) {
-                if (row.empty()) row.reserve(groups_.size());
-                place = row.size();
-                row.push_back(group);
-            }
-        } else if (place == 0 && row.size() > 1 && !std::exchange(hasRoom, true)) {  // the third row begins
-            for (auto* const each : row) each->second.reserve(features.size() / row.size());
-        }
-        group->second.push_back(std::move(feature));
-        if (++place >= row.size()) place = 0;
-    }
-    for (const auto& [name, group] : groups_) {
-        if (group.size() != groups_.begin()->second.size()) {
-            throw Exception("An uneven number of batches per input", INVALID_TYPE);
-        }
-    }
-}
+MireloBatch::MireloBatch(Features features) : groups_(std::make_shared<const FeatureGroups>(std::move(features))) {}
+MireloBatch::~MireloBatch() = default;
 
-bool MireloBatch::isBatch(const std::vector<std::shared_ptr<const MireloFeature>>& features) {
+bool MireloBatch::isBatch(const Features& features) {
     std::unordered_set<std::string_view> names;
     for (const auto& feature : features) {
-        if (!names.insert(nameOf(feature)).second) return true;
+        if (!names.insert(FeatureGroups::nameOf(feature)).second) return true;
     }
     return false;
 }
 
 MireloFeatureSet MireloBatch::getFeatureSet() const {
     MireloFeatureSet set;
-    if (groups_.empty()) return set;
-    set.features.resize(groups_.begin()->second.size());
-    for (auto& row : set.features) row.reserve(groups_.size());
-    for (const auto& [name, group] : groups_) {
-        for (size_t i = 0; i < group.size(); ++i) set.features[i].push_back(group[i]);
+    set.features.resize(groups_->rowCount());
+    for (auto& row : set.features) row.reserve(groups_->count());
+    for (size_t i = 0; i < groups_->count(); ++i) {
+        auto feature = (*groups_)[i];
+        for (auto& row : set.features) row.push_back(*feature++);
     }
     return set;
 }
@@ -63,10 +132,11 @@ MireloFeatureSet MireloBatch::getFeatureSet() const {
 std::vector<std::shared_ptr<MireloFeature>> MireloBatch::getSortedFetures(
     const std::vector<ModelFeatureDescriptor>& descriptors) const {
     std::vector<std::shared_ptr<MireloFeature>> sorted;
-    if (!groups_.empty()) sorted.reserve(descriptors.size() * groups_.begin()->second.size());
+    sorted.reserve(descriptors.size() * groups_->rowCount());
     for (const auto& descriptor : descriptors) {
-        for (const auto& feature : groups_.at(descriptor.name_)) {
-            sorted.push_back(std::const_pointer_cast<MireloFeature>(feature));
+        auto feature = groups_->at(descriptor);
+        for (size_t row = 0; row < groups_->rowCount(); ++row) {
+            sorted.push_back(std::const_pointer_cast<MireloFeature>(*feature++));
         }
     }
     return sorted;

@@ -44,8 +44,9 @@ void addReads(const std::string& sizeName, size_t size) {
         for (size_t left = size; left > 0; left -= block.size()) written.write(block.data(), block.size());
     }
     const auto add = [&](const std::string& reader, Side side, auto work) {
-        auto* const added = measure(reader + ", " + sizeName, side, [work] { benchmark::DoNotOptimize(work()); });
-        if (size > 64 * kMebibyte) added->Iterations(1)->Repetitions(side == Side::Instead ? 1 : 6);
+        const int repetitions = size > 64 * kMebibyte ? 8 : 0;
+        measure(
+            reader + ", " + sizeName, side, [work] { benchmark::DoNotOptimize(work()); }, repetitions);
     };
     add("readBinaryFileToBuffer", Side::Ours, [=] {
         uint64_t bytes = 0;
@@ -183,9 +184,7 @@ void addExtraction(const std::string& sizeName, size_t files, size_t size) {
         if (!status.ok()) throw std::runtime_error("the archive can't be extracted");
     };
     const auto add = [&](const std::string& operation, Side side, auto work) {
-        measure(operation + ", " + sizeName, side, emptyDirectory, work)
-            ->Iterations(1)
-            ->Repetitions(size > kMebibyte ? 8 : 40);
+        measurePrepared(operation + ", " + sizeName, side, emptyDirectory, work, size > kMebibyte ? 18 : 45);
     };
     const auto addBesides = [&](const std::string& operation) {
         add(operation, Side::Limit, [=] { writeFiles(*archive, directory, paths); });

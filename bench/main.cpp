@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
     Bench::addBatches();
     Bench::addManager();
     Bench::addLogging();
+    Bench::registerRows();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

@@ -2,45 +2,65 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <time.h>
 
-/// What the families of benchmarks share. A row of the table compares two or three benchmarks, its sides, that are told
-/// apart by their names: "<row>|ours", "<row>|limit", "<row>|instead".
+/// What the families of benchmarks share.
 namespace Bench {
 
+/// A row of the table compares two or three sides.
 enum class Side {
     Ours,     ///< the library
     Limit,    ///< the least that any program would have to do
     Instead,  ///< what a user would pick in its place
 };
 
-/// The name of a side's benchmark.
-inline std::string nameOf(const std::string& row, Side side) {
-    constexpr const char* kSides[] = {"ours", "limit", "instead"};
-    return row + "|" + kSides[static_cast<int>(side)];
+/// The CPU time that this thread has taken so far, in seconds.
+inline double cpuTime() {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
+
+/// Does a side's work as often as it is told, and returns the CPU time that it took.
+using TimedWork = std::function<double(size_t calls)>;
+
+/// As below, for work that is timed already.
+/// @param repetitions  that many rounds; 0 for as many as are usual
+void addSide(const std::string& row, Side side, TimedWork work, int repetitions);
 
 /// Has `work` measured, a callable without arguments that does the work once.
 template <typename Work>
-benchmark::internal::Benchmark* measure(const std::string& row, Side side, Work work) {
-    return benchmark::RegisterBenchmark(nameOf(row, side).c_str(), [work](benchmark::State& state) mutable {
-        for ([[maybe_unused]] auto _ : state) work();
-    });
+void measure(const std::string& row, Side side, Work work, int repetitions = 0) {
+    const auto timed = [work](size_t calls) mutable {
+        const double start = cpuTime();
+        for (size_t i = 0; i < calls; ++i) work();
+        return cpuTime() - start;
+    };
+    addSide(row, side, timed, repetitions);
 }
 
 /// As above, with `prepare` called before each time and not measured.
 template <typename Prepare, typename Work>
-benchmark::internal::Benchmark* measure(const std::string& row, Side side, Prepare prepare, Work work) {
-    return benchmark::RegisterBenchmark(nameOf(row, side).c_str(), [prepare, work](benchmark::State& state) mutable {
-        for ([[maybe_unused]] auto _ : state) {
-            state.PauseTiming();
+void measurePrepared(const std::string& row, Side side, Prepare prepare, Work work, int repetitions = 0) {
+    const auto timed = [prepare, work](size_t calls) mutable {
+        double time = 0;
+        for (size_t i = 0; i < calls; ++i) {
             prepare();
-            state.ResumeTiming();
+            const double start = cpuTime();
             work();
+            time += cpuTime() - start;
         }
-    });
+        return time;
+    };
+    addSide(row, side, timed, repetitions);
 }
+
+/// Hands the rows to Google Benchmark, once all of them are there.
+void registerRows();
 
 /// A directory in the memory file system, gone at the program's end.
 const std::filesystem::path& scratchDirectory();

@@ -313,7 +313,6 @@ class MIRELO_API MireloBatch {
     explicit MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features);
     MireloBatch(const MireloBatch&) = default;
     MireloBatch& operator=(const MireloBatch&) = default;
-    ~MireloBatch();
 
     /// Whether a name repeats. Raises `InvalidArgumentsException` for a null pointer before the first repetition.
     static bool isBatch(const std::vector<std::shared_ptr<const MireloFeature>>& features);

@@ -20,12 +20,13 @@ class FeatureGroups {
     explicit FeatureGroups(Features features);
 
     size_t count() const { return names_.size(); }
-    size_t rowCount() const { return names_.empty() ? 0 : features_.size() / names_.size(); }
+    size_t rowCount() const { return rowCount_; }
 
     using Group = Features::const_iterator;  // the first of rowCount()
-    Group operator[](size_t index) const { return features_.begin() + static_cast<ptrdiff_t>(index * rowCount()); }
-    /// Raises `std::out_of_range` where there is none of that name.
-    Group at(const ModelFeatureDescriptor& descriptor) const;
+    Group operator[](size_t index) const { return features_.begin() + static_cast<ptrdiff_t>(index * rowCount_); }
+    /// The group of that descriptor's name; raises `std::out_of_range` where there is none.
+    /// @param likely  where to look first
+    Group at(const ModelFeatureDescriptor& descriptor, size_t likely) const;
 
     static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
 
@@ -35,6 +36,7 @@ class FeatureGroups {
     void makePlaces(size_t count);
 
     Features features_;
+    size_t rowCount_ = 0;
     std::vector<std::string_view> names_;  // of the groups, in the order in which they came; the features keep them
     std::vector<size_t> places_;  // by the hash of a name, or behind: its group's index and 1; 0 where there is none
 };
@@ -55,10 +57,11 @@ FeatureGroups::FeatureGroups(Features features) : features_(std::move(features))
         indices[i] = index;
         next = index + 1 < names_.size() ? index + 1 : 0;
     }
-    const size_t rows = rowCount();
+    const size_t rows = sizes.empty() ? 0 : sizes.front();
     if (std::any_of(sizes.begin(), sizes.end(), [rows](size_t size) { return size != rows; })) {
         throw Exception("An uneven number of batches per input", INVALID_TYPE);
     }
+    rowCount_ = rows;
     if (rows <= 1) return;  // in their order as they are
     Features grouped(features_.size());
     for (size_t i = features_.size(); i-- > 0;) {
@@ -68,7 +71,8 @@ FeatureGroups::FeatureGroups(Features features) : features_(std::move(features))
     features_ = std::move(grouped);
 }
 
-FeatureGroups::Group FeatureGroups::at(const ModelFeatureDescriptor& descriptor) const {
+FeatureGroups::Group FeatureGroups::at(const ModelFeatureDescriptor& descriptor, size_t likely) const {
+    if (likely < names_.size() && names_[likely] == descriptor.name_) return (*this)[likely];
     const size_t index = places_[placeOf(descriptor.name_)];
     if (index == 0) throw std::out_of_range("The batch has no feature of that name");
     return (*this)[index - 1];
@@ -108,7 +112,6 @@ const std::string& FeatureGroups::nameOf(const std::shared_ptr<const MireloFeatu
 }
 
 MireloBatch::MireloBatch(Features features) : groups_(std::make_shared<const FeatureGroups>(std::move(features))) {}
-MireloBatch::~MireloBatch() = default;
 
 bool MireloBatch::isBatch(const Features& features) {
     std::unordered_set<std::string_view> names;
@@ -133,8 +136,8 @@ std::vector<std::shared_ptr<MireloFeature>> MireloBatch::getSortedFetures(
     const std::vector<ModelFeatureDescriptor>& descriptors) const {
     std::vector<std::shared_ptr<MireloFeature>> sorted;
     sorted.reserve(descriptors.size() * groups_->rowCount());
-    for (const auto& descriptor : descriptors) {
-        auto feature = groups_->at(descriptor);
+    for (size_t i = 0; i < descriptors.size(); ++i) {
+        auto feature = groups_->at(descriptors[i], i);  // most lists begin with a row in the descriptors' order
         for (size_t row = 0; row < groups_->rowCount(); ++row) {
             sorted.push_back(std::const_pointer_cast<MireloFeature>(*feature++));
         }

@@ -1,6 +1,7 @@
 // The manifest as JSON: reading the file, and what each member means.
 
 #include "feature/feature_names.h"
+#include "files/platform.h"
 #include "tensor/data_type.h"
 
 #include <TarnoMirelo/manifest.h>
@@ -45,13 +46,12 @@ using JsonValue = Json::ValueType;
 // The text of a file with a NUL behind it, empty where it can't be read: the parser looks for the NUL instead of asking
 // at each character whether there is one.
 std::unique_ptr<char[]> readWhole(const Filepath& path) {
-    static FileUtils files;
-    uint64_t size = 0;
-    const std::unique_ptr<char[]> bytes = files.readBinaryFileToBuffer(path, size);
-    if (bytes == nullptr) return nullptr;
-    std::unique_ptr<char[]> text(new char[static_cast<size_t>(size) + 1]);
-    std::copy_n(bytes.get(), size, text.get());
-    text[size] = '\0';
+    Platform::InputFile file(path.c_str(), Platform::PathText::Wide);
+    const std::optional<uint64_t> size = file.size();
+    if (!size) return nullptr;
+    std::unique_ptr<char[]> text(new char[*size + 1]);
+    const uint64_t read = file.read(text.get(), *size);
+    std::fill(text.get() + read, text.get() + *size + 1, '\0');
     return text;
 }
 
@@ -100,6 +100,13 @@ const char* findText(const JsonValue& object, Name<size> name) {
     return value != nullptr && value->IsString() ? value->GetString() : nullptr;
 }
 
+// Likewise, empty where there is none.
+template <size_t size>
+const char* textOf(const JsonValue& object, Name<size> name) {
+    const char* const text = findText(object, name);
+    return text == nullptr ? "" : text;
+}
+
 template <size_t size>
 void readText(const JsonValue& object, Name<size> name, std::string& into) {
     if (const char* const text = findText(object, name)) into = text;
@@ -128,8 +135,7 @@ TensorDescriptor readTensorDescriptor(const JsonValue& feature, TensorShape& sha
     const JsonValue* const tensor = findObject(feature, "tensor");
     if (tensor == nullptr) return {};
     readShape(*tensor, shape);
-    const char* const dataType = findText(*tensor, "dataType");
-    return {shape, findDataType(dataType == nullptr ? "" : dataType).value_or(DataType::Undefined)};
+    return {shape, findDataType(textOf(*tensor, "dataType")).value_or(DataType::Undefined)};
 }
 
 template <size_t size>
@@ -164,18 +170,17 @@ class FeatureReader {
 
  private:
     void readFeature(const JsonValue& feature) {
-        std::string& name = names_.emplace_back();
-        std::string description;
-        readText(feature, "name", name);
-        readText(feature, "description", description);
+        const char* const name = textOf(feature, "name");
+        const char* const description = textOf(feature, "description");
+        names_.emplace_back(name);
         const JsonValue* const flag = findMember(feature, "required");
         const bool required = flag == nullptr || !flag->IsBool() || flag->GetBool();
         const auto type = readEnumerator(feature, "featureType", kFeatureTypeNames, MireloFeatureType::Undefined);
         if (type == MireloFeatureType::Image) {
-            features_.emplace_back(type, required, name, std::move(description), readImageDescriptor(feature));
+            features_.emplace_back(type, required, name, description, readImageDescriptor(feature));
         } else {
             features_.emplace_back(
-                type, required, name, std::move(description),
+                type, required, name, description,
                 type == MireloFeatureType::Tensor ? readTensorDescriptor(feature, shape_) : TensorDescriptor());
         }
     }

@@ -11,6 +11,8 @@ namespace {
 
 using Features = std::vector<std::shared_ptr<const MireloFeature>>;
 
+[[noreturn]] void refuseNull() { throw InvalidArgumentsException("A feature of a batch must not be null"); }
+
 }  // namespace
 
 // A hash map from a name to its features. All of them lie in one list, group behind group: that many lists, or a map of
@@ -31,13 +33,13 @@ class FeatureGroups {
     static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
 
  private:
-    size_t indexOf(std::string_view name);
-    size_t placeOf(std::string_view name) const;
+    size_t indexOf(const std::string& name);
+    size_t placeOf(const std::string& name) const;
     void makePlaces(size_t count);
 
     Features features_;
     size_t rowCount_ = 0;
-    std::vector<std::string_view> names_;  // of the groups, in the order in which they came; the features keep them
+    std::vector<const std::string*> names_;  // of the groups, in the order in which they came; the features own them
     std::vector<size_t> places_;  // by the hash of a name, or behind: its group's index and 1; 0 where there is none
 };
 
@@ -50,8 +52,8 @@ FeatureGroups::FeatureGroups(Features features) : features_(std::move(features))
     size_t next = 0;
     for (size_t i = 0; i < features_.size(); ++i) {
         // Most lists go through the same names again and again.
-        const std::string_view name = nameOf(features_[i]);
-        const size_t index = next < names_.size() && names_[next] == name ? next : indexOf(name);
+        const std::string& name = nameOf(features_[i]);
+        const size_t index = next < names_.size() && *names_[next] == name ? next : indexOf(name);
         if (index == sizes.size()) sizes.push_back(0);
         ++sizes[index];
         indices[i] = index;
@@ -72,42 +74,42 @@ FeatureGroups::FeatureGroups(Features features) : features_(std::move(features))
 }
 
 FeatureGroups::Group FeatureGroups::at(const ModelFeatureDescriptor& descriptor, size_t likely) const {
-    if (likely < names_.size() && names_[likely] == descriptor.name_) return (*this)[likely];
+    if (likely < names_.size() && *names_[likely] == descriptor.name_) return (*this)[likely];
     const size_t index = places_[placeOf(descriptor.name_)];
     if (index == 0) throw std::out_of_range("The batch has no feature of that name");
     return (*this)[index - 1];
 }
 
 // The group of that name, which is made where there is none.
-size_t FeatureGroups::indexOf(std::string_view name) {
+size_t FeatureGroups::indexOf(const std::string& name) {
     size_t place = placeOf(name);
     if (places_[place] == 0) {
         if (2 * names_.size() >= places_.size()) {
             makePlaces(2 * places_.size());
             place = placeOf(name);
         }
-        names_.push_back(name);
+        names_.push_back(&name);
         places_[place] = names_.size();
     }
     return places_[place] - 1;
 }
 
 // Where the name's group is found, or would be.
-size_t FeatureGroups::placeOf(std::string_view name) const {
+size_t FeatureGroups::placeOf(const std::string& name) const {
     const size_t mask = places_.size() - 1;
-    size_t place = std::hash<std::string_view>()(name) & mask;
-    while (places_[place] != 0 && names_[places_[place] - 1] != name) place = (place + 1) & mask;
+    size_t place = std::hash<std::string>()(name) & mask;
+    while (places_[place] != 0 && *names_[places_[place] - 1] != name) place = (place + 1) & mask;
     return place;
 }
 
 // @param count  a power of two, twice as many as there are groups or more, so that runs of taken places are short
 void FeatureGroups::makePlaces(size_t count) {
     places_.assign(count, 0);
-    for (size_t i = 0; i < names_.size(); ++i) places_[placeOf(names_[i])] = i + 1;
+    for (size_t i = 0; i < names_.size(); ++i) places_[placeOf(*names_[i])] = i + 1;
 }
 
 const std::string& FeatureGroups::nameOf(const std::shared_ptr<const MireloFeature>& feature) {
-    if (feature == nullptr) throw InvalidArgumentsException("A feature of a batch must not be null");
+    if (feature == nullptr) refuseNull();
     return feature->descriptor_.name_;
 }
 

@@ -3,7 +3,9 @@
 #include "measure.h"
 
 #include <cstdlib>
+#include <map>
 #include <stdexcept>
+#include <string>
 
 namespace Bench {
 namespace {
@@ -36,6 +38,14 @@ void settleAllocator() {
     std::free(block);
 }
 
+const std::map<std::string, void (*)()>& families() {
+    static const std::map<std::string, void (*)()> all{
+        {"archives", addArchives}, {"batches", addBatches}, {"digits", addDigits},
+        {"files", addFiles},       {"idle", addIdleCalls},  {"logging", addLogging},
+        {"manager", addManager},   {"memory", addMemory},   {"manifests", addManifests}};
+    return all;
+}
+
 }  // namespace
 
 const std::filesystem::path& scratchDirectory() {
@@ -45,21 +55,18 @@ const std::filesystem::path& scratchDirectory() {
 
 }  // namespace Bench
 
+// Arguments: the families to measure, and options of Google Benchmark.
 // What is raised ends the program. NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     Bench::settleAllocator();
     Bench::scratchDirectory();
-    Bench::addModelCalls();
-    Bench::addManifests();
-    Bench::addMemory();
-    Bench::addFiles();
-    Bench::addArchives();
-    Bench::addBatches();
-    Bench::addManager();
-    Bench::addLogging();
-    Bench::registerRows();
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    for (int i = 1; i < argc; ++i) {
+        const auto family = Bench::families().find(argv[i]);
+        if (family == Bench::families().end()) throw std::invalid_argument(argv[i]);
+        family->second();
+    }
+    Bench::registerRows();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -23,6 +24,19 @@ inline double cpuTime() {
     timespec time{};
     ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+/// What lies between two calls of `cpuTime` at the least.
+inline double clockCost() {
+    static const double least = [] {
+        double time = 1;
+        for (int i = 0; i < 10000; ++i) {
+            const double start = cpuTime();
+            time = std::min(time, cpuTime() - start);
+        }
+        return time;
+    }();
+    return least;
 }
 
 /// Does a side's work as often as it is told, and returns the CPU time that it took.
@@ -52,7 +66,7 @@ void measurePrepared(const std::string& row, Side side, Prepare prepare, Work wo
             prepare();
             const double start = cpuTime();
             work();
-            time += cpuTime() - start;
+            time += cpuTime() - start - clockCost();
         }
         return time;
     };
@@ -65,7 +79,8 @@ void registerRows();
 /// A directory in the memory file system, gone at the program's end.
 const std::filesystem::path& scratchDirectory();
 
-void addModelCalls();
+void addIdleCalls();
+void addDigits();
 void addManifests();
 void addMemory();
 void addFiles();

@@ -8,8 +8,9 @@ function(sdk_core_warnings target)
     endif()
 endfunction()
 
-# What is shipped is optimised as a whole, and calls its own functions directly: nobody puts others in their place. Those
-# of other libraries are called without a detour through a table of jumps, which a busy processor has forgotten each time.
+# What is shipped is optimised as a whole, and calls its own functions directly: nobody puts others in their place.
+# Those of other libraries are called without a detour through a table of jumps, which a busy processor has forgotten
+# each time.
 function(sdk_core_optimisation target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND UNIX)
         set_target_properties(${target} PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)

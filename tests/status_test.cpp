@@ -46,6 +46,10 @@ TEST(Exceptions, BecomeTheStatusThatTheyCarry) {
     EXPECT_EQ(convert(InvalidTensorDataTypeException("x")) + convert(ModelMetaDataException("x")), "9: x12: x");
     EXPECT_EQ(convert(MLFrameworkException("x")) + convert(RangeException("")), "13: x14: ");
     EXPECT_EQ(convert(std::out_of_range("standard")) + convert(7), "2: standard2: unknown error occured");
+    struct Mute : std::exception {
+        const char* what() const noexcept override { return nullptr; }
+    };
+    EXPECT_EQ(convert(Mute()), "2: ");
     EXPECT_THROW(throw FileException("x"), std::exception);
 }
 

@@ -311,6 +311,7 @@ class MIRELO_API MireloBatch {
     /// Raises `Exception` with `INVALID_TYPE` when one name has more features than another, `InvalidArgumentsException`
     /// for a null pointer.
     explicit MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features);
+    // No moves: no batch is ever without its features.
     MireloBatch(const MireloBatch&) = default;
     MireloBatch& operator=(const MireloBatch&) = default;
 

@@ -13,6 +13,8 @@
 
 namespace TarnoMirelo {
 
+enum class MireloModelType : uint64_t;
+
 /// What became of an operation. The numbers are fixed: hosts compare them and usage properties spell them out. Numbers
 /// between the listed ones are unassigned.
 enum STATUS_CODE : int32_t {
@@ -78,9 +80,9 @@ class MireloStatus {
     struct UsageStamp {
         using Writer = void (*)(const UsageStamp& stamp, PropertyMap& properties);
 
-        Writer write = nullptr;                        // adds the properties whose keys are absent
-        const char* method = nullptr;                  // constant text
-        const char* modelType = nullptr;               // likewise
+        Writer write = nullptr;        // adds the properties whose keys are absent
+        const char* method = nullptr;  // constant text
+        MireloModelType modelType{};
         STATUS_CODE code = UNKNOWN_ERROR;              // the status's code when it was stamped
         std::shared_ptr<const std::string> modelName;  // null: no stamp; a status that was moved from has none
     };

@@ -1,8 +1,8 @@
-#include "manifest/model_type.h"
+#include <TarnoMirelo/manifest.h>
 
 namespace TarnoMirelo {
 
-const char* modelTypeText(MireloModelType type) {
+std::string ModelTypeToName(MireloModelType type) {
     switch (type) {
         case MireloModelType::CoreML:
             return "CoreML";
@@ -21,7 +21,5 @@ const char* modelTypeText(MireloModelType type) {
     }
     return "Undefined";
 }
-
-std::string ModelTypeToName(MireloModelType type) { return modelTypeText(type); }
 
 }  // namespace TarnoMirelo

@@ -1,7 +1,5 @@
 #include "model/usage.h"
 
-#include "manifest/model_type.h"
-
 namespace TarnoMirelo {
 namespace {
 
@@ -29,7 +27,7 @@ void UsageReporting::addUsageProperties(MireloStatus& status, const char* method
     if (stamp.write != nullptr && stamp.modelName != nullptr) return;
     stamp.method = method;
     stamp.code = status.getCode();
-    stamp.modelType = modelTypeText(modelType);
+    stamp.modelType = modelType;
     stamp.modelName = modelName;
     stamp.write = &write;
 }
@@ -39,7 +37,7 @@ void UsageReporting::write(const MireloStatus::UsageStamp& stamp, MireloStatus::
     properties.emplace("mireloondevice.version", versionText());
     properties.emplace("mireloondevice.method", stamp.method);
     properties.emplace("mireloondevice.status", std::to_string(stamp.code));
-    properties.emplace("mireloondevice.modelType", stamp.modelType);
+    properties.emplace("mireloondevice.modelType", ModelTypeToName(stamp.modelType));
     properties.emplace("mireloondevice.modelName", *stamp.modelName);
 }
 

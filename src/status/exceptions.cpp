@@ -35,7 +35,7 @@ namespace {
 // Callers of the conversion have promised never to raise: short of memory, they still learn the code.
 MireloStatus describe(STATUS_CODE code, const char* text) {
     try {
-        return {code, text};
+        return {code, text == nullptr ? "" : text};
     } catch (const std::bad_alloc&) {
         MireloStatus status;
         status.setCode(code);

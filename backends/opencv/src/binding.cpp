@@ -181,12 +181,15 @@ cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const Engine
     return engine([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), depth, elements); });
 }
 
-void Binding::checkInPlace() const {
-    for (const Bound& bound : bound_) {
-        if (!bound.isInPlace()) {
-            throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
-        }
+bool Binding::isInPlace() const {
+    for (const auto& [tensor, shape, buffer] : bound_) {
+        if (tensor->buffer() != buffer || tensor->shape() != shape) return false;
     }
+    return true;
+}
+
+void Binding::checkInPlace() const {
+    if (!isInPlace()) throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
 }
 
 void Binding::run() {
@@ -227,17 +230,23 @@ bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outp
     return true;
 }
 
+// A feature is told by its address, and by its owner: one that came to the same address later has another, or, where
+// the owner gave the same room to another feature, knows none.
+template <typename Feature>
+bool Binding::Released::isStill(const std::shared_ptr<Feature>& given) const {
+    return given.get() == feature && haveSameOwner(given, owner) && haveSameOwner(given->weak_from_this(), owner);
+}
+
 bool Binding::stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const {
     if (inputs.size() != inputs_.size() || outputs.size() != outputs_.size()) return false;
-    // A feature is told by its address, and by its owner: one that came to the same address later has another, or,
-    // where the owner gave the same room to another feature, knows none.
-    const auto isSame = [](const auto& feature, const Released& released) {
-        return feature.get() == released.feature && haveSameOwner(feature, released.owner) && ownsItself(feature);
-    };
-    const auto outputsReleased = released_.begin() + static_cast<ptrdiff_t>(inputs.size());
-    return std::equal(inputs.begin(), inputs.end(), released_.begin(), isSame) &&
-           std::equal(outputs.begin(), outputs.end(), outputsReleased, isSame) &&
-           std::all_of(bound_.begin(), bound_.end(), [](const Bound& bound) { return bound.isInPlace(); });
+    auto released = released_.begin();
+    for (const auto& input : inputs) {
+        if (!(released++)->isStill(input)) return false;
+    }
+    for (const auto& output : outputs) {
+        if (!(released++)->isStill(output)) return false;
+    }
+    return isInPlace();
 }
 
 bool Binding::hasSameForm(const Binding& other) const {

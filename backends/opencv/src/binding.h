@@ -52,17 +52,19 @@ class Binding final : public MireloModel::MireloBinding {
         const ITensor* tensor;
         TensorShape shape;
         const uint8_t* buffer;
-
-        bool isInPlace() const { return tensor->buffer() == buffer && tensor->shape() == shape; }
     };
     struct Released {
         std::weak_ptr<const MireloFeature> owner;
         const MireloFeature* feature;
+
+        template <typename Feature>
+        bool isStill(const std::shared_ptr<Feature>& given) const;
     };
 
     void wrapInputs(const MireloModel::Inputs& inputs, int64_t rows);
     void wrapOutputs(MireloModel::Outputs& outputs, int64_t rows);
     cv::Mat wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth);
+    bool isInPlace() const;
     void checkInPlace() const;
     void forward();
     bool hasSameForm(const Binding& other) const;

@@ -170,9 +170,8 @@ MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
 
 MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {
     return statusOf([&] {
-        loadedNetwork();
         std::unique_ptr<Binding> last = std::move(lastPrediction_);  // gone when something raises
-        if (last != nullptr && last->stillFits(inputs, outputs)) {
+        if (last != nullptr && last->stillFits(inputs, outputs)) [[likely]] {
             last->runAgain();
             reportMemory();
         } else {
@@ -183,12 +182,13 @@ MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {
 }
 
 std::unique_ptr<Binding> Model::predictAnew(const Inputs& inputs, Outputs& outputs) const {
+    const std::shared_ptr<Network>& network = loadedNetwork();
     Outputs results = outputs;
-    auto binding = std::make_unique<Binding>(network_, inputs, results, network_->batchSize());
+    auto binding = std::make_unique<Binding>(network, inputs, results, network->batchSize());
     binding->run();
     reportMemory();
-    outputs = std::move(results);
-    if (!binding->release(inputs, outputs)) binding.reset();
+    if (!binding->release(inputs, results)) binding.reset();
+    outputs = std::move(results);  // once nothing can fail any more
     return binding;
 }
 

@@ -31,8 +31,8 @@ bool areCountable(const EngineShapes& shapes) {
 
 // As the engine copies, but without its detours where a result fits, which for a few bytes take longer than the bytes.
 void copy(const cv::Mat& result, cv::Mat& output) {
-    if (result.isContinuous() && result.type() == output.type() && result.size == output.size) {
-        std::memcpy(output.data, result.data, output.total() * output.elemSize());
+    if (result.isContinuous() && result.type() == output.type() && result.size == output.size) [[likely]] {
+        std::memcpy(output.data, result.data, static_cast<size_t>(output.dataend - output.data));
     } else {
         result.copyTo(output);
     }
@@ -93,8 +93,7 @@ std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
 Network::Network(const char* onnx, size_t size, const ModelTarget& target)
     : inputs_("Input", target.inputs),
       outputs_("Output", target.outputs),
-      net_(engine([&] { return cv::dnn::readNetFromONNX(onnx, size); })),
-      depths_(inputs_.size(), -1) {
+      net_(engine([&] { return cv::dnn::readNetFromONNX(onnx, size); })) {
     engine([&] {
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
@@ -113,8 +112,7 @@ void Network::locatePorts() {
     for (size_t i = 0; i < inputs_.size(); ++i) {
         const int index = inputLayer->outputNameToIndex(inputs_[i].name);
         if (index < 0) throw ModelMetaDataException(inputs_.about(i, "the network has none of that name"));
-        engineInputs_.push_back(static_cast<size_t>(index));
-        engineNames_.push_back(inputs_.size() == 1 ? "" : inputs_[i].name);
+        engineInputs_.push_back({static_cast<size_t>(index), inputs_.size() == 1 ? "" : inputs_[i].name});
     }
     for (size_t i = 0; i < outputs_.size(); ++i) {
         const int layer = net_.getLayerId(outputs_[i].name);
@@ -185,8 +183,8 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
     if (inputs == inferredFor_) return inferred_;
     EngineShapes ordered(inputs.size());
     for (size_t i = 0; i < inputs.size(); ++i) {
-        ordered.resize(std::max(ordered.size(), engineInputs_[i] + 1));
-        ordered[engineInputs_[i]] = inputs[i];
+        ordered.resize(std::max(ordered.size(), engineInputs_[i].index + 1));
+        ordered[engineInputs_[i].index] = inputs[i];
     }
     EngineShapes outputs;
     uint64_t blobs = 0;
@@ -246,20 +244,20 @@ bool Network::stacks(const EngineShapes& row, int rows) {
 
 // The engine tells a new input from the one before by its shape alone. One of the same shape and another element type
 // would be put aside, and the former one used again; so an input of another shape comes between them.
-void Network::setInput(size_t index, const cv::Mat& input) {
-    if (depths_[index] != input.depth()) {
+void Network::setInput(EngineInput& to, const cv::Mat& input) {
+    if (to.depth != input.depth()) [[unlikely]] {
         EngineShape other(input.size.p, input.size.p + input.dims);
         other.back() = other.back() == 1 ? 2 : 1;
-        net_.setInput(cv::Mat(other, input.type(), cv::Scalar(0)), engineNames_[index]);
-        depths_[index] = input.depth();
+        net_.setInput(cv::Mat(other, input.type(), cv::Scalar(0)), to.name);
+        to.depth = input.depth();
     }
-    net_.setInput(input, engineNames_[index]);
+    net_.setInput(input, to.name);
 }
 
 void Network::forward(const std::vector<cv::Mat>& inputs, const std::vector<std::string>& outputNames,
                       std::vector<cv::Mat>& outputs) {
     engine([&] {
-        for (size_t i = 0; i < inputs.size(); ++i) setInput(i, inputs[i]);
+        for (size_t i = 0; i < inputs.size(); ++i) setInput(engineInputs_[i], inputs[i]);
         if (outputs.size() == 1) {  // the engine has a shorter way for a single one
             copy(net_.forward(outputNames[0]), outputs[0]);
         } else {

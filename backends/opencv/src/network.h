@@ -114,24 +114,29 @@ class Network {
     uint64_t memory() const { return weightBytes_ + blobBytes_; }
 
  private:
+    struct EngineInput {
+        size_t index;      // among the engine's inputs
+        std::string name;  // as the engine is told it: nothing where there is one input only
+        int depth = -1;    // the element type, as it was set last
+    };
+
     void locatePorts();
     void countInputs();
     uint64_t countWeightBytes();
-    void setInput(size_t index, const cv::Mat& input);
+    void setInput(EngineInput& to, const cv::Mat& input);
     bool hasRows() const;
     /// The shapes of the inputs for that many rows by the manifest alone; nothing where a dimension is variable.
     std::optional<EngineShapes> fixedInputs(int rows) const;
 
     Ports inputs_;
     Ports outputs_;
-    cv::dnn::Net net_;
-    std::vector<int> depths_;               // the element type of each input, as it was set last
-    std::vector<size_t> engineInputs_;      // the engine's index of each input
-    std::vector<std::string> engineNames_;  // what the engine is told of each input: nothing where there is one only
-    std::vector<int> engineOutputs_;        // the engine's id of the layer behind each output
+    std::vector<EngineInput> engineInputs_;
+    std::vector<int> engineOutputs_;  // the engine's id of the layer behind each output
     int64_t batchSize_ = 1;
     EngineShapes inferredFor_;
     EngineShapes inferred_;
+    // What every prediction looks at.
+    cv::dnn::Net net_;
     uint64_t inference_ = 0;
     uint64_t weightBytes_ = 0;
     uint64_t blobBytes_ = 0;

@@ -1,6 +1,8 @@
 #include "support/failing_new.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
 #include <new>
 
 namespace {
@@ -8,6 +10,11 @@ namespace {
 constexpr int kNever = -1;
 thread_local int untilFailure = kNever;
 thread_local bool hasFailed = false;
+
+bool isCalledByUs(const void* caller) {
+    Dl_info found{};
+    return ::dladdr(caller, &found) != 0 && std::strstr(found.dli_fname, "/libsdk-core") != nullptr;
+}
 
 }  // namespace
 
@@ -26,7 +33,7 @@ bool stopFailingNew() {
 }  // namespace TarnoMirelo
 
 void* operator new(size_t size) {
-    if (untilFailure != kNever && untilFailure-- == 0) {
+    if (untilFailure != kNever && isCalledByUs(__builtin_return_address(0)) && untilFailure-- == 0) {
         hasFailed = true;
         throw std::bad_alloc();
     }

@@ -2,7 +2,8 @@
 
 namespace TarnoMirelo {
 
-/// Lets one call of operator new fail in this thread, of whatever library of the program, once `count` have worked.
+/// Lets one call of operator new fail in this thread once `count` have worked. Those of other libraries don't count:
+/// the engine loses memory of its own where one of them fails.
 void failNewAfter(int count);
 /// None fails from now on.
 /// @return whether one has

@@ -182,10 +182,9 @@ cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const Engine
 }
 
 bool Binding::isInPlace() const {
-    for (const auto& [tensor, shape, buffer] : bound_) {
-        if (tensor->buffer() != buffer || tensor->shape() != shape) return false;
-    }
-    return true;
+    return std::ranges::all_of(bound_, [](const Bound& bound) {
+        return bound.tensor->buffer() == bound.buffer && bound.tensor->shape() == bound.shape;
+    });
 }
 
 void Binding::checkInPlace() const {

@@ -1,5 +1,4 @@
 #include "support/bare_classes.h"
-#include "support/failing_new.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -158,24 +157,6 @@ TEST_F(OpenCvBackend, ForgetsWhatItPreparedAsSoonAsAnythingChanges) {
     for (const auto& [change, expected] : changes) {
         change();
         EXPECT_EQ(result(predict({a, b})), expected);
-    }
-}
-
-TEST_F(OpenCvBackend, LeavesTheOutputsAloneWhereMemoryRunsOut) {
-    const Inputs inputs{a, b};
-    predict(inputs);  // the engine sets itself up once
-    for (const Outputs& given : {Outputs(), Outputs{feature("y", {1, 3}, Floats(3))}}) {
-        int allocations = 0;
-        for (bool failed = true; failed; ++allocations) {
-            load(*model, kSumTarget);
-            outputs = given;
-            failNewAfter(allocations);
-            const MireloStatus status = model->predict(inputs, outputs);
-            failed = stopFailingNew();
-            EXPECT_TRUE(status.ok() || outputs == given) << allocations << " " << text(status);
-        }
-        EXPECT_EQ(text(outputs), "y (1,3) 11 0 33;");
-        EXPECT_GT(allocations, 20);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <unordered_map>
+#include <utility>
 
 namespace Bench {
 namespace {
@@ -113,6 +114,10 @@ void addManager() {
         const auto filled = std::make_shared<ModelManager>();
         for (const auto& model : all) filled->registerModel(model);
         measure("snapshot, " + models, Side::Ours, [=] { benchmark::DoNotOptimize(filled->getRuntimeStatus()); });
+        measure("snapshot, " + models, Side::Limit,
+                [lists = std::pair(all, filled->getRuntimeStatus().getModelsRuntimeStatus())] {
+                    benchmark::DoNotOptimize(std::pair(lists));
+                });
         // The first of them each time, which is the one with the most behind it.
         measure("unloadModel and registerModel, " + models, Side::Ours, [=, next = size_t{0}]() mutable {
             filled->unloadModel(all[next]);

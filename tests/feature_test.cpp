@@ -130,19 +130,28 @@ TEST(Batch, TakesItsFeaturesInAnyOrder) {
         const MireloBatch batch(featuresOf(letters));
         EXPECT_EQ(wordOf(batch.getSortedFetures({named("x"), named("y"), named("z")})), "x0x1x2y0y1y2z0z1z2")
             << letters;
+        const auto rows = batch.getFeatureSet().features;
+        ASSERT_EQ(rows.size(), 3U) << letters;
+        for (size_t i = 0; i < rows.size(); ++i) {
+            std::string row = wordOf(rows.front());  // tells the order of the groups
+            std::replace(row.begin(), row.end(), '0', static_cast<char>('0' + i));
+            EXPECT_EQ(wordOf(rows[i]), row) << letters;
+        }
     } while (std::next_permutation(letters.begin(), letters.end()));
 }
 
 TEST(Batch, TakesAnyNumberOfInputs) {
     std::string letters;
     for (char letter = ' '; letter <= '~'; ++letter) letters += letter;
-    const MireloBatch batch(featuresOf(letters + std::string(letters.rbegin(), letters.rend())));
-    EXPECT_EQ(batch.getFeatureSet().features.size(), 2U);
-    for (const char letter : letters) {
-        const std::string name(1, letter);
-        EXPECT_EQ(wordOf(batch.getSortedFetures({named(name)})), name + "0" + name + "1");
+    for (const std::string& second : {letters, std::string(letters.rbegin(), letters.rend())}) {
+        const MireloBatch batch(featuresOf(letters + second));
+        EXPECT_EQ(batch.getFeatureSet().features.size(), 2U);
+        for (const char letter : letters) {
+            const std::string name(1, letter);
+            EXPECT_EQ(wordOf(batch.getSortedFetures({named(name)})), name + "0" + name + "1");
+        }
+        EXPECT_THROW(batch.getSortedFetures({named("")}), std::out_of_range);
     }
-    EXPECT_THROW(batch.getSortedFetures({named("")}), std::out_of_range);
 }
 
 TEST(Batch, OfNothingIsEmptyAndUnevenOrNullOnesAreRefused) {
@@ -153,7 +162,11 @@ TEST(Batch, OfNothingIsEmptyAndUnevenOrNullOnesAreRefused) {
         EXPECT_EQ(raised([&] { MireloBatch batch(featuresOf(uneven)); }), "8: An uneven number of batches per input");
     }
     const std::string null = "7: A feature of a batch must not be null";
-    EXPECT_EQ(raised([] { MireloBatch batch(Flat{nullptr}); }), null);
+    for (const char* const others : {"", "xy", "xyxy", "xxy"}) {
+        Flat features = featuresOf(others);
+        features.push_back(nullptr);
+        EXPECT_EQ(raised([&] { MireloBatch batch(features); }), null) << others;
+    }
     EXPECT_EQ(raised([] { MireloBatch::isBatch(Flat{nullptr}); }), null);
 }
 

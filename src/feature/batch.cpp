@@ -15,8 +15,8 @@ using Features = std::vector<std::shared_ptr<const MireloFeature>>;
 
 }  // namespace
 
-// A hash map from a name to its features. All of them lie in one list, group behind group: that many lists, or a map of
-// that many nodes, would take as long for their allocations as a small batch takes for all the rest.
+// A hash map from a name to its features. All of them lie in one list: that many lists, or a map of that many nodes,
+// would take as long for their allocations as a small batch takes for all the rest.
 class FeatureGroups {
  public:
     explicit FeatureGroups(Features features);
@@ -24,21 +24,26 @@ class FeatureGroups {
     size_t count() const { return names_.size(); }
     size_t rowCount() const { return rowCount_; }
 
-    using Group = Features::const_iterator;  // the first of rowCount()
-    Group operator[](size_t index) const { return features_.begin() + static_cast<ptrdiff_t>(index * rowCount_); }
+    const std::shared_ptr<const MireloFeature>& feature(size_t group, size_t row) const {
+        return features_[group * groupStep_ + row * rowStep_];
+    }
     /// The group of that descriptor's name; raises `std::out_of_range` where there is none.
     /// @param likely  where to look first
-    Group at(const ModelFeatureDescriptor& descriptor, size_t likely) const;
+    size_t at(const ModelFeatureDescriptor& descriptor, size_t likely) const;
 
     static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
 
  private:
+    bool areInRows();
+    void group();
     size_t indexOf(const std::string& name);
     size_t placeOf(const std::string& name) const;
     void makePlaces(size_t count);
 
     Features features_;
     size_t rowCount_ = 0;
+    size_t groupStep_ = 1;                   // from a feature to the next group's in the same row
+    size_t rowStep_ = 1;                     // from a feature to the next row's in the same group
     std::vector<const std::string*> names_;  // of the groups, in the order in which they came; the features own them
     std::vector<size_t> places_;  // by the hash of a name, or behind: its group's index and 1; 0 where there is none
 };
@@ -46,38 +51,53 @@ class FeatureGroups {
 FeatureGroups::FeatureGroups(Features features) : features_(std::move(features)) {
     makePlaces(16);
     names_.reserve(places_.size() / 2);
-    std::vector<size_t> indices(features_.size());  // the group of each feature
-    std::vector<size_t> sizes;                      // of the groups
-    sizes.reserve(names_.capacity());
-    size_t next = 0;
-    for (size_t i = 0; i < features_.size(); ++i) {
-        // Most lists go through the same names again and again.
-        const std::string& name = nameOf(features_[i]);
-        const size_t index = next < names_.size() && *names_[next] == name ? next : indexOf(name);
-        if (index == sizes.size()) sizes.push_back(0);
-        ++sizes[index];
-        indices[i] = index;
-        next = index + 1 < names_.size() ? index + 1 : 0;
+    if (areInRows()) {
+        rowStep_ = count();
+        rowCount_ = features_.empty() ? 0 : features_.size() / count();
+    } else {
+        group();
+        groupStep_ = rowCount_;
     }
-    const size_t rows = sizes.empty() ? 0 : sizes.front();
-    if (std::any_of(sizes.begin(), sizes.end(), [rows](size_t size) { return size != rows; })) {
+}
+
+// Whether each row goes through the names in the first one's order, as in most lists. Such a list stays as it is.
+bool FeatureGroups::areInRows() {
+    size_t first = 0;  // beyond the first row
+    while (first < features_.size() && indexOf(nameOf(features_[first])) == first) ++first;
+    if (first == features_.size()) return true;
+    if (features_.size() % first != 0) return false;
+    // From behind: what was copied last is still in the caches.
+    for (size_t i = features_.size(); i > first;) {
+        for (size_t name = first; name-- > 0;) {
+            if (nameOf(features_[--i]) != *names_[name]) return false;
+        }
+    }
+    return true;
+}
+
+// Puts the features into the order of their groups.
+void FeatureGroups::group() {
+    std::vector<size_t> indices(features_.size());  // the group of each feature
+    for (size_t i = 0; i < features_.size(); ++i) indices[i] = indexOf(nameOf(features_[i]));
+    std::vector<size_t> sizes(count());  // of the groups
+    for (const size_t index : indices) ++sizes[index];
+    rowCount_ = sizes.front();
+    if (std::any_of(sizes.begin(), sizes.end(), [this](size_t size) { return size != rowCount_; })) {
         throw Exception("An uneven number of batches per input", INVALID_TYPE);
     }
-    rowCount_ = rows;
-    if (rows <= 1) return;  // in their order as they are
     Features grouped(features_.size());
     for (size_t i = features_.size(); i-- > 0;) {
         const size_t index = indices[i];
-        grouped[index * rows + --sizes[index]].swap(features_[i]);
+        grouped[index * rowCount_ + --sizes[index]].swap(features_[i]);
     }
     features_ = std::move(grouped);
 }
 
-FeatureGroups::Group FeatureGroups::at(const ModelFeatureDescriptor& descriptor, size_t likely) const {
-    if (likely < names_.size() && *names_[likely] == descriptor.name_) return (*this)[likely];
+size_t FeatureGroups::at(const ModelFeatureDescriptor& descriptor, size_t likely) const {
+    if (likely < names_.size() && *names_[likely] == descriptor.name_) return likely;
     const size_t index = places_[placeOf(descriptor.name_)];
     if (index == 0) throw std::out_of_range("The batch has no feature of that name");
-    return (*this)[index - 1];
+    return index - 1;
 }
 
 // The group of that name, which is made where there is none.
@@ -126,10 +146,9 @@ bool MireloBatch::isBatch(const Features& features) {
 MireloFeatureSet MireloBatch::getFeatureSet() const {
     MireloFeatureSet set;
     set.features.resize(groups_->rowCount());
-    for (auto& row : set.features) row.reserve(groups_->count());
-    for (size_t i = 0; i < groups_->count(); ++i) {
-        auto feature = (*groups_)[i];
-        for (auto& row : set.features) row.push_back(*feature++);
+    for (size_t row = 0; row < groups_->rowCount(); ++row) {
+        set.features[row].reserve(groups_->count());
+        for (size_t i = 0; i < groups_->count(); ++i) set.features[row].push_back(groups_->feature(i, row));
     }
     return set;
 }
@@ -139,9 +158,9 @@ std::vector<std::shared_ptr<MireloFeature>> MireloBatch::getSortedFetures(
     std::vector<std::shared_ptr<MireloFeature>> sorted;
     sorted.reserve(descriptors.size() * groups_->rowCount());
     for (size_t i = 0; i < descriptors.size(); ++i) {
-        auto feature = groups_->at(descriptors[i], i);  // most lists begin with a row in the descriptors' order
+        const size_t group = groups_->at(descriptors[i], i);  // most lists begin with a row in the descriptors' order
         for (size_t row = 0; row < groups_->rowCount(); ++row) {
-            sorted.push_back(std::const_pointer_cast<MireloFeature>(*feature++));
+            sorted.push_back(std::const_pointer_cast<MireloFeature>(groups_->feature(group, row)));
         }
     }
     return sorted;

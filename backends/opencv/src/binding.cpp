@@ -126,7 +126,10 @@ void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
     const Ports& ports = network_->inputs();
     const std::vector<size_t> indices = ports.indicesOf(inputs);
     std::vector<std::shared_ptr<const ITensor>> tensors(ports.size());
-    for (size_t i = 0; i < inputs.size(); ++i) tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
+        keep(tensors[indices[i]]);
+    }
     for (size_t i = 0; i < ports.size(); ++i) {
         if (tensors[i] == nullptr) throw InvalidArgumentsException(ports.about(i, "missing"));
         const std::optional<int> depth = toEngineDepth(tensors[i]->dataType());
@@ -139,7 +142,7 @@ void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
         if (tensors[i]->buffer() == nullptr)
             throw InvalidArgumentsException(ports.about(i, "the tensor has no buffer"));
         inputShapes_.push_back(*shape);
-        inputs_.push_back(wrap(tensors[i], *shape, *depth));
+        inputs_.push_back(wrap(*tensors[i], *shape, *depth));
     }
 }
 
@@ -168,27 +171,26 @@ void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
         const size_t index = indices[i];
         giveShape(*tensors[i], network_->resultShape(index, results[index], rows));
         outputNames_.push_back(ports[index].name);
-        outputs_.push_back(wrap(tensors[i], results[index], CV_32F));
+        keep(tensors[i]);
+        outputs_.push_back(wrap(*tensors[i], results[index], CV_32F));
     }
     if (outputs.empty()) outputs = std::move(created);
 }
 
-cv::Mat Binding::wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth) {
-    bound_.push_back({tensor.get(), tensor->shape(), tensor->buffer()});
+void Binding::keep(const std::shared_ptr<const ITensor>& tensor) {
+    bound_.emplace_back(*tensor);
     kept_.push_back(tensor);
+}
+
+cv::Mat Binding::wrap(const ITensor& tensor, const EngineShape& shape, int depth) {
     // The engine only reads inputs, and outputs are not const to begin with.
-    auto* const elements = const_cast<uint8_t*>(tensor->buffer());
+    auto* const elements = const_cast<uint8_t*>(tensor.buffer());
     return engine([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), depth, elements); });
 }
 
-bool Binding::isInPlace() const {
-    return std::ranges::all_of(bound_, [](const Bound& bound) {
-        return bound.tensor->buffer() == bound.buffer && bound.tensor->shape() == bound.shape;
-    });
-}
-
 void Binding::checkInPlace() const {
-    if (!isInPlace()) throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
+    if (!std::ranges::all_of(bound_, &Bound::isInPlace))
+        throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
 }
 
 void Binding::run() {
@@ -222,30 +224,34 @@ bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outp
     if (!std::all_of(inputs.begin(), inputs.end(), isKnown) || !std::all_of(outputs.begin(), outputs.end(), isKnown)) {
         return false;
     }
-    released_.reserve(inputs.size() + outputs.size());
-    for (const auto& input : inputs) released_.push_back({input, input.get()});
-    for (const auto& output : outputs) released_.push_back({output, output.get()});
+    auto bound = bound_.begin();
+    const auto remember = [&](const std::shared_ptr<const MireloFeature>& feature) {
+        bound->feature = feature.get();
+        (bound++)->owner = feature;
+    };
+    std::for_each(inputs.begin(), inputs.end(), remember);
+    std::for_each(outputs.begin(), outputs.end(), remember);
     kept_.clear();
     return true;
 }
 
-// A feature is told by its address, and by its owner: one that came to the same address later has another, or, where
-// the owner gave the same room to another feature, knows none.
+// A feature is told by its address, and by the owner that it knows: one that came to the same address later knows
+// another, or, where the owner gave the same room to another feature, none.
 template <typename Feature>
-bool Binding::Released::isStill(const std::shared_ptr<Feature>& given) const {
-    return given.get() == feature && haveSameOwner(given, owner) && haveSameOwner(given->weak_from_this(), owner);
+bool Binding::Bound::isStill(const std::shared_ptr<Feature>& given) const {
+    return given.get() == feature && haveSameOwner(given->weak_from_this(), owner) && isInPlace();
 }
 
 bool Binding::stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const {
     if (inputs.size() != inputs_.size() || outputs.size() != outputs_.size()) return false;
-    auto released = released_.begin();
+    auto bound = bound_.begin();
     for (const auto& input : inputs) {
-        if (!(released++)->isStill(input)) return false;
+        if (!(bound++)->isStill(input)) return false;
     }
     for (const auto& output : outputs) {
-        if (!(released++)->isStill(output)) return false;
+        if (!(bound++)->isStill(output)) return false;
     }
-    return isInPlace();
+    return true;
 }
 
 bool Binding::hasSameForm(const Binding& other) const {

@@ -48,33 +48,35 @@ class Binding final : public MireloModel::MireloBinding {
     static void runRows(std::vector<Binding>& rows);
 
  private:
+    // A tensor as it was bound, and from the release on the feature whose tensor it was.
     struct Bound {
-        const ITensor* tensor;
-        TensorShape shape;
-        const uint8_t* buffer;
-    };
-    struct Released {
-        std::weak_ptr<const MireloFeature> owner;
-        const MireloFeature* feature;
+        explicit Bound(const ITensor& bound) : tensor(&bound), buffer(bound.buffer()), shape(bound.shape()) {}
 
+        bool isInPlace() const { return tensor->buffer() == buffer && tensor->shape() == shape; }
         template <typename Feature>
         bool isStill(const std::shared_ptr<Feature>& given) const;
+
+        const ITensor* tensor;
+        const uint8_t* buffer;
+        TensorShape shape;
+        const MireloFeature* feature = nullptr;
+        std::weak_ptr<const MireloFeature> owner;
     };
 
     void wrapInputs(const MireloModel::Inputs& inputs, int64_t rows);
     void wrapOutputs(MireloModel::Outputs& outputs, int64_t rows);
-    cv::Mat wrap(const std::shared_ptr<const ITensor>& tensor, const EngineShape& shape, int depth);
-    bool isInPlace() const;
+    void keep(const std::shared_ptr<const ITensor>& tensor);
+    static cv::Mat wrap(const ITensor& tensor, const EngineShape& shape, int depth);
     void checkInPlace() const;
     void forward();
     bool hasSameForm(const Binding& other) const;
     static void runStacked(std::vector<Binding>& rows);
 
-    std::shared_ptr<Network> network_;
-    std::vector<Bound> bound_;                          // the inputs in the target's order, then the outputs
-    std::vector<std::shared_ptr<const ITensor>> kept_;  // their tensors, until the release
-    std::vector<Released> released_;                    // the inputs, then the outputs, as they were given
+    std::vector<std::shared_ptr<const ITensor>> kept_;  // the tensors of bound_, until the release
     EngineShapes inputShapes_;
+    // What every run looks at.
+    std::shared_ptr<Network> network_;
+    std::vector<Bound> bound_;     // the inputs, then the outputs, as they were given
     uint64_t inference_ = 0;       // the one of inputShapes_
     std::vector<cv::Mat> inputs_;  // in the target's order
     std::vector<std::string> outputNames_;

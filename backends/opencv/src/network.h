@@ -27,7 +27,8 @@ auto engine(const Call& call) {
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& exception) {
-        std::string text = exception.what();
+        const char* const what = exception.what();
+        std::string text = what == nullptr ? "" : what;
         text.erase(text.find_last_not_of("\n >") + 1);  // the engine ends its texts with a prompt and a line feed
         throw MLFrameworkException(text);
     }

@@ -1,8 +1,8 @@
 // Runs one packaged network in every way that the library has, and prints what came of it, for trial.py to judge.
 //
-// The folder holds the manifest, and the inputs of two rows as inputs-0.bin and inputs-1.bin: the elements of each input
-// in the manifest's order. One line per status, with the operation, the code and the description; one per output, with
-// the operation, the row, the name, the element type, the shape and the elements in hexadecimal. Tabs separate.
+// The folder holds the manifest, and the inputs of two rows as inputs-0.bin and inputs-1.bin: the elements of each
+// input in the manifest's order. One line per status, with the operation, the code and the description; one per output,
+// with the operation, the row, the name, the element type, the shape and the elements in hexadecimal. Tabs separate.
 
 #include "engine.h"
 

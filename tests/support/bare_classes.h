@@ -1,13 +1,12 @@
 #pragma once
 
-#include <TarnoMirelo/feature.h>
+#include <TarnoMirelo/model.h>
 
 #include <memory>
 
 namespace TarnoMirelo {
 
-/// A tensor and a feature of classes that are built without type information, as some hosts build theirs.
-std::shared_ptr<ITensor> bareTensor(DataType dataType, const TensorShape& shape);
-std::shared_ptr<MireloFeature> bareFeature(const ModelFeatureDescriptor& descriptor, std::shared_ptr<ITensor> tensor);
+/// The binding of a backend that was built without type information.
+std::shared_ptr<MireloModel::MireloBinding> bareBinding();
 
 }  // namespace TarnoMirelo

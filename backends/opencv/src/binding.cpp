@@ -68,40 +68,35 @@ void checkOutput(const Ports& ports, size_t index, const ITensor& tensor, const 
     if (!takesShape) refuseShape(ports, index, tensor.shape(), result);
 }
 
-void giveShape(ITensor& tensor, const TensorShape& result) {
+void giveShape(const std::string& output, ITensor& tensor, const TensorShape& result) {
     if (tensor.shape() == result && tensor.buffer() != nullptr) return;
     const MireloStatus status = tensor.hasVariableShape() ? tensor.allocateShape(result) : tensor.resize(result);
-    if (!status.ok()) throw Exception(status.getDescription(), status.getCode());
+    if (!status.ok()) throw Exception("Output \"" + output + "\": " + status.getDescription(), status.getCode());
 }
 
-// An output's tensor, and its name; both borrowed.
-using NamedTensor = std::pair<const ITensor*, const std::string*>;
+[[noreturn]] void refuseSharing(const Memory& one, const Memory& other) {
+    const Memory& output = one.isOutput ? one : other;
+    const Memory& second = one.isOutput ? other : one;
+    throw InvalidArgumentsException("Output \"" + *output.name + "\": the tensor shares its memory with " +
+                                    (second.isOutput ? "another output's" : "input \"" + *second.name + "\""));
+}
 
-// Of two results in the same memory one would be lost.
-void checkApart(std::vector<NamedTensor> outputs) {
-    std::sort(outputs.begin(), outputs.end(), [](const NamedTensor& one, const NamedTensor& other) {
-        return std::pair(one.first->buffer(), one.first) < std::pair(other.first->buffer(), other.first);
-    });
-    for (size_t i = 1; i < outputs.size(); ++i) {
-        const ITensor* const one = outputs[i - 1].first;
-        const ITensor* const other = outputs[i].first;
-        const bool overlap = one->buffer() != nullptr && one->buffer() + one->bytes() > other->buffer();
-        if (one == other || overlap) {
-            throw InvalidArgumentsException("Output \"" + *outputs[i].second +
-                                            "\": the tensor shares its memory with another output's");
-        }
+// Refuses an output in the memory of another output, of whose results one would be lost, or of an input, whose elements
+// a run of several rows would overwrite before it reads them.
+void checkApart(std::vector<Memory> memories) {
+    std::ranges::sort(memories, {}, [](const Memory& memory) { return std::pair(memory.begin, memory.tensor); });
+    const Memory* input = nullptr;  // of those before, the ones that reach furthest
+    const Memory* output = nullptr;
+    for (const Memory& next : memories) {
+        const auto reaches = [&](const Memory* before) {
+            if (before == nullptr) return false;
+            return before->tensor == next.tensor || (next.begin != nullptr && before->end > next.begin);
+        };
+        if (reaches(output)) refuseSharing(*output, next);
+        if (next.isOutput && reaches(input)) refuseSharing(*input, next);
+        const Memory*& furthest = next.isOutput ? output : input;
+        if (furthest == nullptr || next.end > furthest->end) furthest = &next;
     }
-}
-
-template <typename One, typename Other>
-bool haveSameOwner(const One& one, const Other& other) {
-    return !one.owner_before(other) && !other.owner_before(one);
-}
-
-// Whether the pointer owns the feature itself, not something that the feature is a part of.
-template <typename Feature>
-bool ownsItself(const std::shared_ptr<Feature>& feature) {
-    return feature.use_count() != 0 && haveSameOwner(feature->weak_from_this(), feature);
 }
 
 size_t byteCount(const cv::Mat& matrix) { return matrix.total() * matrix.elemSize(); }
@@ -110,7 +105,7 @@ size_t byteCount(const cv::Mat& matrix) { return matrix.total() * matrix.elemSiz
 cv::Mat stackOf(const cv::Mat& row, int rows) {
     EngineShape shape(row.size.p, row.size.p + row.dims);
     shape[0] = rows;
-    return engine([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), row.type()); });
+    return translateExceptions([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), row.type()); });
 }
 
 }  // namespace
@@ -119,17 +114,14 @@ Binding::Binding(std::shared_ptr<Network> network, const MireloModel::Inputs& in
                  int64_t rows)
     : network_(std::move(network)) {
     wrapInputs(inputs, rows);
-    wrapOutputs(outputs, rows);
+    checkOutputs(outputs, rows);
 }
 
 void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
     const Ports& ports = network_->inputs();
     const std::vector<size_t> indices = ports.indicesOf(inputs);
     std::vector<std::shared_ptr<const ITensor>> tensors(ports.size());
-    for (size_t i = 0; i < inputs.size(); ++i) {
-        tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
-        keep(tensors[indices[i]]);
-    }
+    for (size_t i = 0; i < inputs.size(); ++i) tensors[indices[i]] = tensorOf(ports, indices[i], inputs[i]);
     for (size_t i = 0; i < ports.size(); ++i) {
         if (tensors[i] == nullptr) throw InvalidArgumentsException(ports.about(i, "missing"));
         const std::optional<int> depth = toEngineDepth(tensors[i]->dataType());
@@ -143,13 +135,14 @@ void Binding::wrapInputs(const MireloModel::Inputs& inputs, int64_t rows) {
             throw InvalidArgumentsException(ports.about(i, "the tensor has no buffer"));
         inputShapes_.push_back(*shape);
         inputs_.push_back(wrap(*tensors[i], *shape, *depth));
+        bound_.emplace_back(std::move(tensors[i]));
     }
 }
 
-void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
+void Binding::checkOutputs(MireloModel::Outputs& outputs, int64_t rows) {
     const Ports& ports = network_->outputs();
     const EngineShapes results = network_->inferOutputs(inputShapes_);
-    inference_ = network_->inference();
+    generation_ = network_->generation();
     MireloModel::Outputs created;
     if (outputs.empty()) {
         for (size_t i = 0; i < ports.size(); ++i) {
@@ -159,33 +152,53 @@ void Binding::wrapOutputs(MireloModel::Outputs& outputs, int64_t rows) {
     }
     const MireloModel::Outputs& features = outputs.empty() ? created : outputs;
     const std::vector<size_t> indices = ports.indicesOf(features);
-    std::vector<std::shared_ptr<ITensor>> tensors;
-    std::vector<NamedTensor> named;
-    for (size_t i = 0; i < features.size(); ++i) {
-        tensors.push_back(tensorOf(ports, indices[i], features[i]));
-        checkOutput(ports, indices[i], *tensors[i], network_->resultShape(indices[i], results[indices[i]], rows));
-        named.emplace_back(tensors[i].get(), &ports[indices[i]].name);
-    }
-    checkApart(std::move(named));
     for (size_t i = 0; i < features.size(); ++i) {
         const size_t index = indices[i];
-        giveShape(*tensors[i], network_->resultShape(index, results[index], rows));
+        auto tensor = tensorOf(ports, index, features[i]);
+        TensorShape shape = network_->resultShape(index, results[index], rows);
+        checkOutput(ports, index, *tensor, shape);
         outputNames_.push_back(ports[index].name);
-        keep(tensors[i]);
-        outputs_.push_back(wrap(*tensors[i], results[index], CV_32F));
+        results_.push_back({std::move(tensor), std::move(shape), results[index]});
     }
+    checkApart(memories());
     if (outputs.empty()) outputs = std::move(created);
 }
 
-void Binding::keep(const std::shared_ptr<const ITensor>& tensor) {
-    bound_.emplace_back(*tensor);
-    kept_.push_back(tensor);
+std::vector<Memory> Binding::memories() const {
+    std::vector<Memory> all;
+    all.reserve(inputs_.size() + results_.size());
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+        const ITensor& tensor = *bound_[i].tensor;
+        all.push_back(
+            {&tensor, bound_[i].buffer, bound_[i].buffer + tensor.bytes(), &network_->inputs()[i].name, false});
+    }
+    for (size_t i = 0; i < results_.size(); ++i) {
+        const uint8_t* const begin = results_[i].tensor->buffer();
+        const uint8_t* const end = begin == nullptr ? nullptr : begin + results_[i].shape.size() * sizeof(float);
+        all.push_back({results_[i].tensor.get(), begin, end, &outputNames_[i], true});
+    }
+    return all;
+}
+
+void Binding::prepareOutputs() {
+    // Those of fixed shape first: a tensor that can't get a buffer is among them.
+    for (const bool variable : {false, true}) {
+        for (size_t i = 0; i < results_.size(); ++i) {
+            if (results_[i].tensor->hasVariableShape() == variable) {
+                giveShape(outputNames_[i], *results_[i].tensor, results_[i].shape);
+            }
+        }
+    }
+    for (const Result& result : results_) {
+        outputs_.push_back(wrap(*result.tensor, result.engineShape, CV_32F));
+        bound_.emplace_back(result.tensor);
+    }
 }
 
 cv::Mat Binding::wrap(const ITensor& tensor, const EngineShape& shape, int depth) {
     // The engine only reads inputs, and outputs are not const to begin with.
     auto* const elements = const_cast<uint8_t*>(tensor.buffer());
-    return engine([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), depth, elements); });
+    return translateExceptions([&] { return cv::Mat(static_cast<int>(shape.size()), shape.data(), depth, elements); });
 }
 
 void Binding::checkInPlace() const {
@@ -195,63 +208,18 @@ void Binding::checkInPlace() const {
 
 void Binding::run() {
     checkInPlace();
-    runAgain();
+    runInPlace();
 }
 
-void Binding::runAgain() {
-    if (network_->inference() != inference_) {  // the account of the memory is to be for these shapes again
+void Binding::runInPlace() {
+    if (network_->generation() != generation_) {  // the reported memory is to be that of these shapes again
         network_->inferOutputs(inputShapes_);
-        inference_ = network_->inference();
+        generation_ = network_->generation();
     }
-    forward();
-}
-
-void Binding::forward() {
     network_->forward(inputs_, outputNames_, outputs_);
     for (size_t i = 0; i < outputs_.size(); ++i) {
         if (outputs_[i].data != bound_[inputs_.size() + i].buffer) refuseResult(outputNames_[i]);
     }
-}
-
-bool Binding::release(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) {
-    // A feature of this very class holds the same tensor as long as it lives, and tensors of these classes stay where
-    // they are and what they are. Of others nobody knows.
-    const auto isKnown = [](const auto& feature) {
-        if (!isExactly<MireloFeatureTensor>(*feature) || !ownsItself(feature)) return false;
-        const ITensor& tensor = *feature->asTensor();
-        return isExactly<Tensor>(tensor) || isExactly<VariableTensor>(tensor) || isExactly<BufferWrappedTensor>(tensor);
-    };
-    if (!std::all_of(inputs.begin(), inputs.end(), isKnown) || !std::all_of(outputs.begin(), outputs.end(), isKnown)) {
-        return false;
-    }
-    auto bound = bound_.begin();
-    const auto remember = [&](const std::shared_ptr<const MireloFeature>& feature) {
-        bound->feature = feature.get();
-        (bound++)->owner = feature;
-    };
-    std::for_each(inputs.begin(), inputs.end(), remember);
-    std::for_each(outputs.begin(), outputs.end(), remember);
-    kept_.clear();
-    return true;
-}
-
-// A feature is told by its address, and by the owner that it knows: one that came to the same address later knows
-// another, or, where the owner gave the same room to another feature, none.
-template <typename Feature>
-bool Binding::Bound::isStill(const std::shared_ptr<Feature>& given) const {
-    return given.get() == feature && haveSameOwner(given->weak_from_this(), owner) && isInPlace();
-}
-
-bool Binding::stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const {
-    if (inputs.size() != inputs_.size() || outputs.size() != outputs_.size()) return false;
-    auto bound = bound_.begin();
-    for (const auto& input : inputs) {
-        if (!(bound++)->isStill(input)) return false;
-    }
-    for (const auto& output : outputs) {
-        if (!(bound++)->isStill(output)) return false;
-    }
-    return true;
 }
 
 bool Binding::hasSameForm(const Binding& other) const {
@@ -260,25 +228,29 @@ bool Binding::hasSameForm(const Binding& other) const {
     return same;
 }
 
-void Binding::runRows(std::vector<Binding>& rows) {
-    for (const Binding& row : rows) row.checkInPlace();  // binding one row may have moved a tensor of another
-    std::vector<NamedTensor> outputs;
-    outputs.reserve(rows.size() * rows.front().outputs_.size());
+void Binding::runRows(std::vector<Binding>& rows, bool rowsAreIndependent) {
+    std::vector<Memory> memories;
     for (const Binding& row : rows) {
-        for (size_t i = 0; i < row.outputs_.size(); ++i) {
-            outputs.emplace_back(row.bound_[row.inputs_.size() + i].tensor, &row.outputNames_[i]);
+        const std::vector<Memory> some = row.memories();
+        memories.insert(memories.end(), some.begin(), some.end());
+    }
+    checkApart(std::move(memories));
+    for (Binding& row : rows) row.prepareOutputs();
+    for (const Binding& row : rows) row.checkInPlace();
+    const Binding& first = rows.front();
+    const int count = static_cast<int>(rows.size());
+    const bool stacks = rowsAreIndependent && count > 1 &&
+                        std::ranges::all_of(rows, [&](const Binding& row) { return row.hasSameForm(first); }) &&
+                        first.network_->stacks(first.inputShapes_, count);
+    if (stacks) {
+        try {
+            runStacked(rows);
+            return;
+        } catch (const EngineFailure&) {
+            // The network takes one row at a time although the shapes allow more. What else it lacks, a row tells.
         }
     }
-    checkApart(std::move(outputs));
-    const Binding& first = rows.front();
-    const bool sameForm =
-        std::all_of(rows.begin(), rows.end(), [&](const Binding& row) { return row.hasSameForm(first); });
-    const int count = static_cast<int>(rows.size());
-    if (count > 1 && sameForm && first.network_->stacks(first.inputShapes_, count)) {
-        runStacked(rows);
-    } else {
-        for (Binding& row : rows) row.runAgain();
-    }
+    for (Binding& row : rows) row.runInPlace();
 }
 
 void Binding::runStacked(std::vector<Binding>& rows) {

@@ -8,76 +8,78 @@
 
 #include <memory>
 #include <string>
-#include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace TarnoMirelo::OpenCv {
 
-/// Whether an object is of this very class. By address, for a class that a host built without type information has
-/// nothing there to look into.
-template <typename Class, typename Base>
-bool isExactly(const Base& object) {
-    return &typeid(object) == &typeid(Class);
-}
+/// The memory of an input or an output; all is borrowed.
+struct Memory {
+    const ITensor* tensor;
+    const uint8_t* begin;
+    const uint8_t* end;
+    const std::string* name;
+    bool isOutput;
+};
 
 /// Inputs and outputs, checked and wrapped for the engine: a prediction that has only to be run.
 class Binding final : public MireloModel::MireloBinding {
  public:
-    /// Checks everything before it changes anything, and raises what does not fit.
+    /// Checks everything, changes nothing, and raises what does not fit. To be followed by `prepareOutputs`.
     /// @param outputs  empty: filled with new features; else some or all of the target's outputs
     /// @param rows     rows in each tensor
     Binding(std::shared_ptr<Network> network, const MireloModel::Inputs& inputs, MireloModel::Outputs& outputs,
             int64_t rows);
+
+    /// Gives the outputs the shapes of their results, and a buffer where they have none. Raises where a tensor can't
+    /// get one; others that had none may have got theirs then.
+    void prepareOutputs();
 
     const std::shared_ptr<Network>& network() const { return network_; }
 
     /// Runs the network on what the inputs hold now. Raises `InvalidOperationException` where a tensor has got another
     /// buffer or shape since.
     void run();
-    /// As `run`, where it is known that all tensors are where they were.
-    void runAgain();
-
-    /// Remembers what was bound without keeping it alive: from then on to be run only where `stillFits` says so.
-    /// @return false where another binding of the same features may be another one
-    bool release(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs);
-    /// Whether these are the very features of the release, in that order, and nothing of what was bound has changed: a
-    /// new binding would be no other.
-    bool stillFits(const MireloModel::Inputs& inputs, const MireloModel::Outputs& outputs) const;
-
-    /// Runs several bindings of one row each: in a single pass where the network allows it, else one by one.
-    static void runRows(std::vector<Binding>& rows);
+    /// Prepares and runs several bindings of one row each. Checks all before it changes any.
+    /// @param rowsAreIndependent  whether all of them may go through in a single pass, where the network allows it
+    static void runRows(std::vector<Binding>& rows, bool rowsAreIndependent);
 
  private:
-    // A tensor as it was bound, and from the release on the feature whose tensor it was.
+    // A tensor as it was bound.
     struct Bound {
-        explicit Bound(const ITensor& bound) : tensor(&bound), buffer(bound.buffer()), shape(bound.shape()) {}
+        explicit Bound(std::shared_ptr<const ITensor> bound)
+            : tensor(std::move(bound)), buffer(tensor->buffer()), shape(tensor->shape()) {}
 
         bool isInPlace() const { return tensor->buffer() == buffer && tensor->shape() == shape; }
-        template <typename Feature>
-        bool isStill(const std::shared_ptr<Feature>& given) const;
 
-        const ITensor* tensor;
+        std::shared_ptr<const ITensor> tensor;
         const uint8_t* buffer;
         TensorShape shape;
-        const MireloFeature* feature = nullptr;
-        std::weak_ptr<const MireloFeature> owner;
+    };
+
+    // An output's tensor, and what it is to take.
+    struct Result {
+        std::shared_ptr<ITensor> tensor;
+        TensorShape shape;
+        EngineShape engineShape;
     };
 
     void wrapInputs(const MireloModel::Inputs& inputs, int64_t rows);
-    void wrapOutputs(MireloModel::Outputs& outputs, int64_t rows);
-    void keep(const std::shared_ptr<const ITensor>& tensor);
+    void checkOutputs(MireloModel::Outputs& outputs, int64_t rows);
+    /// What `run` does once the tensors are known to be in place.
+    void runInPlace();
     static cv::Mat wrap(const ITensor& tensor, const EngineShape& shape, int depth);
+    /// The memory of every input and output.
+    std::vector<Memory> memories() const;
     void checkInPlace() const;
-    void forward();
     bool hasSameForm(const Binding& other) const;
     static void runStacked(std::vector<Binding>& rows);
 
-    std::vector<std::shared_ptr<const ITensor>> kept_;  // the tensors of bound_, until the release
-    EngineShapes inputShapes_;
-    // What every run looks at.
     std::shared_ptr<Network> network_;
+    EngineShapes inputShapes_;
+    uint64_t generation_ = 0;      // of the inference for inputShapes_
     std::vector<Bound> bound_;     // the inputs, then the outputs, as they were given
-    uint64_t inference_ = 0;       // the one of inputShapes_
+    std::vector<Result> results_;  // in the order of outputNames_
     std::vector<cv::Mat> inputs_;  // in the target's order
     std::vector<std::string> outputNames_;
     std::vector<cv::Mat> outputs_;  // in the order of outputNames_

@@ -1,6 +1,5 @@
 #include "binding.h"
 #include "network.h"
-#include "operator_layer.h"
 
 #include <TarnoMirelo/opencv.h>
 
@@ -26,6 +25,23 @@ bool staysInside(const std::string& path) {
     return true;
 }
 
+std::shared_ptr<Network> readBytes(const ModelComponent& component, const char* bytes, size_t size,
+                                   const ModelTarget& target) {
+    const auto read = [&] {
+        try {
+            return readOnnxFile(bytes, size);
+        } catch (const ModelMetaDataException& exception) {
+            throw ModelMetaDataException(about(component, exception.what()));
+        }
+    };
+    OnnxFile file = read();
+    try {
+        return std::make_shared<Network>(std::move(file), target);
+    } catch (const MLFrameworkException& exception) {
+        throw MLFrameworkException(about(component, exception.what()));
+    }
+}
+
 std::shared_ptr<Network> readFile(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
     if (component.path.empty() || !staysInside(component.path)) {
         throw ModelMetaDataException(
@@ -41,23 +57,25 @@ std::shared_ptr<Network> readFile(const ModelComponent& component, const Filepat
         throw FileException(about(component, error.what()));
     }
     if (bytes == nullptr) throw FileException(about(component, "cannot open " + path.getPathString()));
-    return std::make_shared<Network>(bytes.get(), static_cast<size_t>(size), target);
+    return readBytes(component, bytes.get(), static_cast<size_t>(size), target);
 }
 
 std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
-    OperatorLayers operators;  // until the network has got its layers
-    operators.registerAll();
-    try {
-        if (component.type == ComponentKind::File) return readFile(component, rootDir, target);
-        if (component.type == ComponentKind::MemoryStream) {
-            const auto* const bytes = reinterpret_cast<const char*>(component.buffer.data());
-            return std::make_shared<Network>(bytes, component.buffer.size(), target);
-        }
-    } catch (const MLFrameworkException& exception) {
-        throw MLFrameworkException(about(component, exception.what()));
+    if (component.type == ComponentKind::File) return readFile(component, rootDir, target);
+    if (component.type == ComponentKind::MemoryStream) {
+        const auto* const bytes = reinterpret_cast<const char*>(component.buffer.data());
+        return readBytes(component, bytes, component.buffer.size(), target);
     }
     throw ModelMetaDataException(about(component, "components of the kind \"" + component.type + "\" can't be run"));
 }
+
+// Deletes a binding of this backend, and tells it from those of others: also where a host was built without type
+// information, which a cast would need.
+struct DeleteBinding {
+    void operator()(MireloModel::MireloBinding* /*bound*/) const { delete made; }
+
+    Binding* made;
+};
 
 // The features of each row of a flat list, whose order stays within the rows.
 std::vector<MireloModel::Outputs> rowsOf(const MireloModel::Outputs& features, size_t rowCount) {
@@ -79,12 +97,12 @@ std::vector<MireloModel::Outputs> rowsOf(const MireloModel::Outputs& features, s
 
 }  // namespace
 
-Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config)
-    : MireloModel(name, std::move(device)), config_(std::move(config)) {}
-Model::Model(const std::string& name, Device* device, MireloConfig config)
-    : MireloModel(name, device), config_(std::move(config)) {}
-Model::Model(const std::string& name, MireloModelType type, MireloConfig config)
-    : MireloModel(name, type), config_(std::move(config)) {}
+Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config, Options options)
+    : MireloModel(name, std::move(device)), config_(std::move(config)), options_(options) {}
+Model::Model(const std::string& name, Device* device, MireloConfig config, Options options)
+    : MireloModel(name, device), config_(std::move(config)), options_(options) {}
+Model::Model(const std::string& name, MireloModelType type, MireloConfig config, Options options)
+    : MireloModel(name, type), config_(std::move(config)), options_(options) {}
 Model::~Model() = default;
 
 // The hooks raise nothing: what was refused on the way becomes their status.
@@ -101,11 +119,13 @@ MireloStatus Model::statusOf(const Work& work) const {
     return status;
 }
 
-// What was done is not undone by how it is shown: nothing that happens here disturbs the operation.
+// A failing sink must not fail the caller. Without a sink only failures are reported: hosts that asked for no log get
+// none on their standard output.
 void Model::log(LogSeverity severity, const std::string& message) const {
     try {
-        const std::string text = "OpenCV model \"" + getName() + "\": " + message;
         const std::shared_ptr<ILogProcessor> sink = config_.GetLogger();
+        if (sink == nullptr && severity < LogSeverity::Error) return;
+        const std::string text = "OpenCV model \"" + getName() + "\": " + message;
         if (sink == nullptr) {
             _Report_(false, LogProcessorTarget::None, severity, text);
             return;
@@ -136,7 +156,6 @@ void Model::reportMemory() const {
 }
 
 MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
-    lastPrediction_.reset();
     network_.reset();
     MireloStatus status = statusOf([&] {
         if (components.size() > 1) {
@@ -154,7 +173,6 @@ MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
 MireloStatus Model::onUnload() {
     return statusOf([&] {
         if (network_ != nullptr) log(LogSeverity::Info, "unloaded");
-        lastPrediction_.reset();
         network_.reset();
         reportMemory();
     });
@@ -162,7 +180,6 @@ MireloStatus Model::onUnload() {
 
 MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
     return statusOf([&] {
-        lastPrediction_.reset();
         loadedNetwork()->setBatchSize(batchSize);
         reportMemory();
     });
@@ -170,26 +187,14 @@ MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
 
 MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {
     return statusOf([&] {
-        std::unique_ptr<Binding> last = std::move(lastPrediction_);  // gone when something raises
-        if (last != nullptr && last->stillFits(inputs, outputs)) [[likely]] {
-            last->runAgain();
-            reportMemory();
-        } else {
-            last = predictAnew(inputs, outputs);
-        }
-        lastPrediction_ = std::move(last);
+        const std::shared_ptr<Network>& network = loadedNetwork();
+        Outputs results = outputs;
+        Binding binding(network, inputs, results, network->batchSize());
+        binding.prepareOutputs();
+        binding.run();
+        reportMemory();
+        outputs = std::move(results);  // once nothing can fail any more
     });
-}
-
-std::unique_ptr<Binding> Model::predictAnew(const Inputs& inputs, Outputs& outputs) const {
-    const std::shared_ptr<Network>& network = loadedNetwork();
-    Outputs results = outputs;
-    auto binding = std::make_unique<Binding>(network, inputs, results, network->batchSize());
-    binding->run();
-    reportMemory();
-    if (!binding->release(inputs, results)) binding.reset();
-    outputs = std::move(results);  // once nothing can fail any more
-    return binding;
 }
 
 MireloStatus Model::onPredictBatch(const Inputs& inputs, Outputs& outputs) const {
@@ -201,7 +206,7 @@ MireloStatus Model::onPredictBatch(const Inputs& inputs, Outputs& outputs) const
         std::vector<Binding> rows;
         rows.reserve(batch.features.size());
         for (size_t i = 0; i < results.size(); ++i) rows.emplace_back(network, batch.features[i], results[i], 1);
-        Binding::runRows(rows);
+        Binding::runRows(rows, options_.rowsAreIndependent);
         reportMemory();
         if (!outputs.empty()) return;
         Outputs flat;
@@ -214,7 +219,9 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
     return statusOf([&] {
         const std::shared_ptr<Network>& network = loadedNetwork();
         Outputs results = outputs;
-        auto bound = std::make_shared<Binding>(network, inputs, results, network->batchSize());
+        auto* const made = new Binding(network, inputs, results, network->batchSize());
+        std::shared_ptr<MireloBinding> bound(made, DeleteBinding{made});
+        made->prepareOutputs();
         reportMemory();
         outputs = std::move(results);
         binding = std::move(bound);
@@ -223,12 +230,11 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
-        MireloBinding* const bound = binding.get();
-        const bool isOurs = bound != nullptr && isExactly<Binding>(*bound);
-        if (!isOurs || static_cast<Binding*>(bound)->network() != loadedNetwork()) {
+        const auto* const own = std::get_deleter<DeleteBinding>(binding);
+        if (own == nullptr || own->made != binding.get() || own->made->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }
-        static_cast<Binding*>(bound)->run();
+        own->made->run();
         reportMemory();
     });
 }

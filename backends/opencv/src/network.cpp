@@ -1,5 +1,7 @@
 #include "network.h"
 
+#include "operator_layer.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -29,7 +31,7 @@ bool areCountable(const EngineShapes& shapes) {
     });
 }
 
-// As the engine copies, but without its detours where a result fits, which for a few bytes take longer than the bytes.
+// memcpy where type and size match: copyTo's overhead dominates small results.
 void copy(const cv::Mat& result, cv::Mat& output) {
     if (result.isContinuous() && result.type() == output.type() && result.size == output.size) [[likely]] {
         std::memcpy(output.data, result.data, static_cast<size_t>(output.dataend - output.data));
@@ -56,6 +58,18 @@ Ports::Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descri
             throw ModelMetaDataException(about(index, "the target has two of that name"));
         }
     }
+}
+
+void Ports::restrictShape(size_t index, const std::vector<int64_t>& network) {
+    TensorShape& shape = ports_[index].shape;
+    bool same = shape.dimension() == network.size();
+    for (size_t i = 0; same && i < network.size(); ++i) {
+        if (shape[i] == -1) shape[i] = network[i];
+        same = network[i] == -1 || network[i] == shape[i];
+    }
+    if (same) return;
+    throw ModelMetaDataException(about(index, "the network takes the shape " + toText(network) + ", declared is " +
+                                                  toText(ports_[index].descriptor.tensorDescriptor().shape())));
 }
 
 std::string Ports::about(size_t index, const std::string& text) const {
@@ -90,15 +104,15 @@ std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
     return dimensions;
 }
 
-Network::Network(const char* onnx, size_t size, const ModelTarget& target)
-    : inputs_("Input", target.inputs),
-      outputs_("Output", target.outputs),
-      net_(engine([&] { return cv::dnn::readNetFromONNX(onnx, size); })) {
-    engine([&] {
+Network::Network(OnnxFile file, const ModelTarget& target)
+    : inputs_("Input", target.inputs), outputs_("Output", target.outputs), nodes_(std::move(file.nodes)) {
+    compareInputs(file);
+    const OperatorLayers operators(file.customOperators);  // until the network has got its layers
+    translateExceptions([&] {
+        net_ = cv::dnn::readNetFromONNX(file.repaired.data(), file.repaired.size());
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
         locatePorts();
-        countInputs();
         weightBytes_ = countWeightBytes();
     });
     if (const std::optional<EngineShapes> shapes = fixedInputs(1)) {
@@ -107,11 +121,28 @@ Network::Network(const char* onnx, size_t size, const ModelTarget& target)
     }
 }
 
+void Network::compareInputs(const OnnxFile& file) {
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+        if (std::ranges::find(file.inputs, inputs_[i].name, &OnnxFile::Input::name) == file.inputs.end()) {
+            throw ModelMetaDataException(inputs_.about(i, "the network has none of that name"));
+        }
+    }
+    for (const OnnxFile::Input& input : file.inputs) {
+        const auto port = std::ranges::find(inputs_, input.name, [](const Ports::Port& named) { return named.name; });
+        if (port == inputs_.end()) {
+            throw ModelMetaDataException("Input \"" + input.name + "\": the network has it, the target lacks it");
+        }
+        if (input.shape) inputs_.restrictShape(static_cast<size_t>(port - inputs_.begin()), *input.shape);
+        firstDimensionIsOpen_ =
+            firstDimensionIsOpen_ && (!input.shape || (!input.shape->empty() && input.shape->front() == -1));
+    }
+}
+
 void Network::locatePorts() {
     const cv::Ptr<cv::dnn::Layer> inputLayer = net_.getLayer(0);
     for (size_t i = 0; i < inputs_.size(); ++i) {
         const int index = inputLayer->outputNameToIndex(inputs_[i].name);
-        if (index < 0) throw ModelMetaDataException(inputs_.about(i, "the network has none of that name"));
+        if (index < 0) throw ModelMetaDataException(inputs_.about(i, "the engine knows none of that name"));
         engineInputs_.push_back({static_cast<size_t>(index), inputs_.size() == 1 ? "" : inputs_[i].name});
     }
     for (size_t i = 0; i < outputs_.size(); ++i) {
@@ -121,18 +152,6 @@ void Network::locatePorts() {
             throw ModelMetaDataException(outputs_.about(i, "the engine computes elements of type float only"));
         }
         engineOutputs_.push_back(layer);
-    }
-}
-
-// The engine doesn't say how many inputs there are, but it refuses another number of shapes.
-void Network::countInputs() {
-    try {
-        EngineShapes into;
-        EngineShapes out;
-        net_.getLayerShapes(EngineShapes(inputs_.size(), EngineShape{1, 1}), 0, into, out);
-    } catch (const cv::Exception&) {
-        throw ModelMetaDataException("Input: the target has " + std::to_string(inputs_.size()) +
-                                     ", the network takes another number");
     }
 }
 
@@ -147,7 +166,8 @@ uint64_t Network::countWeightBytes() {
 std::optional<EngineShapes> Network::fixedInputs(int rows) const {
     EngineShapes shapes;
     for (size_t i = 0; i < inputs_.size(); ++i) {
-        if (inputs_[i].descriptor.tensorDescriptor().variableShape()) return std::nullopt;
+        const std::vector<int64_t> dimensions = inputs_[i].shape.shapeVector();
+        if (std::ranges::find(dimensions, -1) != dimensions.end()) return std::nullopt;
         const std::optional<EngineShape> shape = toEngineShape(inputs_[i].shape);
         if (!shape) throw ModelMetaDataException(inputs_.about(i, "the engine can't take that shape"));
         shapes.push_back(*shape);
@@ -158,7 +178,7 @@ std::optional<EngineShapes> Network::fixedInputs(int rows) const {
 
 bool Network::hasRows() const {
     const auto startsWithRow = [](const Ports::Port& port) { return isRow(port.shape); };
-    return std::all_of(inputs_.begin(), inputs_.end(), startsWithRow) &&
+    return firstDimensionIsOpen_ && std::all_of(inputs_.begin(), inputs_.end(), startsWithRow) &&
            std::all_of(outputs_.begin(), outputs_.end(), startsWithRow);
 }
 
@@ -188,13 +208,14 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
     }
     EngineShapes outputs;
     uint64_t blobs = 0;
-    engine([&] {
-        for (const int layer : engineOutputs_) {
-            EngineShapes into;
-            EngineShapes out;
-            net_.getLayerShapes(ordered, layer, into, out);
-            outputs.push_back(out.at(0));
-        }
+    const auto infer = [&](int layer) {
+        EngineShapes into;
+        EngineShapes out;
+        net_.getLayerShapes(ordered, layer, into, out);
+        return out;
+    };
+    namingNode(infer, [&] {
+        for (const int layer : engineOutputs_) outputs.push_back(infer(layer).at(0));
         std::vector<int> layers;
         std::vector<EngineShapes> into;
         std::vector<EngineShapes> out;
@@ -207,9 +228,33 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
     });
     inferredFor_ = inputs;
     inferred_ = std::move(outputs);
-    ++inference_;
+    ++generation_;
     blobBytes_ = blobs;
     return inferred_;
+}
+
+// The engine's texts seldom name the node, which is the first whose layer fails when the engine is asked to go so far.
+template <typename GoSoFar, typename Work>
+void Network::namingNode(const GoSoFar& goSoFar, const Work& work) {
+    try {
+        translateExceptions(work);
+    } catch (const EngineFailure& exception) {
+        const std::vector<std::string> layers = net_.getLayerNames();
+        const auto isGood = [&](const std::string& layer) {
+            try {
+                translateExceptions([&] { goSoFar(net_.getLayerId(layer)); });
+                return true;
+            } catch (const EngineFailure&) {
+                return false;
+            }
+        };
+        const auto failing = std::partition_point(layers.begin(), layers.end(), isGood);
+        if (failing == layers.end()) throw;
+        const std::string output = failing->substr(failing->find('!') + 1);  // behind a prefix of the engine's
+        const auto node = nodes_.find(output);
+        const std::string name = node == nodes_.end() ? "Node \"" + output + "\"" : node->second;
+        throw EngineFailure(name + ": " + exception.what());
+    }
 }
 
 TensorShape Network::resultShape(size_t output, const EngineShape& result, int64_t rows) const {
@@ -237,7 +282,7 @@ bool Network::stacks(const EngineShapes& row, int rows) {
             shape[0] = rows;
         }
         return inferOutputs(stacked) == expected;
-    } catch (const MLFrameworkException&) {
+    } catch (const EngineFailure&) {
         return false;  // the network holds a shape that fits one row only
     }
 }
@@ -256,7 +301,8 @@ void Network::setInput(EngineInput& to, const cv::Mat& input) {
 
 void Network::forward(const std::vector<cv::Mat>& inputs, const std::vector<std::string>& outputNames,
                       std::vector<cv::Mat>& outputs) {
-    engine([&] {
+    const auto goSoFar = [&](int layer) { net_.forward(net_.getLayer(layer)->name); };
+    namingNode(goSoFar, [&] {
         for (size_t i = 0; i < inputs.size(); ++i) setInput(engineInputs_[i], inputs[i]);
         if (outputs.size() == 1) {  // the engine has a shorter way for a single one
             copy(net_.forward(outputNames[0]), outputs[0]);

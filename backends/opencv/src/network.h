@@ -1,5 +1,7 @@
 #pragma once
 
+#include "onnx_file.h"
+
 #include <TarnoMirelo/manifest.h>
 
 #include <opencv2/dnn.hpp>
@@ -16,21 +18,28 @@ namespace TarnoMirelo::OpenCv {
 using EngineShape = cv::dnn::MatShape;
 using EngineShapes = std::vector<EngineShape>;
 
-/// Everything that calls the engine runs in here, so that none of the engine's exceptions leaves the backend: they
-/// become `MLFrameworkException` with the engine's text.
+/// The engine failed, with its text.
+struct EngineFailure : MLFrameworkException {
+    using MLFrameworkException::MLFrameworkException;
+};
+
+/// Calls the engine, and turns what it raises into an `EngineFailure`. What an operator of the host raises on the way
+/// is an `MLFrameworkException` with its text, or stays as it is where it is one of ours.
 template <typename Call>
-auto engine(const Call& call) {
+auto translateExceptions(const Call& call) {
     try {
         return call();
     } catch (const Exception&) {  // ours
         throw;
     } catch (const std::bad_alloc&) {
         throw;
+    } catch (const cv::Exception& exception) {
+        std::string text = exception.what();
+        text.erase(text.find_last_not_of("\n >") + 1);  // the engine ends its texts with a prompt and a line feed
+        throw EngineFailure(text);
     } catch (const std::exception& exception) {
         const char* const what = exception.what();
-        std::string text = what == nullptr ? "" : what;
-        text.erase(text.find_last_not_of("\n >") + 1);  // the engine ends its texts with a prompt and a line feed
-        throw MLFrameworkException(text);
+        throw MLFrameworkException(what == nullptr ? "" : what);
     }
 }
 
@@ -40,7 +49,7 @@ class Ports {
     struct Port {
         ModelFeatureDescriptor descriptor;
         std::string name;
-        TensorShape shape;  // the manifest's, of one row
+        TensorShape shape;  // of one row: the manifest's, and where that leaves a dimension open, the network's
 
         /// The shape of that many rows: a leading 1 gives way to `rows`. -1 stands for any dimension from 1.
         TensorShape shapeOf(int64_t rows) const;
@@ -59,6 +68,10 @@ class Ports {
     /// one that comes twice.
     template <typename Feature>
     std::vector<size_t> indicesOf(const std::vector<std::shared_ptr<Feature>>& features) const;
+    /// Takes a dimension that the manifest leaves open from the network.
+    /// @param network  -1 for a dimension that the network leaves open
+    /// Raises `ModelMetaDataException` where the two differ.
+    void restrictShape(size_t index, const std::vector<int64_t>& network);
     /// `Input "x": ` and the text.
     std::string about(size_t index, const std::string& text) const;
 
@@ -82,8 +95,8 @@ std::optional<EngineShape> toEngineShape(const TensorShape& shape);
 /// `MLFrameworkException` with its text.
 class Network {
  public:
-    /// Reads an ONNX network and compares it with the target. Raises what the comparison finds.
-    Network(const char* onnx, size_t size, const ModelTarget& target);
+    /// Has the engine read an ONNX network, and compares it with the target. Raises what the comparison finds.
+    Network(OnnxFile file, const ModelTarget& target);
 
     const Ports& inputs() const { return inputs_; }
     const Ports& outputs() const { return outputs_; }
@@ -97,12 +110,13 @@ class Network {
     /// The shapes of the outputs for these shapes of the inputs, by the engine's own inference; remembered until asked
     /// for other ones.
     const EngineShapes& inferOutputs(const EngineShapes& inputs);
-    /// A number that changes with each inference, so that who inferred last need not ask again.
-    uint64_t inference() const { return inference_; }
+    /// A number that changes with each inference: while it stays, the last inference holds.
+    uint64_t generation() const { return generation_; }
     /// The shape of a result as the manifest has it, its variable dimensions filled in. Raises `ModelMetaDataException`
     /// when the manifest says something else than the engine.
     TensorShape resultShape(size_t output, const EngineShape& result, int64_t rows) const;
-    /// Whether one pass over `rows` rows does what a pass over each does, as far as manifest and inference tell.
+    /// Whether the shapes allow one pass over `rows` rows. They don't tell whether a row's result depends on the
+    /// others.
     /// @param row  the shapes of one row's inputs
     bool stacks(const EngineShapes& row, int rows);
 
@@ -121,8 +135,12 @@ class Network {
         int depth = -1;    // the element type, as it was set last
     };
 
+    /// Has the engine work, and where it fails, raises `EngineFailure` with the node's name before its text.
+    /// @param goSoFar  has the engine do the same up to the layer of an id
+    template <typename GoSoFar, typename Work>
+    void namingNode(const GoSoFar& goSoFar, const Work& work);
+    void compareInputs(const OnnxFile& file);
     void locatePorts();
-    void countInputs();
     uint64_t countWeightBytes();
     void setInput(EngineInput& to, const cv::Mat& input);
     bool hasRows() const;
@@ -131,14 +149,16 @@ class Network {
 
     Ports inputs_;
     Ports outputs_;
+    std::unordered_map<std::string, std::string> nodes_;  // what messages call them, by their first output
     std::vector<EngineInput> engineInputs_;
-    std::vector<int> engineOutputs_;  // the engine's id of the layer behind each output
+    std::vector<int> engineOutputs_;    // the engine's id of the layer behind each output
+    bool firstDimensionIsOpen_ = true;  // of every input, as the network has it
     int64_t batchSize_ = 1;
     EngineShapes inferredFor_;
     EngineShapes inferred_;
     // What every prediction looks at.
     cv::dnn::Net net_;
-    uint64_t inference_ = 0;
+    uint64_t generation_ = 0;
     uint64_t weightBytes_ = 0;
     uint64_t blobBytes_ = 0;
 };

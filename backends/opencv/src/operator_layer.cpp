@@ -12,7 +12,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <utility>
 
 namespace TarnoMirelo::OpenCv {
 
@@ -92,8 +91,7 @@ class OperatorLayer : public cv::dnn::Layer {
     std::unique_ptr<Operator> operator_;
 };
 
-// By how many loads each type is in use. Behind a lock, for the engine's list is one for all models, which hosts may
-// load on several threads.
+// How many loads use each type. Locked: the engine has one list for all models, and hosts load on several threads.
 struct TypesInUse {
     std::mutex mutex;
     std::map<std::string, size_t> users;
@@ -120,11 +118,10 @@ LayerType::~LayerType() {
     if (--types.users[name_] == 0) cv::dnn::LayerFactory::unregisterLayer(name_);
 }
 
-void OperatorLayers::registerAll() {
-    CustomOperators::getOperatorRegistry().enumerateThroughRegisteredOperators(
-        [this](const std::string& name, std::unique_ptr<CustomOperators::Operator> created) {
-            if (asOurs(std::move(created)) != nullptr) types_.emplace_back(name);
-        });
+OperatorLayers::OperatorLayers(const std::set<std::string>& types) {
+    for (const std::string& type : types) {
+        if (asOurs(CustomOperators::getOperatorRegistry().createOperator(type)) != nullptr) types_.emplace_back(type);
+    }
 }
 
 }  // namespace TarnoMirelo::OpenCv

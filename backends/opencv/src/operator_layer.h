@@ -1,6 +1,7 @@
 #pragma once
 
 #include <list>
+#include <set>
 #include <string>
 
 namespace TarnoMirelo::OpenCv {
@@ -21,8 +22,9 @@ class LayerType {
 /// Has the engine know the host's operators while a network is read.
 class OperatorLayers {
  public:
-    /// Registers every operator of the finalised registry that is one of this backend's.
-    void registerAll();
+    /// @param types  of the network's nodes; those that the finalised registry has an operator of this backend for are
+    ///               registered. The factories of other operators are not called.
+    explicit OperatorLayers(const std::set<std::string>& types);
 
  private:
     std::list<LayerType> types_;

@@ -20,7 +20,6 @@
 
 namespace TarnoMirelo::OpenCv {
 
-class Binding;
 class Network;
 
 /// An operator that the engine lacks, computed by the host on the CPU.
@@ -47,6 +46,17 @@ class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
                                  const std::vector<std::shared_ptr<ITensor>>& outputs) = 0;
 };
 
+/// What a host knows of its network.
+struct Options {
+    /// The host's promise: the first dimension of every input and output counts rows, and the network computes each row
+    /// as if it were alone. `predictBatch` then runs all rows in one pass, which is faster, where every shape begins
+    /// with 1 or -1 and the results grow with the rows; where the engine can't, row by row as without the promise.
+    ///
+    /// Where the promise is wrong, so are the results, in silence: a recurrent layer over the first dimension, or a
+    /// softmax along it, mixes the rows. Neither the shapes nor the engine tell.
+    bool rowsAreIndependent = false;
+};
+
 /// A model that OpenCV runs.
 ///
 /// **Components.** A target has one: an ONNX network, of kind "file" (its path is looked up under the root directory
@@ -63,42 +73,51 @@ class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
 /// but a tensor of variable shape or without a buffer gets shape and buffer here.
 ///
 /// **Batches.** `predictBatch` takes rows of the manifest's shape and returns the outputs row by row, one feature per
-/// output and row. Where every input and output begins with a dimension of 1 or -1 and the network's results grow with
-/// it, all rows go through in one pass; else each row has its own. `setBatchSize(n)` has `predict` and `bind` expect n
-/// rows in one tensor, n in place of that 1; it needs a loaded model, and each load begins with one row again.
+/// output and row. Each row is a pass of its own, unless the host makes the promise of `Options::rowsAreIndependent`.
+/// `setBatchSize(n)` has `predict` and `bind` expect n rows in one tensor, n in place of the leading 1 of each shape;
+/// it needs a loaded model, and each load begins with one row again. That the network computes each of the n rows by
+/// itself is the host's knowledge here, too.
 ///
-/// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output or component:
+/// **Networks** that the engine is known to compute wrong are repaired while they are read, or refused with the node's
+/// name and the reason. docs/opencv.md lists them.
+///
+/// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output, component or node:
 ///   - `INVALID_OPERATION`: the model is not loaded; the network can't take that many rows at once; what was bound has
 ///     moved, or belongs to another load
 ///   - `INVALID_ARGUMENTS`: an input or output that the target doesn't have, that is missing, given twice, null, or
-///     without a buffer; outputs that share memory; a batch size of 0, or beyond what the engine can count
+///     without a buffer; an output that shares memory with another or with an input; a batch size of 0, or beyond
+///     what the engine can count
 ///   - `INVALID_TYPE`: a feature that is no tensor, or a tensor that is not in host memory; uneven rows
 ///   - `INVALID_TENSOR_DATA_TYPE`, `INVALID_SHAPE`: a tensor that does not fit
-///   - `MODEL_METADATA_ERROR`: a component of another kind, more than one, or none; a target that does not fit the
-///     network
+///   - `MODEL_METADATA_ERROR`: a component of another kind, more than one, or none; a file that is no ONNX network, or
+///     is cut short; a target that does not fit the network; a node that the engine computes wrong
 ///   - `FILE_ERROR`: the component's file can't be read
 ///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text
-/// No operation raises. One that fails leaves the list of outputs as it was; a load that fails leaves no network, not
-/// even the one of the load before.
+///   - `ALLOCATION_FAILED`: the tensor of an output can't get a buffer; other outputs that had none may have got theirs
+/// No operation that returns a status raises. One that fails leaves the list of outputs as it was, and the tensors in
+/// it but for their elements; a load that fails leaves no network, not even the one of the load before.
 ///
 /// **Memory**: what the engine's weights and blobs take is reported through the model's record at the
 /// first operation after the model was registered, kept up to date as shapes change, and taken back by the unload.
 ///
-/// **Log**: the load of a component with its time, an unload, and every failure of the engine are reported to the
-/// configuration's sink, else through `_Report_`. The engine itself writes to standard error when a network is
-/// malformed; OPENCV_LOG_LEVEL=SILENT in the process's environment stops that.
+/// **Log**: the configuration's sink gets the load of a component with its time, an unload, and every failure of the
+/// engine. Without a sink, failures alone are reported, through `_Report_`. The engine itself writes to standard error
+/// when a network is malformed; OPENCV_LOG_LEVEL=SILENT in the process's environment stops that.
 ///
 /// **Threads**: no two operations on one model may overlap, const ones included, for the engine's network serves one
 /// call at a time. Distinct models are independent, apart from the sink and the logger, which the host keeps calls
 /// apart for. The engine ends before static objects that were made earlier: no destructor of theirs predicts.
 class MIRELO_OPENCV_API Model : public MireloModel {
  public:
+    /// Raises `InvalidArgumentsException` for a null device, as every model does.
     /// @param device  shared with the model; its model type is adopted, the rest is not looked at
     /// @param config  copied; its sink gets what the model reports
-    Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config = MireloConfig());
+    Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config = MireloConfig(),
+          Options options = Options());
     /// @param device  outlives the model
-    Model(const std::string& name, Device* device, MireloConfig config = MireloConfig());
-    Model(const std::string& name, MireloModelType type, MireloConfig config = MireloConfig());
+    Model(const std::string& name, Device* device, MireloConfig config = MireloConfig(), Options options = Options());
+    Model(const std::string& name, MireloModelType type, MireloConfig config = MireloConfig(),
+          Options options = Options());
     ~Model() override;
 
  protected:
@@ -114,14 +133,12 @@ class MIRELO_OPENCV_API Model : public MireloModel {
     template <typename Work>
     MireloStatus statusOf(const Work& work) const;
     const std::shared_ptr<Network>& loadedNetwork() const;
-    /// @return what the same features need not have prepared again; null where that can't be known
-    std::unique_ptr<Binding> predictAnew(const Inputs& inputs, Outputs& outputs) const;
     void reportMemory() const;
     void log(LogSeverity severity, const std::string& message) const;
 
     MireloConfig config_;
+    Options options_;
     std::shared_ptr<Network> network_;                      // empty while not loaded; bindings share it
-    mutable std::unique_ptr<Binding> lastPrediction_;       // of the features that predict was given last
     mutable std::weak_ptr<ModelRuntimeStatus> reportedTo_;  // the record that knows of reportedBytes_
     mutable uint64_t reportedBytes_ = 0;
 };

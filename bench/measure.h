@@ -80,7 +80,7 @@ void registerRows();
 const std::filesystem::path& scratchDirectory();
 
 void addIdleCalls();
-void addDigits();
+void addOpenCv();
 void addManifests();
 void addMemory();
 void addFiles();

@@ -1,59 +1,17 @@
-// What a prediction costs beside the engine's own work, and what the manager costs.
+// What a call of a model adds to its backend's hook, and what the manager costs.
 
 #include "idle_model.h"
 #include "measure.h"
 
-#include <TarnoMirelo/opencv.h>
+#include <TarnoMirelo/TarnoMirelo.h>
 
-#include <opencv2/dnn.hpp>
-
-#include <array>
-#include <cstring>
-#include <stdexcept>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
 namespace Bench {
-namespace {
 
 using namespace TarnoMirelo;
-
-void require(const MireloStatus& status) {
-    if (!status.ok()) throw std::runtime_error(status.getDescription());
-}
-
-// The digits model through the backend, and its engine by itself: both read the caller's input and write the result
-// into the caller's output.
-struct Digits {
-    Digits() {
-        MireloConfig config;
-        config.SetLogger(std::make_shared<LogProcessorContainer>());  // silent
-        model = std::make_shared<OpenCv::Model>("digits", MireloModelType::WinML, config);
-        ModelMetadata metadata;
-        require(metadata.load(Filepath(DIGITS_MODEL).append(Filepath("manifest.json"))));
-        require(model->load(metadata.getModelCompoents(MireloModelType::WinML)));
-        MireloModel::Outputs allocated;
-        require(model->allocateInputs(allocated));
-        inputs.assign(allocated.begin(), allocated.end());
-        require(model->predict(inputs, outputs));
-        require(model->bind(inputs, outputs, binding));
-        auto* const elements = reinterpret_cast<float*>(allocated.at(0)->asTensor()->buffer());
-        for (int i = 0; i < 64; ++i) elements[i] = static_cast<float>(i % 17);
-        engine = cv::dnn::readNetFromONNX(std::string(DIGITS_MODEL) + "/digits.onnx");
-        engineInput = cv::Mat(1, 64, CV_32F, elements);
-    }
-
-    std::shared_ptr<OpenCv::Model> model;
-    MireloModel::Inputs inputs;
-    MireloModel::Outputs outputs;
-    std::shared_ptr<MireloModel::MireloBinding> binding;
-    cv::dnn::Net engine;
-    cv::Mat engineInput;
-    const std::string outputName = "probabilities";  // without one the engine lists all names in each call
-    std::array<float, 10> engineOutput{};
-};
-
-}  // namespace
 
 void addIdleCalls() {
     const auto model = std::make_shared<IdleModel>("digits", MireloModelType::WinML);
@@ -80,25 +38,6 @@ void addIdleCalls() {
             [=]() mutable { benchmark::DoNotOptimize(constant->evaluate(binding)); });
     measure("evaluate, idle backend", Side::Limit, callHook);
     measure("evaluate, idle backend", Side::Instead, fillMap);
-}
-
-void addDigits() {
-    // A pass is so short that the engine loses by sharing it out among threads, and how much differs from call to call
-    // by more than what is measured here.
-    cv::setNumThreads(1);
-    const auto digits = std::make_shared<Digits>();
-    const auto engineAlone = [=] {
-        digits->engine.setInput(digits->engineInput);
-        const cv::Mat result = digits->engine.forward(digits->outputName);
-        std::memcpy(digits->engineOutput.data(), result.data, sizeof digits->engineOutput);
-        benchmark::ClobberMemory();
-    };
-    measure("predict, digits over OpenCV", Side::Ours,
-            [=] { benchmark::DoNotOptimize(digits->model->predict(digits->inputs, digits->outputs)); });
-    measure("predict, digits over OpenCV", Side::Limit, engineAlone);
-    measure("evaluate, digits over OpenCV", Side::Ours,
-            [=] { benchmark::DoNotOptimize(digits->model->evaluate(digits->binding)); });
-    measure("evaluate, digits over OpenCV", Side::Limit, engineAlone);
 }
 
 void addManager() {

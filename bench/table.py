@@ -21,7 +21,7 @@ MANIFEST = str(ROOT / "examples/digits/model/manifest.json")  # 1 KB
 KEEP_MEMORY = {"GLIBC_TUNABLES": f"glibc.malloc.mmap_max=0:glibc.malloc.trim_threshold={1 << 40}"}
 PROCESSES = [
     (["idle"], {}, 1, 15),
-    (["digits"], {}, 25, 5),
+    (["opencv"], {}, 9, 5),
     (["manifests", "memory"], {}, 1, 15),
     (["files"], KEEP_MEMORY, 1, 15),
     (["archives", "manager", "logging"], {}, 1, 15),
@@ -33,8 +33,9 @@ PROCESSES = [
 WANTED = [
     ("predict, idle", None, 0.2),
     ("evaluate, idle", None, 0.2),
-    ("predict, digits", 1.05, None),
-    ("evaluate, digits", 1.05, None),
+    ("predict, digits", None, None),
+    ("(evaluate, digits|predict, convolutions|evaluate, convolutions)", 1.05, None),
+    ("predictBatch", None, None),
     ("ModelMetadata::load", 1.5, None),
     ("allocateInputs, (1 KB|.*beside)", None, None),
     ("allocateInputs", 1.5, None),

@@ -1,5 +1,6 @@
 // The kit: features matched to the inputs and outputs of a target.
 
+#include "support/kit_features.h"
 #include "support/text.h"
 
 #include <TarnoMirelo/kit/ports.h>
@@ -37,22 +38,8 @@ class AnyTensor : public Tensor {
     TensorShape shape_;
 };
 
-ModelFeatureDescriptor port(const std::string& name, DataType type, const TensorShape& shape, bool required = true) {
-    return {MireloFeatureType::Tensor, required, name, "", TensorDescriptor(shape, type)};
-}
-
-std::shared_ptr<MireloFeature> feature(const std::string& name, std::shared_ptr<ITensor> tensor) {
-    return std::make_shared<MireloFeatureTensor>(port(name, DataType::Float, {}), std::move(tensor));
-}
-
-template <typename... Arguments>
-std::shared_ptr<MireloFeature> feature(const std::string& name, DataType type, Arguments... dimensions) {
-    return feature(name, std::make_shared<Tensor>(type, TensorShape(dimensions...)));
-}
-
 std::shared_ptr<MireloFeature> wrapped(const std::string& name, float* elements) {
-    return feature(name, std::make_shared<BufferWrappedTensor>(DataType::Float, TensorShape(1, 2),
-                                                               reinterpret_cast<uint8_t*>(elements), 8));
+    return TarnoMirelo::wrapped(name, elements, {1, 2});
 }
 
 ModelTarget target() {

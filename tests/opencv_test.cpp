@@ -103,41 +103,29 @@ TEST_F(OpenCvBackend, FillsAnEmptyListAndWritesIntoAGivenOne) {
     }
 }
 
+// The kit's own tests have every failure; these are the ways in which the backend gets there.
 TEST_F(OpenCvBackend, NamesTheFeatureThatDoesNotFit) {
-    struct OnDevice : Tensor {
-        using Tensor::Tensor;
-        bool onDevice() const override { return true; }
-    };
     const auto noBuffer = std::make_shared<BufferWrappedTensor>(DataType::Float, TensorShape(1, 3), nullptr, 0);
-    const auto variable = std::make_shared<VariableTensor>(DataType::Float, TensorShape(1, -1));
-    const std::pair<Inputs, const char*> inputs[] = {
-        {{a}, R"(7: Input "b": missing)"},
-        {{a, b, feature("c", {1, 3}, Floats{})}, R"(7: Input "c": the target has none of that name)"},
-        {{a, b, a}, R"(7: Input "a": given twice)"},
-        {{a, nullptr}, "7: Input: a feature must not be null"},
-        {{a, holding("b", nullptr)}, R"(7: Input "b": the feature holds no tensor)"},
-        {{a, holding("b", noBuffer)}, R"(7: Input "b": the tensor has no buffer)"},
-        {{a, std::make_shared<MireloFeatureInt32>(port("b", {}))}, R"(8: Input "b": the feature is no tensor)"},
-        {{a, holding("b", std::make_shared<OnDevice>(DataType::Float, TensorShape(1, 3)))},
-         R"(8: Input "b": the tensor is not in host memory)"},
-        {{a, feature("b", {2, 3}, Floats{})}, R"(17: Input "b": the shape is (2, 3), wanted is (1, 3))"},
-        {{a, holding("b", variable)}, R"(17: Input "b": the shape is (1, -1), wanted is (1, 3))"}};
-    for (const auto& [features, expected] : inputs) EXPECT_EQ(result(predict(features)), expected);
-    const std::pair<std::shared_ptr<MireloFeature>, const char*> given[] = {
-        {nullptr, "7: Output: a feature must not be null"},
-        {feature("z", {1, 3}, Floats{}), R"(7: Output "z": the target has none of that name)"},
-        {std::make_shared<MireloFeatureBool>(port("y", {})), R"(8: Output "y": the feature is no tensor)"},
-        {feature("y", {1, 3}, Floats{}, DataType::Int32),
-         R"(9: Output "y": the engine computes elements of type float only)"},
-        {feature("y", {3, 1}, Floats{}), R"(17: Output "y": the shape is (3, 1), wanted is (1, 3))"},
-        {holding("y", std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1))),
-         R"(17: Output "y": the shape is (-1), wanted is (1, 3))"},
-        {holding("y", b->asTensor()), R"(7: Output "y": the tensor shares its memory with input "b")"},
-        {holding("y", noBuffer), R"(18: Output "y": Failed allocating a new buffer when resizing a tensor)"}};
-    for (const auto& [output, expected] : given) {
-        outputs = {output};
-        EXPECT_EQ(predict({a, b}), expected);
-        EXPECT_EQ(outputs, Outputs{output});
+    struct Case {
+        Inputs inputs;
+        Outputs outputs;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {{a}, {}, R"(7: Input "b": missing)"},
+        {{a, feature("b", {2, 3}, Floats{})}, {}, R"(17: Input "b": the shape is (2, 3), wanted is (1, 3))"},
+        {{a, b}, {b}, R"(7: Output "b": the target has none of that name, but "y")"},
+        {{a, b},
+         {feature("y", {1, 3}, Floats{}, DataType::Int32)},
+         R"(9: Output "y": the element type is int32, wanted is float)"},
+        {{a, b},
+         {holding("y", b->asTensor())},
+         R"(7: Output "y": the tensor shares its memory with input "b", wanted is memory of its own)"},
+        {{a, b}, {holding("y", noBuffer)}, R"(18: Output "y": Failed allocating a new buffer when resizing a tensor)"}};
+    for (const Case& test : cases) {
+        outputs = test.outputs;
+        EXPECT_EQ(predict(test.inputs), test.expected);
+        EXPECT_EQ(outputs, test.outputs) << test.expected;
     }
     outputs.clear();
     EXPECT_EQ(predict({a, b}), kSuccess);  // nothing has stuck
@@ -161,10 +149,10 @@ TEST_F(OpenCvBackend, TakesTheElementTypesOfTheEngine) {
                                         "6 2 65536", "7 2.5 1e+06", "8 0 0.5", "9 2 3"};
         EXPECT_EQ(result(predict({taken, zero})), "1: y (1,3) " + expected[round++] + ";");
     }
-    for (const DataType type :
-         {DataType::Bool, DataType::UInt32, DataType::Int64, DataType::UInt64, DataType::Undefined}) {
+    for (const auto& [type, name] : {std::pair(DataType::Bool, "bool"), std::pair(DataType::UInt32, "uint32"),
+                                     std::pair(DataType::Int64, "int64"), std::pair(DataType::UInt64, "uint64")}) {
         EXPECT_EQ(predict({feature("a", shape, Floats{}, type), b}),
-                  R"(9: Input "a": the engine doesn't take elements of that type)");
+                  std::string(R"(9: Input "a": the engine doesn't take elements of type )") + name);
     }
 }
 
@@ -178,18 +166,10 @@ TEST_F(OpenCvBackend, PredictsABatchRowByRow) {
     outputs.clear();
     EXPECT_EQ(result(predictBatch({a, b, feature<double>("a", {1, 3}, {0, 0, 0}, DataType::Double), b})),
               "1: " + expected);
-    outputs.pop_back();
-    EXPECT_EQ(predictBatch({a, b, c, b}), R"(7: Output "y": 1 features for 2 rows of inputs)");
     outputs.clear();
-    EXPECT_EQ(predictBatch({a, b, c}), "8: An uneven number of batches per input");
-    const auto shared = holding("y", std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 3)));
-    outputs = {shared, shared};
-    EXPECT_EQ(predictBatch({a, b, c, b}), R"(7: Output "y": the tensor shares its memory with another output's)");
-    outputs.clear();
-    EXPECT_EQ(predictBatch({a, c}), R"(7: Input "b": missing)");
-    EXPECT_EQ(predictBatch({}), "7: Input: a batch has at least one row");
+    EXPECT_EQ(predictBatch({a, b, c}), R"(8: Input "b": 1 features, wanted are 2 as of input "a")");
     EXPECT_EQ(predictBatch({a, b, c, feature("b", {1, 2}, Floats{})}),
-              R"(17: Input "b": the shape is (1, 2), wanted is (1, 3))");
+              R"(17: Row 1: Input "b": the shape is (1, 2), wanted is (1, 3))");
     EXPECT_TRUE(outputs.empty());
 }
 
@@ -238,13 +218,6 @@ TEST_F(OpenCvBackend, ReturnsEachOfSeveralResults) {
     EXPECT_EQ(result(predictBatch({x, x})), "1: " + row + row);
     outputs = {feature("positive", shape, Floats{})};  // one of them is enough
     EXPECT_EQ(result(predict({x})), "1: positive (1,1,2,2) 0 0 0 2;");
-    std::vector<float> memory(5);
-    const auto part = [&](const char* name, size_t offset) {
-        auto* const bytes = reinterpret_cast<uint8_t*>(memory.data() + offset);
-        return holding(name, std::make_shared<BufferWrappedTensor>(DataType::Float, shape, bytes, sizeof(float) * 4));
-    };
-    outputs = {part("positive", 1), part("squashed", 0)};
-    EXPECT_EQ(predict({x}), R"(7: Output "squashed": the tensor shares its memory with another output's)");
     // One that can't get a buffer leaves the other as it was.
     const auto open = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 1, 2, 2));
     const auto none = std::make_shared<BufferWrappedTensor>(DataType::Float, shape, nullptr, 0);
@@ -288,18 +261,15 @@ TEST_F(OpenCvBackend, StacksRowsOnlyWhereTheHostPromisesThatTheyAreIndependent) 
 
 TEST_F(OpenCvBackend, ChecksAllRowsOfABatchBeforeItChangesAny) {
     const auto open = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 3));
-    const std::pair<Inputs, const char*> batches[] = {
-        {{a, b, feature("a", {1, 2}, Floats(2)), b}, R"(17: Input "a": the shape is (1, 2), wanted is (1, 3))"},
-        {{a, b, holding("a", open), b}, R"(17: Input "a": the shape is (-1, 3), wanted is (1, 3))"}};
-    for (const auto& [inputs, expected] : batches) {
-        outputs = {holding("y", open), feature("y", {1, 3}, Floats{})};
-        EXPECT_EQ(predictBatch(inputs), expected);
-        EXPECT_EQ(open->shape(), TensorShape(-1, 3));
-    }
+    outputs = {holding("y", open), feature("y", {1, 3}, Floats{})};
+    EXPECT_EQ(predictBatch({a, b, feature("a", {1, 2}, Floats(2)), b}),
+              R"(17: Row 1: Input "a": the shape is (1, 2), wanted is (1, 3))");
+    EXPECT_EQ(open->shape(), TensorShape(-1, 3));
     // The output of one row in the memory of another row's input would change what that row reads.
     outputs = {holding("y", b->asTensor()), feature("y", {1, 3}, Floats{})};
-    EXPECT_EQ(predictBatch({a, feature("b", {1, 3}, Floats(3)), a, b}),
-              R"(7: Output "y": the tensor shares its memory with input "b")");
+    EXPECT_EQ(
+        predictBatch({a, feature("b", {1, 3}, Floats(3)), a, b}),
+        "7: Between rows: Output \"y\": the tensor shares its memory with input \"b\", wanted is memory of its own");
 }
 
 TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
@@ -321,8 +291,7 @@ TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
         EXPECT_EQ(text(others), "y (1,2) 4 6;");
     }
     outputs.clear();
-    EXPECT_EQ(predict({feature("a", {1, 0}, Floats{}), b}),
-              R"(17: Input "a": the shape is (1, 0), wanted is (-1, -1))");
+    EXPECT_EQ(predict({feature("a", {1, 0}, Floats{}), b}), R"(17: Input "a": the engine can't take the shape (1, 0))");
     const std::string failure = R"(Node "ab" (Add): OpenCV)";
     EXPECT_EQ(predict({feature("a", {1, 4}, Floats{}), b}).substr(0, 4 + failure.size()), "13: " + failure);
     EXPECT_NE(log.find("\n3 OpenCV model \"m\": " + failure), std::string::npos);  // every one is reported
@@ -332,11 +301,10 @@ TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
     // What the manifest leaves open and the network does not.
     load(*model, targetOf("sum.onnx", {port("a", {-1, -1}), port("b", {-1, -1})}, {port("y", {-1, -1})}));
     EXPECT_EQ(predict({feature("a", {1, 2}, Floats(2)), b}),
-              R"(17: Input "a": the shape is (1, 2), wanted is (-1, 3))");
+              R"(17: Input "a": the shape is (1, 2), wanted is (-1, 3) with any number from 0 for -1)");
 }
 
 TEST_F(OpenCvBackend, SaysWhatItCannotLoadAndWhy) {
-    EXPECT_EQ(load(*model, targetOf("\xFF.onnx", {}, {})), R"(3: Component "net": bad conversion)");
     const TempDir directory;
     for (const auto& [title, json, expected] : readCases(TEST_DATA "/opencv_targets.txt")) {
         ModelMetadata metadata;
@@ -354,7 +322,7 @@ TEST_F(OpenCvBackend, ReadsNetworksFromMemoryAndRefusesThoseThatAreCut) {
     ModelTarget target = kSumTarget;
     target.components[0].type = ComponentKind::MemoryStream;
     const auto whole = FileUtils().readBinaryFileToByteVector(Filepath(TEST_MODELS).append(Filepath("sum.onnx")));
-    for (size_t size = 0; size < whole.size(); ++size) {
+    for (size_t size = 1; size < whole.size(); ++size) {
         target.components[0].buffer.assign(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
         EXPECT_EQ(load(*model, target).substr(0, 42), R"(12: Component "net": the file holds no ONN)") << size;
     }

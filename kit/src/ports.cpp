@@ -166,6 +166,9 @@ bool refuseName(const List& ports, const std::string& name, MireloStatus& failur
 
 template <typename List>
 bool refuseType(const List& ports, size_t index, MireloFeatureType found, MireloStatus& failure) {
+    if (found == ports.type(index)) {
+        return refuse(ports, index, INVALID_TYPE, "the feature is no tensor, although its descriptor says so", failure);
+    }
     return refuse(ports, index, INVALID_TYPE,
                   "the feature's type is " + GetMireloFeatureTypeName(found) + ", wanted is " +
                       GetMireloFeatureTypeName(ports.type(index)),

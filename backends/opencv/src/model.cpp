@@ -1,11 +1,12 @@
 #include "binding.h"
 #include "network.h"
 
+#include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/kit/memory.h>
 #include <TarnoMirelo/opencv.h>
 
 #include <chrono>
-#include <stdexcept>
-#include <unordered_map>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
@@ -15,58 +16,22 @@ std::string about(const ModelComponent& component, const std::string& text) {
     return "Component \"" + component.name + "\": " + text;
 }
 
-// Whether a relative path stays under the directory it is relative to, on every system.
-bool staysInside(const std::string& path) {
-    if (path.find(':') != std::string::npos || path.find_first_of("/\\") == 0) return false;
-    for (size_t begin = 0, end = 0; end != std::string::npos; begin = end + 1) {
-        end = path.find_first_of("/\\", begin);
-        if (path.substr(begin, end - begin) == "..") return false;
-    }
-    return true;
-}
-
-std::shared_ptr<Network> readBytes(const ModelComponent& component, const char* bytes, size_t size,
-                                   const ModelTarget& target) {
-    const auto read = [&] {
+std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
+    Kit::ComponentBytes bytes;
+    require(Kit::readComponent(component, rootDir, bytes));
+    const auto readFile = [&] {
         try {
-            return readOnnxFile(bytes, size);
+            return readOnnxFile(reinterpret_cast<const char*>(bytes.data()), bytes.size());
         } catch (const ModelMetaDataException& exception) {
             throw ModelMetaDataException(about(component, exception.what()));
         }
     };
-    OnnxFile file = read();
+    OnnxFile file = readFile();
     try {
         return std::make_shared<Network>(std::move(file), target);
     } catch (const MLFrameworkException& exception) {
         throw MLFrameworkException(about(component, exception.what()));
     }
-}
-
-std::shared_ptr<Network> readFile(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
-    if (component.path.empty() || !staysInside(component.path)) {
-        throw ModelMetaDataException(
-            about(component, "the path \"" + component.path + "\" names no file of the model"));
-    }
-    Filepath path = rootDir;
-    path.append(Filepath(component.path));
-    uint64_t size = 0;
-    std::unique_ptr<char[]> bytes;
-    try {
-        bytes = FileUtils().readBinaryFileToBuffer(path, size);
-    } catch (const std::range_error& error) {
-        throw FileException(about(component, error.what()));
-    }
-    if (bytes == nullptr) throw FileException(about(component, "cannot open " + path.getPathString()));
-    return readBytes(component, bytes.get(), static_cast<size_t>(size), target);
-}
-
-std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
-    if (component.type == ComponentKind::File) return readFile(component, rootDir, target);
-    if (component.type == ComponentKind::MemoryStream) {
-        const auto* const bytes = reinterpret_cast<const char*>(component.buffer.data());
-        return readBytes(component, bytes, component.buffer.size(), target);
-    }
-    throw ModelMetaDataException(about(component, "components of the kind \"" + component.type + "\" can't be run"));
 }
 
 // Deletes a binding of this backend, and tells it from those of others: also where a host was built without type
@@ -77,32 +42,23 @@ struct DeleteBinding {
     Binding* made;
 };
 
-// The features of each row of a flat list, whose order stays within the rows.
-std::vector<MireloModel::Outputs> rowsOf(const MireloModel::Outputs& features, size_t rowCount) {
-    std::vector<MireloModel::Outputs> rows(rowCount);
-    std::unordered_map<std::string, size_t> given;
-    for (const auto& feature : features) {
-        if (feature == nullptr) throw InvalidArgumentsException("Output: a feature must not be null");
-        const std::string name = feature->featureDescriptor().name();
-        const size_t row = given[name]++;
-        if (row < rowCount) rows[row].push_back(feature);
-    }
-    for (const auto& [name, count] : given) {
-        if (count == rowCount) continue;
-        throw InvalidArgumentsException("Output \"" + name + "\": " + std::to_string(count) + " features for " +
-                                        std::to_string(rowCount) + " rows of inputs");
-    }
-    return rows;
-}
-
 }  // namespace
 
 Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config, Options options)
-    : MireloModel(name, std::move(device)), config_(std::move(config)), options_(options) {}
+    : MireloModel(name, std::move(device)),
+      config_(std::move(config)),
+      options_(options),
+      reporter_(std::make_unique<Kit::MemoryReporter>()) {}
 Model::Model(const std::string& name, Device* device, MireloConfig config, Options options)
-    : MireloModel(name, device), config_(std::move(config)), options_(options) {}
+    : MireloModel(name, device),
+      config_(std::move(config)),
+      options_(options),
+      reporter_(std::make_unique<Kit::MemoryReporter>()) {}
 Model::Model(const std::string& name, MireloModelType type, MireloConfig config, Options options)
-    : MireloModel(name, type), config_(std::move(config)), options_(options) {}
+    : MireloModel(name, type),
+      config_(std::move(config)),
+      options_(options),
+      reporter_(std::make_unique<Kit::MemoryReporter>()) {}
 Model::~Model() = default;
 
 // The hooks raise nothing: what was refused on the way becomes their status.
@@ -142,18 +98,7 @@ const std::shared_ptr<Network>& Model::loadedNetwork() const {
     return network_;
 }
 
-// The model gets its record only when it is registered, and no hook is called then: every operation looks for one.
-void Model::reportMemory() const {
-    const std::shared_ptr<ModelRuntimeStatus>& record = runtimeRecord();
-    if (record.owner_before(reportedTo_) || reportedTo_.owner_before(record)) {
-        reportedTo_ = record;
-        reportedBytes_ = 0;
-    }
-    const uint64_t bytes = network_ == nullptr ? 0 : network_->memory();
-    if (record == nullptr || bytes == reportedBytes_) return;
-    const MireloStatus status = record->addCurrentMemoryConsumption(bytes - reportedBytes_);
-    if (status.getCode() == MEMORY_CONSUMPTION_ERROR) reportedBytes_ = bytes;  // the code that says "recorded"
-}
+void Model::reportMemory() const { reporter_->report(runtimeRecord(), network_ == nullptr ? 0 : network_->memory()); }
 
 MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
     network_.reset();
@@ -185,33 +130,31 @@ MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
     });
 }
 
+void Model::predictRows(const Inputs& inputs, Outputs& outputs, int64_t rows) const {
+    Outputs results = outputs;
+    Binding(loadedNetwork(), inputs, results, rows).run();
+    reportMemory();
+    outputs = std::move(results);  // once nothing can fail any more
+}
+
 MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {
-    return statusOf([&] {
-        const std::shared_ptr<Network>& network = loadedNetwork();
-        Outputs results = outputs;
-        Binding binding(network, inputs, results, network->batchSize());
-        binding.prepareOutputs();
-        binding.run();
-        reportMemory();
-        outputs = std::move(results);  // once nothing can fail any more
-    });
+    return statusOf([&] { predictRows(inputs, outputs, loadedNetwork()->batchSize()); });
 }
 
 MireloStatus Model::onPredictBatch(const Inputs& inputs, Outputs& outputs) const {
     return statusOf([&] {
-        const std::shared_ptr<Network>& network = loadedNetwork();
-        const MireloFeatureSet batch = MireloBatch(inputs).getFeatureSet();
-        if (batch.features.empty()) throw InvalidArgumentsException("Input: a batch has at least one row");
-        std::vector<Outputs> results = rowsOf(outputs, batch.features.size());
-        std::vector<Binding> rows;
-        rows.reserve(batch.features.size());
-        for (size_t i = 0; i < results.size(); ++i) rows.emplace_back(network, batch.features[i], results[i], 1);
-        Binding::runRows(rows, options_.rowsAreIndependent);
-        reportMemory();
-        if (!outputs.empty()) return;
-        Outputs flat;
-        for (const Outputs& row : results) flat.insert(flat.end(), row.begin(), row.end());
-        outputs = std::move(flat);
+        const Network& network = *loadedNetwork();
+        const auto run = [this](const Inputs& rowInputs, Outputs& rowOutputs, int64_t rows) {
+            try {
+                predictRows(rowInputs, rowOutputs, rows);
+                return MireloStatus(SUCCESS, "");
+            } catch (...) {
+                return getStatusFromCurrentException();
+            }
+        };
+        const bool inOnePass = options_.rowsAreIndependent && network.hasRows();
+        require(Kit::runBatch(network.inputs(), network.outputs(), inputs, outputs,
+                              inOnePass ? Kit::Stacking::Promised : Kit::Stacking::Never, run));
     });
 }
 
@@ -221,7 +164,6 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
         Outputs results = outputs;
         auto* const made = new Binding(network, inputs, results, network->batchSize());
         std::shared_ptr<MireloBinding> bound(made, DeleteBinding{made});
-        made->prepareOutputs();
         reportMemory();
         outputs = std::move(results);
         binding = std::move(bound);

@@ -2,6 +2,8 @@
 
 #include "operator_layer.h"
 
+#include <TarnoMirelo/kit/texts.h>
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -40,56 +42,34 @@ void copy(const cv::Mat& result, cv::Mat& output) {
     }
 }
 
+// The target with the dimensions that it leaves open and the network does not.
+ModelTarget restrictedBy(const OnnxFile& file, ModelTarget target) {
+    for (ModelFeatureDescriptor& descriptor : target.inputs) {
+        if (descriptor.type() != MireloFeatureType::Tensor) continue;
+        const auto input = std::ranges::find(file.inputs, descriptor.name(), &OnnxFile::Input::name);
+        if (input == file.inputs.end() || !input->shape) continue;
+        const TensorDescriptor& tensor = descriptor.tensorDescriptor();
+        TensorShape shape = tensor.shape();
+        bool same = shape.dimension() == input->shape->size();
+        for (size_t i = 0; same && i < input->shape->size(); ++i) {
+            const int64_t network = (*input->shape)[i];
+            if (shape[i] == -1) shape[i] = network;
+            same = network == -1 || network == shape[i];
+        }
+        if (!same) {
+            throw ModelMetaDataException("Input \"" + input->name + "\": the network takes the shape " +
+                                         Kit::toText(*input->shape) + ", declared is " + Kit::toText(tensor.shape()));
+        }
+        descriptor = {descriptor.type(), descriptor.required(), descriptor.name(), descriptor.description(),
+                      TensorDescriptor(shape, tensor.tensorType())};
+    }
+    return target;
+}
+
 }  // namespace
 
-TensorShape Ports::Port::shapeOf(int64_t rows) const {
-    TensorShape scaled = shape;
-    if (isRow(scaled) && scaled[0] == 1) scaled[0] = rows;
-    return scaled;
-}
-
-Ports::Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descriptors) : kind_(kind) {
-    if (descriptors.empty()) throw ModelMetaDataException(kind_ + ": the target has none");
-    for (const ModelFeatureDescriptor& descriptor : descriptors) {
-        const size_t index = ports_.size();
-        ports_.push_back({descriptor, descriptor.name(), descriptor.tensorDescriptor().shape()});
-        if (descriptor.type() != MireloFeatureType::Tensor) throw ModelMetaDataException(about(index, "not a tensor"));
-        if (!indices_.emplace(ports_[index].name, index).second) {
-            throw ModelMetaDataException(about(index, "the target has two of that name"));
-        }
-    }
-}
-
-void Ports::restrictShape(size_t index, const std::vector<int64_t>& network) {
-    TensorShape& shape = ports_[index].shape;
-    bool same = shape.dimension() == network.size();
-    for (size_t i = 0; same && i < network.size(); ++i) {
-        if (shape[i] == -1) shape[i] = network[i];
-        same = network[i] == -1 || network[i] == shape[i];
-    }
-    if (same) return;
-    throw ModelMetaDataException(about(index, "the network takes the shape " + toText(network) + ", declared is " +
-                                                  toText(ports_[index].descriptor.tensorDescriptor().shape())));
-}
-
-std::string Ports::about(size_t index, const std::string& text) const {
-    return kind_ + " \"" + ports_[index].name + "\": " + text;
-}
-
-bool fits(const TensorShape& shape, const TensorShape& wanted) {
-    if (shape.dimension() != wanted.dimension()) return false;
-    for (uint64_t i = 0; i < shape.dimension(); ++i) {
-        if (wanted[i] == -1 ? shape[i] < 1 : shape[i] != wanted[i]) return false;
-    }
-    return true;
-}
-
-std::string toText(const TensorShape& shape) {
-    std::string text;
-    for (const int64_t dimension : shape.shapeVector()) {
-        text += (text.empty() ? "" : ", ") + std::to_string(dimension);
-    }
-    return "(" + text + ")";
+void require(const MireloStatus& status) {
+    if (!status.ok() && !status.warn()) throw Exception(status.getDescription(), status.getCode());
 }
 
 std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
@@ -105,7 +85,7 @@ std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
 }
 
 Network::Network(OnnxFile file, const ModelTarget& target)
-    : inputs_("Input", target.inputs), outputs_("Output", target.outputs), nodes_(std::move(file.nodes)) {
+    : inputs_(restrictedBy(file, target), Kit::ElementTypes::Any), outputs_(target), nodes_(std::move(file.nodes)) {
     compareInputs(file);
     const OperatorLayers operators(file.customOperators);  // until the network has got its layers
     translateExceptions([&] {
@@ -116,8 +96,16 @@ Network::Network(OnnxFile file, const ModelTarget& target)
         weightBytes_ = countWeightBytes();
     });
     if (const std::optional<EngineShapes> shapes = fixedInputs(1)) {
-        inferOutputs(*shapes);
-        for (size_t i = 0; i < outputs_.size(); ++i) resultShape(i, inferred_[i], 1);
+        checkResults(inferOutputs(*shapes), 1);
+    }
+}
+
+void Network::checkResults(const EngineShapes& results, int64_t rows) const {
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+        const TensorShape found = resultShape(i, results[i]);
+        if (Kit::fits(found, outputs_[i].shape, rows)) continue;
+        throw ModelMetaDataException(outputs_.about(i, "the engine gives the shape " + Kit::toText(found) +
+                                                           ", declared is " + Kit::toText(outputs_[i].shapeOf(rows))));
     }
 }
 
@@ -128,11 +116,9 @@ void Network::compareInputs(const OnnxFile& file) {
         }
     }
     for (const OnnxFile::Input& input : file.inputs) {
-        const auto port = std::ranges::find(inputs_, input.name, [](const Ports::Port& named) { return named.name; });
-        if (port == inputs_.end()) {
+        if (!inputs_.find(input.name)) {
             throw ModelMetaDataException("Input \"" + input.name + "\": the network has it, the target lacks it");
         }
-        if (input.shape) inputs_.restrictShape(static_cast<size_t>(port - inputs_.begin()), *input.shape);
         firstDimensionIsOpen_ =
             firstDimensionIsOpen_ && (!input.shape || (!input.shape->empty() && input.shape->front() == -1));
     }
@@ -148,7 +134,7 @@ void Network::locatePorts() {
     for (size_t i = 0; i < outputs_.size(); ++i) {
         const int layer = net_.getLayerId(outputs_[i].name);
         if (layer <= 0) throw ModelMetaDataException(outputs_.about(i, "the network has none of that name"));
-        if (outputs_[i].descriptor.tensorDescriptor().tensorType() != DataType::Float) {
+        if (outputs_[i].dataType != DataType::Float) {
             throw ModelMetaDataException(outputs_.about(i, "the engine computes elements of type float only"));
         }
         engineOutputs_.push_back(layer);
@@ -177,7 +163,7 @@ std::optional<EngineShapes> Network::fixedInputs(int rows) const {
 }
 
 bool Network::hasRows() const {
-    const auto startsWithRow = [](const Ports::Port& port) { return isRow(port.shape); };
+    const auto startsWithRow = [](const Kit::Ports::Port& port) { return isRow(port.shape); };
     return firstDimensionIsOpen_ && std::all_of(inputs_.begin(), inputs_.end(), startsWithRow) &&
            std::all_of(outputs_.begin(), outputs_.end(), startsWithRow);
 }
@@ -257,19 +243,14 @@ void Network::namingNode(const GoSoFar& goSoFar, const Work& work) {
     }
 }
 
-TensorShape Network::resultShape(size_t output, const EngineShape& result, int64_t rows) const {
-    TensorShape found(std::vector<int64_t>(result.begin(), result.end()));
-    TensorShape declared = outputs_[output].shapeOf(rows);
-    if (fits(found, declared)) return found;
-    // The engine's matrices have two dimensions at least, so a shape of one or none comes back with another rank.
-    TensorShape flat = declared.dimension() == 0 ? TensorShape() : TensorShape(found.size());
-    if (flat.size() == found.size() && fits(flat, declared)) return flat;
-    throw ModelMetaDataException(
-        outputs_.about(output, "the network gives the shape " + toText(found) + ", declared is " + toText(declared)));
+TensorShape Network::resultShape(size_t output, const EngineShape& result) const {
+    const TensorShape found(std::vector<int64_t>(result.begin(), result.end()));
+    const uint64_t declared = outputs_[output].shape.dimension();
+    if (declared == 0 && found.size() == 1) return {};
+    return declared == 1 && result.size() == 2 ? TensorShape(found.size()) : found;
 }
 
 bool Network::stacks(const EngineShapes& row, int rows) {
-    if (!hasRows()) return false;
     try {
         EngineShapes stacked = row;
         for (EngineShape& shape : stacked) {

@@ -2,6 +2,7 @@
 
 #include "onnx_file.h"
 
+#include <TarnoMirelo/kit/ports.h>
 #include <TarnoMirelo/manifest.h>
 
 #include <opencv2/dnn.hpp>
@@ -43,49 +44,8 @@ auto translateExceptions(const Call& call) {
     }
 }
 
-/// The inputs or the outputs of a target, in its order, and the way from a feature's name to its place among them.
-class Ports {
- public:
-    struct Port {
-        ModelFeatureDescriptor descriptor;
-        std::string name;
-        TensorShape shape;  // of one row: the manifest's, and where that leaves a dimension open, the network's
-
-        /// The shape of that many rows: a leading 1 gives way to `rows`. -1 stands for any dimension from 1.
-        TensorShape shapeOf(int64_t rows) const;
-    };
-
-    /// Raises `ModelMetaDataException` for no features, a feature that is no tensor, and a name that comes twice.
-    /// @param kind  "Input" or "Output", for messages
-    Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descriptors);
-
-    size_t size() const { return ports_.size(); }
-    const Port& operator[](size_t index) const { return ports_[index]; }
-    auto begin() const { return ports_.begin(); }
-    auto end() const { return ports_.end(); }
-
-    /// Where each of the features belongs. Raises `InvalidArgumentsException` for a null pointer, an unknown name, and
-    /// one that comes twice.
-    template <typename Feature>
-    std::vector<size_t> indicesOf(const std::vector<std::shared_ptr<Feature>>& features) const;
-    /// Takes a dimension that the manifest leaves open from the network.
-    /// @param network  -1 for a dimension that the network leaves open
-    /// Raises `ModelMetaDataException` where the two differ.
-    void restrictShape(size_t index, const std::vector<int64_t>& network);
-    /// `Input "x": ` and the text.
-    std::string about(size_t index, const std::string& text) const;
-
- private:
-    std::string kind_;
-    std::vector<Port> ports_;
-    std::unordered_map<std::string, size_t> indices_;
-};
-
-/// Whether every dimension is the wanted one, or one from 1 where -1 is wanted.
-bool fits(const TensorShape& shape, const TensorShape& wanted);
-
-/// "(1, 64)".
-std::string toText(const TensorShape& shape);
+/// Raises the status where it is a failure.
+void require(const MireloStatus& status);
 
 /// The shape as the engine has it: no dimension is below 1 or beyond its integers, and there are at least two, and no
 /// more than it knows. Nothing where that can't be.
@@ -98,8 +58,9 @@ class Network {
     /// Has the engine read an ONNX network, and compares it with the target. Raises what the comparison finds.
     Network(OnnxFile file, const ModelTarget& target);
 
-    const Ports& inputs() const { return inputs_; }
-    const Ports& outputs() const { return outputs_; }
+    /// The shapes are the target's, and where that leaves a dimension open, the network's.
+    const Kit::InputPorts& inputs() const { return inputs_; }
+    const Kit::OutputPorts& outputs() const { return outputs_; }
 
     /// Rows that `predict` and `bind` expect in one tensor.
     int64_t batchSize() const { return batchSize_; }
@@ -112,13 +73,11 @@ class Network {
     const EngineShapes& inferOutputs(const EngineShapes& inputs);
     /// A number that changes with each inference: while it stays, the last inference holds.
     uint64_t generation() const { return generation_; }
-    /// The shape of a result as the manifest has it, its variable dimensions filled in. Raises `ModelMetaDataException`
-    /// when the manifest says something else than the engine.
-    TensorShape resultShape(size_t output, const EngineShape& result, int64_t rows) const;
-    /// Whether the shapes allow one pass over `rows` rows. They don't tell whether a row's result depends on the
-    /// others.
-    /// @param row  the shapes of one row's inputs
-    bool stacks(const EngineShapes& row, int rows);
+    /// The shape of a result with as many dimensions as the target has it: the engine's matrices have two at least.
+    TensorShape resultShape(size_t output, const EngineShape& result) const;
+    /// Whether the network leaves the number of rows open, and the target's shapes begin with one. That tells nothing
+    /// of whether a row's result depends on the others.
+    bool hasRows() const;
 
     /// Runs the network. Each result is written to where the output of its name points, if it has that shape and type;
     /// else that output points elsewhere afterwards.
@@ -140,15 +99,16 @@ class Network {
     template <typename GoSoFar, typename Work>
     void namingNode(const GoSoFar& goSoFar, const Work& work);
     void compareInputs(const OnnxFile& file);
+    void checkResults(const EngineShapes& results, int64_t rows) const;
+    bool stacks(const EngineShapes& row, int rows);
     void locatePorts();
     uint64_t countWeightBytes();
     void setInput(EngineInput& to, const cv::Mat& input);
-    bool hasRows() const;
-    /// The shapes of the inputs for that many rows by the manifest alone; nothing where a dimension is variable.
+    /// The shapes of the inputs for that many rows by the target alone; nothing where a dimension is variable.
     std::optional<EngineShapes> fixedInputs(int rows) const;
 
-    Ports inputs_;
-    Ports outputs_;
+    Kit::InputPorts inputs_;
+    Kit::OutputPorts outputs_;
     std::unordered_map<std::string, std::string> nodes_;  // what messages call them, by their first output
     std::vector<EngineInput> engineInputs_;
     std::vector<int> engineOutputs_;    // the engine's id of the layer behind each output
@@ -162,24 +122,5 @@ class Network {
     uint64_t weightBytes_ = 0;
     uint64_t blobBytes_ = 0;
 };
-
-template <typename Feature>
-std::vector<size_t> Ports::indicesOf(const std::vector<std::shared_ptr<Feature>>& features) const {
-    std::vector<size_t> indices;
-    std::vector<bool> taken(ports_.size());
-    indices.reserve(features.size());
-    for (const auto& feature : features) {
-        if (feature == nullptr) throw InvalidArgumentsException(kind_ + ": a feature must not be null");
-        const std::string name = feature->featureDescriptor().name();
-        const auto found = indices_.find(name);
-        if (found == indices_.end()) {
-            throw InvalidArgumentsException(kind_ + " \"" + name + "\": the target has none of that name");
-        }
-        if (taken[found->second]) throw InvalidArgumentsException(about(found->second, "given twice"));
-        taken[found->second] = true;
-        indices.push_back(found->second);
-    }
-    return indices;
-}
 
 }  // namespace TarnoMirelo::OpenCv

@@ -2,6 +2,7 @@
 
 #include "network.h"
 
+#include <TarnoMirelo/kit/texts.h>
 #include <TarnoMirelo/opencv.h>
 #include <TarnoMirelo/operators.h>
 
@@ -80,7 +81,7 @@ class OperatorLayer : public cv::dnn::Layer {
         EngineShape result;
         for (const int64_t dimension : shape.shapeVector()) {
             if (dimension < 0 || dimension > std::numeric_limits<int>::max()) {
-                throw Exception(type + ": an output can't have the shape " + toText(shape), INVALID_SHAPE);
+                throw Exception(type + ": an output can't have the shape " + Kit::toText(shape), INVALID_SHAPE);
             }
             result.push_back(static_cast<int>(dimension));
         }

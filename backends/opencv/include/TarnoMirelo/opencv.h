@@ -18,6 +18,10 @@
 #define MIRELO_OPENCV_API MIRELO_IMPORT_SYMBOL
 #endif
 
+namespace TarnoMirelo::Kit {
+class MemoryReporter;
+}
+
 namespace TarnoMirelo::OpenCv {
 
 class Network;
@@ -133,14 +137,14 @@ class MIRELO_OPENCV_API Model : public MireloModel {
     template <typename Work>
     MireloStatus statusOf(const Work& work) const;
     const std::shared_ptr<Network>& loadedNetwork() const;
+    void predictRows(const Inputs& inputs, Outputs& outputs, int64_t rows) const;
     void reportMemory() const;
     void log(LogSeverity severity, const std::string& message) const;
 
     MireloConfig config_;
     Options options_;
-    std::shared_ptr<Network> network_;                      // empty while not loaded; bindings share it
-    mutable std::weak_ptr<ModelRuntimeStatus> reportedTo_;  // the record that knows of reportedBytes_
-    mutable uint64_t reportedBytes_ = 0;
+    std::shared_ptr<Network> network_;  // empty while not loaded; bindings share it
+    std::unique_ptr<Kit::MemoryReporter> reporter_;
 };
 
 }  // namespace TarnoMirelo::OpenCv

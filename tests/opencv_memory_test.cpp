@@ -30,7 +30,10 @@ TEST(OpenCvMemory, LeavesTheOutputsAloneWhereItRunsOut) {
             failNewAfter(allocations);
             const MireloStatus status = model->predict(inputs, outputs);
             failed = stopFailingNew();
-            EXPECT_EQ(text(status), failed ? "2: std::bad_alloc" : kSuccess) << allocations << ", " << list;
+            const std::string said = text(status);
+            const bool isTold =
+                said == "2: std::bad_alloc" || said.rfind("18: Output \"probabilities\": no memory", 0) == 0;
+            EXPECT_TRUE(failed ? isTold : status.ok()) << said << ", " << allocations << ", " << list;
             EXPECT_TRUE(!failed || outputs == given) << allocations << ", " << list;
         }
         EXPECT_EQ(outputs.size(), 1U);

@@ -97,7 +97,9 @@ struct Options {
 ///     is cut short; a target that does not fit the network; a node that the engine computes wrong
 ///   - `FILE_ERROR`: the component's file can't be read
 ///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text
-///   - `ALLOCATION_FAILED`: the tensor of an output can't get a buffer; other outputs that had none may have got theirs
+///   - `ALLOCATION_FAILED`: the tensor of an output can't get a buffer, or there is no memory for it; other outputs
+///   that
+///     had none may have got theirs
 /// No operation that returns a status raises. One that fails leaves the list of outputs as it was, and the tensors in
 /// it but for their elements; a load that fails leaves no network, not even the one of the load before.
 ///

@@ -44,6 +44,7 @@ WANTED = [
     ("extractTarball", 1.15, None),
     (r"readBinaryFileTo\w+, 1 KB", None, None),
     ("readBinaryFileTo", 1.1, None),
+    (r"MireloBatch, [^,]+, 1 row\b", 2.5, None),
     ("MireloBatch", 2.0, None),
     ("Logger::Report", None, 1.0),
     ("GenerateLogEntry", None, None),

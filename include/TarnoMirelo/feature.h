@@ -158,7 +158,7 @@ class MIRELO_API MireloFeature : public std::enable_shared_from_this<MireloFeatu
     MireloFeatureType type() const;
 
  private:
-    friend class FeatureGroups;  // as the descriptor's
+    friend class FeatureGroups;  // reads names without a copy
 
     ModelFeatureDescriptor descriptor_;
 };
@@ -321,8 +321,9 @@ class MIRELO_API MireloBatch {
     /// The batch row by row.
     MireloFeatureSet getFeatureSet() const;
     /// The batch input by input: for each descriptor, in the order given, the features of its name from the first row
-    /// to the last. Names that no descriptor has are left out. Raises `std::out_of_range` for a descriptor whose name
-    /// is not in the batch.
+    /// to the last. They are those of the batch, not copies: who writes to one changes it for all. Names that no
+    /// descriptor has are left out.
+    /// Raises `std::out_of_range` for a descriptor whose name is not in the batch, before the list is allocated.
     std::vector<std::shared_ptr<MireloFeature>> getSortedFetures(
         const std::vector<ModelFeatureDescriptor>& descriptors) const;
 

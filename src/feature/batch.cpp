@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -11,125 +12,84 @@ namespace {
 
 using Features = std::vector<std::shared_ptr<const MireloFeature>>;
 
-[[noreturn]] void refuseNull() { throw InvalidArgumentsException("A feature of a batch must not be null"); }
-
 }  // namespace
 
-// A hash map from a name to its features. All of them lie in one list: that many lists, or a map of that many nodes,
-// would take as long for their allocations as a small batch takes for all the rest.
+// The features row by row, each row in the order in which the names first appeared.
 class FeatureGroups {
  public:
     explicit FeatureGroups(Features features);
 
-    size_t count() const { return names_.size(); }
-    size_t rowCount() const { return rowCount_; }
-
-    const std::shared_ptr<const MireloFeature>& feature(size_t group, size_t row) const {
-        return features_[group * groupStep_ + row * rowStep_];
+    size_t rowLength() const { return groups_.size(); }
+    size_t rowCount() const { return features_.empty() ? 0 : features_.size() / rowLength(); }
+    Features::const_iterator row(size_t index) const {
+        return features_.begin() + static_cast<ptrdiff_t>(index * rowLength());
     }
-    /// The group of that descriptor's name; raises `std::out_of_range` where there is none.
+    /// The position of that descriptor's name in a row; raises `std::out_of_range` where there is none.
     /// @param likely  where to look first
     size_t at(const ModelFeatureDescriptor& descriptor, size_t likely) const;
 
     static const std::string& nameOf(const std::shared_ptr<const MireloFeature>& feature);
 
  private:
-    bool areInRows();
-    void group();
-    size_t indexOf(const std::string& name);
-    size_t placeOf(const std::string& name) const;
-    void makePlaces(size_t count);
+    bool areInRows() const;
+    void putInRows();
 
     Features features_;
-    size_t rowCount_ = 0;
-    size_t groupStep_ = 1;                   // from a feature to the next group's in the same row
-    size_t rowStep_ = 1;                     // from a feature to the next row's in the same group
-    std::vector<const std::string*> names_;  // of the groups, in the order in which they came; the features own them
-    std::vector<size_t> places_;  // by the hash of a name, or behind: its group's index and 1; 0 where there is none
+    std::unordered_map<std::string_view, size_t> groups_;  // the position of each name in a row; the features own them
 };
 
 FeatureGroups::FeatureGroups(Features features) : features_(std::move(features)) {
-    makePlaces(16);
-    names_.reserve(places_.size() / 2);
-    if (areInRows()) {
-        rowStep_ = count();
-        rowCount_ = features_.empty() ? 0 : features_.size() / count();
-    } else {
-        group();
-        groupStep_ = rowCount_;
+    for (const auto& feature : features_) {
+        if (!groups_.try_emplace(nameOf(feature), groups_.size()).second) break;
     }
+    if (!areInRows()) putInRows();
 }
 
-// Whether each row goes through the names in the first one's order, as in most lists. Such a list stays as it is.
-bool FeatureGroups::areInRows() {
-    size_t first = 0;  // beyond the first row
-    while (first < features_.size() && indexOf(nameOf(features_[first])) == first) ++first;
-    if (first == features_.size()) return true;
-    if (features_.size() % first != 0) return false;
-    // From behind: what was copied last is still in the caches.
-    for (size_t i = features_.size(); i > first;) {
-        for (size_t name = first; name-- > 0;) {
-            if (nameOf(features_[--i]) != *names_[name]) return false;
+// Most lists come in rows. Such a list stays as it is, and no name but those of the first row is hashed.
+bool FeatureGroups::areInRows() const {
+    const size_t length = rowLength();
+    if (features_.size() == length) return true;
+    if (features_.size() % length != 0) return false;
+    std::vector<const std::string*> names;
+    for (size_t i = 0; i < length; ++i) names.push_back(&nameOf(features_[i]));
+    // Backwards: what was copied last is still in the caches.
+    for (size_t i = features_.size(); i > length;) {
+        for (size_t name = length; name-- > 0;) {
+            if (nameOf(features_[--i]) != *names[name]) return false;
         }
     }
     return true;
 }
 
-// Puts the features into the order of their groups.
-void FeatureGroups::group() {
-    std::vector<size_t> indices(features_.size());  // the group of each feature
-    for (size_t i = 0; i < features_.size(); ++i) indices[i] = indexOf(nameOf(features_[i]));
-    std::vector<size_t> sizes(count());  // of the groups
-    for (const size_t index : indices) ++sizes[index];
-    rowCount_ = sizes.front();
-    if (std::any_of(sizes.begin(), sizes.end(), [this](size_t size) { return size != rowCount_; })) {
+void FeatureGroups::putInRows() {
+    std::vector<size_t> positions;  // of each feature in its row
+    positions.reserve(features_.size());
+    for (const auto& feature : features_) {
+        positions.push_back(groups_.try_emplace(nameOf(feature), groups_.size()).first->second);
+    }
+    std::vector<size_t> sizes(rowLength());  // of the groups so far
+    Features rows(features_.size());
+    for (size_t i = 0; i < features_.size(); ++i) {
+        const size_t row = sizes[positions[i]]++;
+        if (row >= rowCount()) break;  // this group is larger than others
+        rows[row * rowLength() + positions[i]].swap(features_[i]);
+    }
+    const auto isWhole = [this](size_t size) { return size == rowCount(); };
+    if (!std::all_of(sizes.begin(), sizes.end(), isWhole)) {
         throw Exception("An uneven number of batches per input", INVALID_TYPE);
     }
-    Features grouped(features_.size());
-    for (size_t i = features_.size(); i-- > 0;) {
-        const size_t index = indices[i];
-        grouped[index * rowCount_ + --sizes[index]].swap(features_[i]);
-    }
-    features_ = std::move(grouped);
+    features_ = std::move(rows);
 }
 
 size_t FeatureGroups::at(const ModelFeatureDescriptor& descriptor, size_t likely) const {
-    if (likely < names_.size() && *names_[likely] == descriptor.name_) return likely;
-    const size_t index = places_[placeOf(descriptor.name_)];
-    if (index == 0) throw std::out_of_range("The batch has no feature of that name");
-    return index - 1;
-}
-
-// The group of that name, which is made where there is none.
-size_t FeatureGroups::indexOf(const std::string& name) {
-    size_t place = placeOf(name);
-    if (places_[place] == 0) {
-        if (2 * names_.size() >= places_.size()) {
-            makePlaces(2 * places_.size());
-            place = placeOf(name);
-        }
-        names_.push_back(&name);
-        places_[place] = names_.size();
-    }
-    return places_[place] - 1;
-}
-
-// Where the name's group is found, or would be.
-size_t FeatureGroups::placeOf(const std::string& name) const {
-    const size_t mask = places_.size() - 1;
-    size_t place = std::hash<std::string>()(name) & mask;
-    while (places_[place] != 0 && *names_[places_[place] - 1] != name) place = (place + 1) & mask;
-    return place;
-}
-
-// @param count  a power of two, twice as many as there are groups or more, so that runs of taken places are short
-void FeatureGroups::makePlaces(size_t count) {
-    places_.assign(count, 0);
-    for (size_t i = 0; i < names_.size(); ++i) places_[placeOf(*names_[i])] = i + 1;
+    if (likely < rowLength() && nameOf(features_[likely]) == descriptor.name_) return likely;
+    const auto found = groups_.find(descriptor.name_);
+    if (found == groups_.end()) throw std::out_of_range("The batch has no feature of that name");
+    return found->second;
 }
 
 const std::string& FeatureGroups::nameOf(const std::shared_ptr<const MireloFeature>& feature) {
-    if (feature == nullptr) refuseNull();
+    if (feature == nullptr) throw InvalidArgumentsException("A feature of a batch must not be null");
     return feature->descriptor_.name_;
 }
 
@@ -145,22 +105,23 @@ bool MireloBatch::isBatch(const Features& features) {
 
 MireloFeatureSet MireloBatch::getFeatureSet() const {
     MireloFeatureSet set;
-    set.features.resize(groups_->rowCount());
-    for (size_t row = 0; row < groups_->rowCount(); ++row) {
-        set.features[row].reserve(groups_->count());
-        for (size_t i = 0; i < groups_->count(); ++i) set.features[row].push_back(groups_->feature(i, row));
-    }
+    set.features.reserve(groups_->rowCount());
+    for (size_t i = 0; i < groups_->rowCount(); ++i) set.features.emplace_back(groups_->row(i), groups_->row(i + 1));
     return set;
 }
 
 std::vector<std::shared_ptr<MireloFeature>> MireloBatch::getSortedFetures(
     const std::vector<ModelFeatureDescriptor>& descriptors) const {
+    // With more descriptors than names the list may take far more memory than the batch: look them all up before.
+    if (descriptors.size() > groups_->rowLength()) {
+        for (const ModelFeatureDescriptor& descriptor : descriptors) groups_->at(descriptor, 0);
+    }
     std::vector<std::shared_ptr<MireloFeature>> sorted;
     sorted.reserve(descriptors.size() * groups_->rowCount());
     for (size_t i = 0; i < descriptors.size(); ++i) {
-        const size_t group = groups_->at(descriptors[i], i);  // most lists begin with a row in the descriptors' order
+        const auto position = static_cast<ptrdiff_t>(groups_->at(descriptors[i], i));
         for (size_t row = 0; row < groups_->rowCount(); ++row) {
-            sorted.push_back(std::const_pointer_cast<MireloFeature>(groups_->feature(group, row)));
+            sorted.push_back(std::const_pointer_cast<MireloFeature>(groups_->row(row)[position]));
         }
     }
     return sorted;

@@ -16,6 +16,8 @@ void __real_free(void* memory);
 namespace TarnoMirelo::Allocations {
 namespace {
 
+constexpr size_t kLargest = size_t{1} << 24;  // bytes that one allocation may take; no operation needs more
+
 size_t untilFailure = 0;  // 0: none fails
 bool everyOneAfter = false;
 size_t failed = 0;
@@ -34,7 +36,7 @@ void* counted(void* memory) {
 }
 
 void* allocate(size_t size) {
-    void* const memory = fails() ? nullptr : counted(__real_malloc(size > 0 ? size : 1));
+    void* const memory = fails() || size > kLargest ? nullptr : counted(__real_malloc(size > 0 ? size : 1));
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }

@@ -244,6 +244,36 @@ Call useFiles() {
             [] { return std::string(); }, [=] { return *read; }};
 }
 
+MireloModel::Inputs rows(size_t count) {
+    return MireloModel::Inputs(count, std::make_shared<MireloFeatureTensor>(descriptor("x")));
+}
+
+Call readBatch() {
+    const auto batch = std::make_shared<MireloBatch>(rows(3));
+    return {[=] {
+                const size_t read =
+                    batch->getFeatureSet().features.size() + batch->getSortedFetures({2, descriptor("x")}).size();
+                return MireloStatus(read == 9 ? SUCCESS : WARNING, "");
+            },
+            [] { return std::string(); }};
+}
+
+// The list would take 64 MB, more than there is: the name that the batch hasn't is told all the same.
+Call sortByUnknownNames() {
+    const auto batch = std::make_shared<MireloBatch>(rows(2000));
+    const auto names = std::make_shared<std::vector<ModelFeatureDescriptor>>(1999, descriptor("x"));
+    names->push_back(descriptor("y"));
+    return {[=] {
+                try {
+                    batch->getSortedFetures(*names);
+                    return MireloStatus(WARNING, "");
+                } catch (const std::out_of_range&) {
+                    return kDone;
+                }
+            },
+            [] { return std::string(); }};
+}
+
 struct CopyingSink : ILogProcessor {
     void Process(const LogEntry& entry) override { last = entry.message; }
     std::string last;
@@ -360,7 +390,9 @@ int main() {
         objects<MireloFeatureTensor>("tensor feature", descriptor(name)),
         objects<MireloFeatureString>("string feature", descriptor(name), name),
         objects<ScriptedModel>("model", name, MireloModelType::WinML, target()),
-        objects<MireloBatch>("batch", MireloModel::Inputs(4, std::make_shared<MireloFeatureTensor>(descriptor("x")))),
+        objects<MireloBatch>("batch", rows(4)),
+        {"rows and inputs of a batch", readBatch, kRaises},
+        {"inputs of a batch by unknown names", sortByUnknownNames, kRaises},
         {"ModelMetadata::load", loadManifest, kStatus},
         {"ModelMetadata::load of nothing", loadNoManifest, kStatus, true},
         {"setTargets", replaceTargets, kRaises},

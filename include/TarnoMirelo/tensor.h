@@ -79,14 +79,6 @@ struct MIRELO_API TensorShape {
     std::vector<int64_t> dimensions_;
 };
 
-/// Releases a buffer that the library allocated with an alignment of its own choice.
-struct AlignedBufferRelease {
-    void* allocation = nullptr;
-    void operator()(uint8_t* buffer) const noexcept;
-};
-/// A byte array on the heap, aligned to 64 bytes so that engines can use it in place.
-using AlignedBuffer = std::unique_ptr<uint8_t[], AlignedBufferRelease>;
-
 /// An element buffer with its element type and shape.
 ///
 /// Tensors are held by `std::shared_ptr`. A tensor is not locked: while one thread calls `resize`, `allocateShape` or
@@ -124,7 +116,8 @@ class MIRELO_API ITensor : public std::enable_shared_from_this<ITensor> {
     virtual TensorShape stride();
     /// True for tensors whose shape is fixed with `allocateShape`.
     virtual bool hasVariableShape() const;
-    /// Whether the last `allocateShape` changed the shape, true before the first; false for tensors of fixed shape.
+    /// Whether the last `allocateShape` changed the shape. True before the first one and after one that raised; one
+    /// that returned `INVALID_SHAPE` does not count. Always false for tensors of fixed shape.
     virtual bool tensorChanged() const;
     /// Whether the buffer lives on an execution device instead of in host memory.
     virtual bool onDevice() const;
@@ -148,7 +141,7 @@ class MIRELO_API ITensor : public std::enable_shared_from_this<ITensor> {
     TensorShape shape_;
 };
 
-/// A tensor that owns its buffer.
+/// A tensor that owns its buffer, which begins at a multiple of 64 bytes so that engines can use it in place.
 class MIRELO_API Tensor : public ITensor {
  public:
     /// Shape (-1) and no buffer; `resize` gives it both.
@@ -164,7 +157,7 @@ class MIRELO_API Tensor : public ITensor {
     bool allocateBufferOfSize(uint64_t size) override;
 
  private:
-    AlignedBuffer buffer_;
+    std::unique_ptr<void, void (*)(void*)> memory_;  // holds the buffer
 };
 
 /// A tensor over memory of the caller, which it neither copies nor releases: the caller keeps it alive and in place for
@@ -217,7 +210,7 @@ class MIRELO_API DeviceTensor : public ITensor {
 
 /// A tensor whose shape is known at run time only: `allocateShape` fixes it, as often as it changes, and the buffer
 /// grows as needed. It never shrinks, so going back and forth between shapes allocates nothing once the largest was
-/// seen.
+/// seen. The buffer is aligned as that of a `Tensor`.
 class MIRELO_API VariableTensor : public ITensor {
  public:
     /// @param shape  of the manifest, usually with -1 dimensions; there is no buffer before the first `allocateShape`
@@ -243,8 +236,8 @@ class MIRELO_API VariableTensor : public ITensor {
     bool allocateBufferOfSize(uint64_t size) override;
 
  private:
-    AlignedBuffer buffer_;
-    uint64_t capacity_ = 0;  // bytes of buffer_
+    std::unique_ptr<void, void (*)(void*)> memory_;  // holds the buffer
+    uint64_t capacity_ = 0;                          // bytes of the buffer
     DataType elementType_;
     TensorShape currentShape_;
     bool changed_ = true;

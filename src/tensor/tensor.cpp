@@ -53,19 +53,19 @@ TensorShape ITensor::getStrideFromShape(const TensorShape& shape) {
 
 void ITensor::setByteCount(int64_t bytes) { byteCount_ = bytes; }
 
-Tensor::Tensor(DataType dataType) : ITensor(dataType) {}
+Tensor::Tensor(DataType dataType) : ITensor(dataType), memory_(noMemory()) {}
 
 Tensor::Tensor(DataType dataType, TensorShape shape)
     : ITensor(dataType, std::move(shape)),
-      buffer_(allocateZeroed(allocationSize(checkedByteCount(dataType, ITensor::shape())))) {}
+      memory_(allocateZeroed(allocationSize(checkedByteCount(dataType, ITensor::shape())))) {}
 
 Tensor::~Tensor() = default;
 
-const uint8_t* Tensor::buffer() const { return buffer_.get(); }
-uint8_t* Tensor::buffer() { return buffer_.get(); }
+const uint8_t* Tensor::buffer() const { return alignedBuffer(memory_); }
+uint8_t* Tensor::buffer() { return alignedBuffer(memory_); }
 
 bool Tensor::allocateBufferOfSize(uint64_t size) {
-    buffer_ = allocateZeroed(size);
+    memory_ = allocateZeroed(size);
     return true;
 }
 

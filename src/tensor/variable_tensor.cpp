@@ -6,7 +6,7 @@
 namespace TarnoMirelo {
 
 VariableTensor::VariableTensor(DataType dataType, const TensorShape& shape)
-    : ITensor(dataType), elementType_(dataType), currentShape_(shape) {}
+    : ITensor(dataType), memory_(noMemory()), elementType_(dataType), currentShape_(shape) {}
 
 VariableTensor::~VariableTensor() = default;
 
@@ -17,8 +17,8 @@ MireloStatus VariableTensor::resize(const TensorShape& /*newShape*/) {
     return {INVALID_SHAPE, "Resizing is not allowed. Use allocateShape() to modify variable dimensions"};
 }
 
-const uint8_t* VariableTensor::buffer() const { return buffer_.get(); }
-uint8_t* VariableTensor::buffer() { return buffer_.get(); }
+const uint8_t* VariableTensor::buffer() const { return alignedBuffer(memory_); }
+uint8_t* VariableTensor::buffer() { return alignedBuffer(memory_); }
 bool VariableTensor::hasVariableShape() const { return true; }
 bool VariableTensor::tensorChanged() const { return changed_; }
 
@@ -27,7 +27,7 @@ MireloStatus VariableTensor::allocateShape(const TensorShape& newShape) {
         return {INVALID_SHAPE, "No. of dimensions should match the one in manifest"};
     }
     const bool sameShape = newShape == currentShape_;
-    if (sameShape && buffer_ != nullptr) {
+    if (sameShape && memory_ != nullptr) {
         changed_ = false;
         return {SUCCESS, ""};
     }
@@ -38,8 +38,8 @@ MireloStatus VariableTensor::allocateShape(const TensorShape& newShape) {
     // A manifest's shape with -1 dimensions has no byte count; fixing the tensor to it still gives it a buffer.
     const std::optional<int64_t> newBytes = checkedByteCount(elementType_, newShape);
     const uint64_t required = sameShape && newBytes && *newBytes <= 0 ? 1 : allocationSize(newBytes);
-    if (buffer_ == nullptr || required > capacity_) {
-        buffer_ = allocateZeroed(required);
+    if (memory_ == nullptr || required > capacity_) {
+        memory_ = allocateZeroed(required);
         capacity_ = required;
     }
     changed_ = !sameShape;

@@ -32,8 +32,8 @@ enum class OrtEP : uint64_t { Undefined = 0, CPU = 1, CUDA = 2, DirectML = 3, Op
 class MIRELO_API Device {
  public:
     /// @param luid  the adapter's locally unique identifier
-    explicit Device(std::string name, MireloModelType modelType, DeviceType deviceType = DeviceType::Undefined,
-                    OrtEP ortType = OrtEP::Undefined, uint64_t luid = 0, uint64_t id = 0);
+    Device(std::string name, MireloModelType modelType, DeviceType deviceType = DeviceType::Undefined,
+           OrtEP ortType = OrtEP::Undefined, uint64_t luid = 0, uint64_t id = 0);
     Device(const Device&) = default;
     Device& operator=(const Device&) = default;
     virtual ~Device();

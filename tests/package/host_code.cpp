@@ -17,6 +17,8 @@ ModelComponent componentOfKind() {
     return component.type == ComponentKind::File ? ModelComponent() : component;
 }
 
+Device deviceOf(MireloModelType type) { return {"cpu", type}; }
+
 // Hooks and internals are not for hosts: these must not compile.
 template <typename Model, typename = void>
 constexpr bool kHostMayCallHooks = false;

@@ -76,8 +76,10 @@ class MIRELO_API OperatorRegistry {
     std::vector<Filepath> libraries_;
 };
 
-/// The process-wide registry, created empty by the first call and never destroyed. Who unloads a library with the code
-/// of a factory clears the registry before.
+/// The process-wide registry, created empty by the first call and destroyed at process exit. A static object may use it
+/// in its destructor if it was already there when the object's constructor ended: call this in the constructor. What a
+/// factory holds must not use it while the registry is being destroyed.
+/// Clear the registry before you unload a library that holds the code of a factory.
 MIRELO_API const OperatorRegistry& getOperatorRegistry();
 /// The same, to be changed.
 MIRELO_API OperatorRegistry& getMutableOperatorRegistry();

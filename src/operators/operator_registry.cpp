@@ -44,13 +44,13 @@ void OperatorRegistry::markRegistryAsReadOnly() { readOnly_ = true; }
 
 void OperatorRegistry::clear() {
     std::unordered_map<std::string, OperatorFactory> operators;
-    operators_.swap(operators);  // the factories go last: what they hold may look at the registry from its destructor
+    operators_.swap(operators);  // destroyed last: what a factory holds may use the registry in its destructor
     libraries_.clear();
     readOnly_ = false;
 }
 
 OperatorRegistry& getMutableOperatorRegistry() {
-    static auto& registry = *new OperatorRegistry;  // never destroyed: static objects may clear it when they end
+    static OperatorRegistry registry;
     return registry;
 }
 

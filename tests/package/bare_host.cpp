@@ -1,5 +1,5 @@
-// A host that is built without type information, has a file system of its own, and goes on to use the library when it
-// ends.
+// A host that is built without type information, has a file system of its own, and still uses the library while the
+// process ends.
 
 #include <TarnoMirelo/files.h>
 #include <TarnoMirelo/operators.h>
@@ -10,8 +10,8 @@ using namespace TarnoMirelo;
 
 namespace {
 
-// Made before the library is asked for anything, so it goes last.
 struct Late {
+    Late() { CustomOperators::getOperatorRegistry(); }  // which is then destroyed after this object
     ~Late() {
         CustomOperators::getMutableOperatorRegistry().clear();
         if (FileUtils().findFilesByPattern(Filepath("."), ".").size() != 1) std::_Exit(EXIT_FAILURE);

@@ -1,7 +1,6 @@
-// Reports while the process ends, before and after the logger's end: exit_host <plug-in> <installed|built-in>
+// Uses the library while the process ends: exit_host <plug-in> <the plug-in's function to call before>
 
 #include <cstdio>
-#include <string>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -26,8 +25,9 @@ Function* find(const char* library, const char* name) {
 
 int main(int /*argc*/, char** argv) {
     auto* const report = find<void(const char*)>(argv[1], "report");
-    if (report == nullptr) return std::puts("no plug-in");
+    auto* const prepare = find<void()>(argv[1], argv[2]);
+    if (report == nullptr || prepare == nullptr) return std::puts("no plug-in");
     reportAtExit(report);
-    if (argv[2] == std::string("installed")) find<void()>(argv[1], "install")();
+    prepare();
     return 0;
 }

@@ -1,6 +1,7 @@
 // A part of a host that is loaded late, as plug-ins are, and sdk-core with it.
 
 #include <TarnoMirelo/logging.h>
+#include <TarnoMirelo/operators.h>
 
 #include <cstdio>
 
@@ -8,10 +9,19 @@ using namespace TarnoMirelo;
 
 namespace {
 
-// Gone before the logger is: it was made after sdk-core was loaded.
+// Made after sdk-core was loaded, and so destroyed before its logger; and before the registry, which it asks for.
 struct Early {
-    ~Early() { _Report_(false, LogProcessorTarget::None, LogSeverity::Error, "early"); }
+    Early() { CustomOperators::getOperatorRegistry(); }
+    ~Early() {
+        CustomOperators::finalizeOperatorRegistry();
+        const bool known = CustomOperators::getOperatorRegistry().createOperator("of the plug-in") != nullptr;
+        _Report_(false, LogProcessorTarget::None, LogSeverity::Error, known ? "early, with an operator" : "early");
+    }
 } early;
+
+struct HeldByFactory {
+    ~HeldByFactory() { std::puts("factory destroyed"); }
+};
 
 class Processor : public ILogProcessor {
  public:
@@ -25,6 +35,15 @@ extern "C" MIRELO_EXPORT_SYMBOL void report(const char* message) {
     _Report_(false, LogProcessorTarget::None, LogSeverity::Error, message);
 }
 
-extern "C" MIRELO_EXPORT_SYMBOL void install() {
+// The built-in processor is then older than a report at the exit.
+extern "C" MIRELO_EXPORT_SYMBOL void useBuiltInProcessor() { report("first"); }
+
+extern "C" MIRELO_EXPORT_SYMBOL void registerOperator() {
+    CustomOperators::registerCustomOperator("of the plug-in", [held = std::make_shared<HeldByFactory>()] {
+        return std::make_unique<CustomOperators::Operator>();
+    });
+}
+
+extern "C" MIRELO_EXPORT_SYMBOL void installProcessor() {
     Logger::GetInstance().SetDefaultLogProcessor(std::make_shared<Processor>());
 }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <iostream>
 #include <sstream>
 #include <stdexcept>
 
@@ -172,6 +173,11 @@ TEST_F(LoggerTest, WritesToStandardOutputUnlessAProcessorIsInstalled) {
     EXPECT_EQ(seen, "installed-1");
     EXPECT_EQ(written.substr(0, 4) + written.substr(written.find(')')), "(00:) built in[-1]\ndirect\n");
     EXPECT_EQ(logger.GetErrorCount(), 1U);
+    std::streambuf* const output = std::cout.rdbuf(nullptr);
+    EXPECT_THROW(std::cout.exceptions(std::ios::badbit), std::ios::failure);
+    EXPECT_NO_THROW(_Report_(true, LogProcessorTarget::None, LogSeverity::Error, "lost"));
+    std::cout.exceptions(std::ios::goodbit);
+    std::cout.rdbuf(output);
     LogEntry entry;
     EXPECT_TRUE(Logger::GenerateLogEntry(entry, "m", LogProcessorTarget::Console, LogSeverity::Fatal, 1ULL << 63));
     EXPECT_EQ(entry.value, std::numeric_limits<int64_t>::min());

@@ -86,6 +86,11 @@ TEST(Model, UsagePropertiesBelongToTheStatus) {
         EXPECT_THROW(kept.getProperty("modelName"), std::out_of_range);
     }
     EXPECT_TRUE(status.getPropertyMap().empty());  // NOLINT(bugprone-use-after-move): is of use as any other
+
+    ScriptedModel outer("outer", MireloModelType::TFJS);  // hands on what the model that it wraps has answered
+    outer.answer = copy;
+    EXPECT_EQ(stamped(outer.predict({}, outputs)), stamped(copy));
+    EXPECT_EQ(stamped(outer.doUnload()), stamped(copy));
 }
 
 TEST(Model, OutlivesTheChangeOfItsRecord) {

@@ -209,8 +209,8 @@ class MIRELO_API Logger {
 };
 
 /// Reports a message, with value -1, to the logger. With `direct`, or when the logger was destroyed at the process's
-/// exit, the message goes to standard output instead, as it is, and is not recorded. Static objects may call it from
-/// their destructors.
+/// exit, the message goes to standard output instead, as it is, and is not recorded; what printing raises is dropped.
+/// Static objects may call it from their destructors.
 MIRELO_API void _Report_(bool direct, LogProcessorTarget target, LogSeverity severity, const std::string& message);
 
 }  // namespace TarnoMirelo

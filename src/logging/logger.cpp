@@ -8,7 +8,7 @@ namespace {
 constexpr int32_t kDeepestReport = 9;
 constexpr size_t kRecordedMessages = 17;
 
-// What remains readable when everything that has a destructor is gone.
+// Plain variables: they can still be read when static objects have been destroyed.
 bool instanceCreated = false;
 bool instanceAlive = false;
 bool ownerGone = false;
@@ -24,7 +24,7 @@ bool isError(const LogEntry& entry) {
     return entry.severity >= LogSeverity::Error || (static_cast<uint16_t>(entry.target) & kErrorTargets) != 0;
 }
 
-// Never destroyed: the logger may outlive every static object made after the library was loaded.
+// Never destroyed: static objects may report while the process ends, after a static made here would be gone.
 const std::shared_ptr<ILogProcessor>& builtInProcessor() {
     static const auto& processor =
         *new std::shared_ptr<ILogProcessor>(std::make_shared<LogProcessorFormatter<DebugLogFormat>>(
@@ -76,7 +76,7 @@ Logger* Logger::CreateInstancePtr() {
 
 void Logger::SetDefaultLogProcessor(const std::shared_ptr<ILogProcessor>& processor) {
     std::shared_ptr<ILogProcessor> other = processor;
-    processor_.swap(other);  // the former one goes last: it may report from its destructor
+    processor_.swap(other);  // the old one is destroyed last: it may report from its destructor
 }
 
 std::shared_ptr<ILogProcessor> Logger::GetLogProcessor() {
@@ -90,10 +90,10 @@ void Logger::Report(const LogEntry& entry) {
         errorMessages_.push_back(entry.message);  // what can fail comes first
         if (errorMessages_.size() > kRecordedMessages) errorMessages_.erase(errorMessages_.begin());
     }
-    const std::shared_ptr<ILogProcessor> processor = GetLogProcessor();  // the entry may have it replaced
+    const std::shared_ptr<ILogProcessor> processor = GetLogProcessor();  // kept alive: Process may replace it
     try {
         processor->Process(entry);
-    } catch (...) {  // who reports is not to suffer from how it is shown
+    } catch (...) {  // a failing sink must not fail the caller
     }
 }
 
@@ -124,7 +124,7 @@ void _Report_(bool direct, LogProcessorTarget target, LogSeverity severity, cons
     }
     try {
         LogProcessorOStream().Process(entry);
-    } catch (...) {  // as in a report; a host may have its standard output raise what fails
+    } catch (...) {  // as in Report: a host may have set std::cout to throw
     }
 }
 

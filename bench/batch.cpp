@@ -13,7 +13,7 @@ constexpr size_t kInputs = 8;
 
 using Features = std::vector<std::shared_ptr<const MireloFeature>>;
 
-// Knows by itself to which input each feature belongs.
+// Knows by its index which input a feature belongs to.
 std::vector<Features> group(const Features& features) {
     std::vector<Features> groups(kInputs);
     for (Features& of : groups) of.reserve(features.size() / kInputs);

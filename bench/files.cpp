@@ -70,7 +70,7 @@ void addReads(const std::string& sizeName, size_t size) {
         return text;
     });
     const auto memory = std::make_shared<std::unique_ptr<char[]>>();
-    const auto present = [=] {  // the caller's, so that its pages are there
+    const auto present = [=] {  // the caller's: made once, so that its pages are in use already
         if (*memory == nullptr) *memory = std::make_unique<char[]>(size);
         return memory->get();
     };
@@ -142,7 +142,7 @@ class Archive {
     size_t fileSize_ = 0;
 };
 
-// Each file by what the limit of a file is; the paths are there before.
+// With the system's calls alone; the paths are made before.
 void writeFiles(const Archive& archive, const std::string& directory, const std::vector<std::string>& paths) {
     std::filesystem::create_directory(directory + "/model");
     for (size_t i = 0; i < archive.fileCount(); ++i) {
@@ -150,7 +150,7 @@ void writeFiles(const Archive& archive, const std::string& directory, const std:
     }
 }
 
-// libarchive reading from memory; the files are written as the limit does it, which is faster than its own writer.
+// libarchive reads from memory; the files are written as the limit writes them, which is faster than its own writer.
 void extractByLibarchive(Archive& source, const std::string& directory) {
     archive* const reader = archive_read_new();
     archive_read_support_format_tar(reader);

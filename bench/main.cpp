@@ -30,8 +30,8 @@ class ScratchDirectory {
     std::filesystem::path path_;
 };
 
-// The allocator takes blocks of up to 32 MiB from its heap once it has seen one of them freed, and maps them anew each
-// time before. All are measured in the state that a program which has run for a while is in.
+// The allocator maps blocks of up to 32 MiB anew each time until one of them was freed, and takes them from its heap
+// from then on, as in a program that has run for a while.
 void settleAllocator() {
     void* block = std::malloc(size_t{31} << 20);
     benchmark::DoNotOptimize(block);

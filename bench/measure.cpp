@@ -31,7 +31,7 @@ std::vector<Row>& rows() {
     return all;
 }
 
-// Seconds that one call takes, of as many as it takes to see them.
+// Seconds that one call takes: the average of enough calls to be measured.
 double timeOf(TimedSide& side) {
     double time = side.work(side.calls);
     while (time < kLeastTime) {
@@ -48,8 +48,8 @@ double medianOf(std::vector<double> values) {
     return *middle;
 }
 
-// The sides take turns, in rounds. What else happens on the machine slows down all of them, so each is compared with
-// what the library took in the same round.
+// The sides take turns, in rounds: what else happens on the machine slows down all of them. Each is compared with what
+// the library took in the same round.
 void run(Row& row, benchmark::State& state) {
     const TimedSide& ours = row.sides[kOurs];
     double least = std::numeric_limits<double>::infinity();
@@ -59,7 +59,7 @@ void run(Row& row, benchmark::State& state) {
         std::vector<size_t> turns;
         for (size_t side = 0; side < kSides; ++side) {
             const TimedSide& timed = row.sides[side];
-            const bool isTooSlow = timed.calls == 1 && timed.spent > 2 * ours.spent;  // it misses some of the rounds
+            const bool isTooSlow = timed.calls == 1 && timed.spent > 2 * ours.spent;  // skipped in some rounds
             if (timed.work != nullptr && !isTooSlow) turns.push_back(side);
         }
         std::rotate(turns.begin(), turns.begin() + static_cast<ptrdiff_t>(row.first++ % turns.size()), turns.end());

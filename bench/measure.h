@@ -26,7 +26,7 @@ inline double cpuTime() {
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-/// What lies between two calls of `cpuTime` at the least.
+/// The least time between two calls of `cpuTime`.
 inline double clockCost() {
     static const double least = [] {
         double time = 1;
@@ -39,11 +39,11 @@ inline double clockCost() {
     return least;
 }
 
-/// Does a side's work as often as it is told, and returns the CPU time that it took.
+/// Does a side's work `calls` times and returns the CPU time that it took, in seconds.
 using TimedWork = std::function<double(size_t calls)>;
 
-/// As below, for work that is timed already.
-/// @param repetitions  that many rounds; 0 for as many as are usual
+/// As `measure`, for work that takes the time itself.
+/// @param repetitions  how many rounds; 0 for the usual number
 void addSide(const std::string& row, Side side, TimedWork work, int repetitions);
 
 /// Has `work` measured, a callable without arguments that does the work once.

@@ -14,7 +14,7 @@ namespace {
 
 using namespace TarnoMirelo;
 
-// Has the compiler believe that the block is used.
+// Keeps the compiler from leaving the block out.
 void use(void* block) {
     if (block == nullptr) throw std::bad_alloc();
     benchmark::DoNotOptimize(block);

@@ -2,7 +2,7 @@
 //   variable_tensor_allocations  those of a thousand changes between two shapes
 //   predict_allocations          those of a thousand calls
 //   heap_growth                  bytes that a million calls of predict leave on the heap
-// With a number as argument, it only calls predict that often, to have its instructions counted from outside.
+// With a number as argument, it only calls predict that often; callgrind counts the instructions.
 
 #include "idle_model.h"
 
@@ -25,7 +25,7 @@ uint64_t allocations = 0;
 
 }  // namespace
 
-// In place of the C library's: every allocation of the process comes through these.
+// They replace the C library's: every allocation of the process comes through here.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 __attribute__((visibility("default"))) void* malloc(size_t size) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures what the programs of this folder do, and prints one table: table.py <build folder>
+"""Runs the programs of this folder and prints one table: table.py <build folder>
 
 Fails when a figure is over what is wanted. docs/performance.md says how to read the table.
 """
@@ -16,8 +16,8 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 MANIFEST = str(ROOT / "examples/digits/model/manifest.json")  # 1 KB
 
-# The families, each with what its processes find in their environment, how many there are, and how often each repeats
-# a row. Where code and data happen to lie makes differences of some in a hundred: a close comparison sees many processes.
+# Families that share a process, its environment variables, the number of processes, and how often each repeats a row.
+# Where code and data lie changes a ratio by some percent, so close comparisons run in many processes.
 KEEP_MEMORY = {"GLIBC_TUNABLES": f"glibc.malloc.mmap_max=0:glibc.malloc.trim_threshold={1 << 40}"}
 PROCESSES = [
     (["idle"], {}, 1, 15),
@@ -28,8 +28,8 @@ PROCESSES = [
     (["batches"], {}, 9, 5),
 ]
 
-# The figures that are wanted, by the beginning of a row's name; the first that fits counts. The numbers are the most
-# that the library may take of the limit, and of what a user would pick instead. None: shown, but nothing is wanted.
+# The largest ratios to the limit and to the alternative that are accepted, by the beginning of a row's name; the first
+# that fits counts. None: shown only.
 WANTED = [
     ("predict, idle", None, 0.2),
     ("evaluate, idle", None, 0.2),
@@ -52,8 +52,8 @@ WANTED = [
     ("registerModel|unloadModel", None, None),
 ]
 
-# Costs that grow no faster than their work: what an item costs in the larger row, of what it costs in the smaller one.
-# Twice is what caches explain; a cost that grows with the square would be at 10.
+# Costs that grow no faster than their work: the cost of a model at 10,000 models, divided by that at 1,000. Caches make
+# up to 2 of it; quadratic growth would make 10.
 GROWTH = [
     ("registerModel", 2.0),
     ("unloadModel and registerModel", 2.0),
@@ -176,7 +176,7 @@ def main():
     table.figure("predict, allocations of 1,000 calls", int(counted["predict_allocations"]), 0)
     table.figure("predict, heap growth of a million calls", int(counted["heap_growth"]), 0, " B")
     table.figure("predict, instructions", *instructions())
-    # Long after the first time: a machine that is shared is slow for seconds on end.
+    # Once more, minutes later: a shared machine may be slow for seconds.
     empty, runtime, load = map(min, before, start_times(starts))
     start = "start to a loaded manifest, beyond"
     table.figure(f"{start} an empty C++ program", (load - runtime) / 1e6, 1, " ms")

@@ -9,12 +9,12 @@ write_basic_package_version_file(sdk-core-config-version.cmake COMPATIBILITY Sam
 install(FILES ${PROJECT_BINARY_DIR}/sdk-core-config.cmake ${PROJECT_BINARY_DIR}/sdk-core-config-version.cmake
     DESTINATION ${package_directory} COMPONENT development)
 
-# From where the file lies, so that an installed tree can be moved.
+# Relative to the file, so that an installed tree can be moved.
 file(RELATIVE_PATH includedir_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(cmake/sdk-core.pc.in sdk-core.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# A project that builds this one as a part of itself makes packages of its own.
+# Packages are made where this project is built by itself, not as a part of another.
 if(NOT PROJECT_IS_TOP_LEVEL)
     return()
 endif()
@@ -25,7 +25,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 if(WIN32)
     set(CPACK_GENERATOR ZIP)
 else()
-    # The core alone, without what it would need an engine for.
+    # The core alone: the backend would need the engine's packages.
     set(CPACK_GENERATOR DEB)
     set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
     set(CPACK_STRIP_FILES ON)

@@ -1,5 +1,5 @@
-// Bytes as a manifest: loading ends with a documented status, what was loaded holds together, and the inputs that it
-// asks for are allocated as far as memory reaches.
+// Bytes as a manifest: loading ends with a documented status, what was loaded is consistent, and its inputs are
+// allocated until memory runs out.
 
 #include "support/memory_budget.h"
 #include "support/require.h"

@@ -1,4 +1,4 @@
-// Bytes as a sequence of tensor operations: after each step the tensor is what a simple model of it says.
+// Bytes as a sequence of tensor operations: after each step the tensor is as a simple model of it says.
 
 #include "support/memory_budget.h"
 #include "support/require.h"
@@ -23,7 +23,7 @@ using Dimensions = std::vector<int64_t>;
 
 constexpr int64_t kBudget = int64_t{1} << 13;  // no buffer may take more
 constexpr int64_t kOverhead = 4096;            // what else an operation may take
-constexpr uint8_t kMark = 0xA5;                // what a buffer is filled with once it was seen to be zero
+constexpr uint8_t kMark = 0xA5;                // fills a buffer after it was checked to be zero
 
 uint8_t hostMemory[1] = {kMark};  // wrapped, and said to be of any size: the library does not touch it
 
@@ -58,7 +58,7 @@ int64_t wrappedBytes(DataType type, Dimensions shape) {
     return wrappedProduct(shape.begin(), shape.end());
 }
 
-// Nothing where the elements or the bytes can't be counted in 63 bits.
+// Empty if elements or bytes don't fit in 63 bits.
 std::optional<int64_t> exactBytes(DataType type, const Dimensions& shape) {
     if (std::find(shape.begin(), shape.end(), 0) != shape.end()) return 0;
     __int128 count = 1;
@@ -138,7 +138,7 @@ class Subject {
     }
 
  private:
-    // Whether it depends on what else is allocated if a buffer can be had.
+    // Whether a buffer can be had or not depends on what else is allocated.
     bool ambiguous(const Dimensions& shape) const {
         const std::optional<int64_t> bytes = exactBytes(type_, shape);
         return bytes && *bytes > kBudget && *bytes <= kBudget + 2 * kOverhead;

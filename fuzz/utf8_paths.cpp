@@ -1,5 +1,5 @@
-// Bytes as the name of a file: every wide operation takes the text exactly when it is UTF-8, and what it then creates
-// goes by that very name.
+// Bytes as a file name: every wide operation accepts it if and only if it is UTF-8, and creates a file of exactly that
+// name.
 
 #include "support/require.h"
 #include "support/temp_dir.h"
@@ -13,8 +13,8 @@
 namespace TarnoMirelo {
 namespace {
 
-// By the table of well-formed byte sequences in the Unicode standard: the first byte fixes how many follow, and which
-// values the second one may have.
+// By the Unicode standard's table of well-formed sequences: the first byte says how many follow, and which values the
+// second may have.
 bool isUtf8(std::string_view text) {
     struct Row {
         unsigned first, last, following, secondFrom, secondTo;

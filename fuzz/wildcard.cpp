@@ -1,5 +1,5 @@
-// A name and, behind the first line feed, a pattern: a file of that name is found by the pattern exactly when a table
-// of all their beginnings says so, in a time that grows with the product of the two lengths and no faster.
+// A file name, a line feed and a pattern: the pattern finds the file if and only if a table of all prefixes says so, in
+// time that grows no faster than the product of the two lengths.
 
 #include "support/require.h"
 #include "support/temp_dir.h"
@@ -35,7 +35,7 @@ int folded(char byte) {
     return 0x80 + static_cast<int>(letter < kPaired ? letter / 2 * 2 : letter);
 }
 
-// matched[n] says of the pattern's beginning so far whether it matches the name's first n characters.
+// matched[n]: whether the part of the pattern read so far matches the name's first n characters.
 bool matches(std::string_view name, std::string_view pattern) {
     std::vector<bool> matched(name.size() + 1);
     matched[0] = true;
@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const Filepath& one : FileUtils().findFilesByPattern(scratch.path(), encoded(pattern))) {
         found.push_back(one.getPathString());
     }
-    // A hundred times what it takes, and nothing beside what a pattern takes that is tried in every way.
+    // A hundred times what it takes, and far less than backtracking would take.
     const double allowed = 0.5 + 2e-6 * static_cast<double>(name.size() * pattern.size());
     require(processorSeconds() - start < allowed, "a pattern costs no more than the product of the lengths");
     std::filesystem::remove(scratch.native() / file);

@@ -46,7 +46,7 @@ class MIRELO_API TensorDescriptor {
  public:
     TensorDescriptor();
     TensorDescriptor(const TensorShape& shape, DataType dataType);
-    /// @param flag  kept with the descriptor and read by nobody; whether the shape is variable is read off the shape
+    /// @param flag  stored, but not used: `variableShape` looks at the shape
     TensorDescriptor(std::string name, const TensorShape& shape, bool flag, DataType dataType);
 
     /// A copy; a dimension of -1 is known at run time only.

@@ -31,8 +31,8 @@ struct LogEntry {
     int64_t timestamp = 0;  ///< 100-nanosecond ticks since 1 January 1970 UTC, by the system clock
 };
 
-/// The sink end of logging. Processors are held by `std::shared_ptr`; none of those declared here takes a lock, so
-/// their owner keeps calls apart.
+/// A log sink. Processors are held by `std::shared_ptr`. None of those declared here takes a lock: calls on one must
+/// not overlap.
 class MIRELO_API ILogProcessor {
  public:
     ILogProcessor();
@@ -163,7 +163,7 @@ extern template class MIRELO_API_TEMPLATE LogProcessorFormatter<DebugLogFormat>;
 
 /// The process-wide logger: records the messages of errors, and hands every entry to one processor.
 ///
-/// Nothing is locked, the creation of the instance included: the host keeps all calls apart, `_Report_` among them. A
+/// Nothing is locked, not even the creation of the instance: calls must not overlap, nor those of `_Report_`. A
 /// processor may report again from its `Process`, up to nine reports deep; deeper ones are dropped.
 class MIRELO_API Logger {
  public:

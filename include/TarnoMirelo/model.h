@@ -156,8 +156,8 @@ enum class MireloCacheStatus : int32_t { NotCached = 0 };
 /// operations of similar name; hosts hold models by `std::shared_ptr`.
 ///
 /// The order of calls: `load`, register with a `ModelManager`, `allocateInputs` or inputs made by hand, then `predict`,
-/// `predictBatch`, or one `bind` and any number of `evaluate`; unload through the manager. Whether a model is loaded is
-/// the backend's to check. A model may be loaded again. Destroying it calls no hook.
+/// `predictBatch`, or one `bind` and any number of `evaluate`; unload through the manager. The backend checks whether
+/// the model is loaded. A model may be loaded again. Destroying it calls no hook.
 ///
 /// `load`, `predict`, `evaluate` and `doUnload` add six usage properties to the status that they return, where the hook
 /// has not set them: "mireloondevice.sdkName", "mireloondevice.version", "mireloondevice.method" ("LOAD", "PREDICT" or
@@ -166,8 +166,8 @@ enum class MireloCacheStatus : int32_t { NotCached = 0 };
 ///
 /// An exception that a hook raises passes through every operation but `allocateInputs`.
 ///
-/// Nothing is locked: a host that shares a model between threads keeps `load`, `setBatchSize` and `doUnload` apart from
-/// every other call; whether the const operations may overlap is for the backend to say.
+/// Nothing is locked: in a host that shares a model between threads, `load`, `setBatchSize` and `doUnload` must not
+/// overlap with any other call. The backend says whether the const operations may overlap.
 class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> {
  public:
     using Inputs = std::vector<std::shared_ptr<const MireloFeature>>;
@@ -267,7 +267,7 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     const ModelTarget& getModelTarget() const;
     const Filepath& getRootDir() const;
     /// Empty for models built with a raw pointer or a model type.
-    const std::shared_ptr<Device> getDevice() const;  // NOLINT(readability-const-return-type): as it is fixed
+    const std::shared_ptr<Device> getDevice() const;  // NOLINT(readability-const-return-type): kept for hosts
     /// Null for models built with a shared device or a model type.
     Device* getDeviceRawPointer() const;
     /// The model's memory record, valid while the model stays registered.
@@ -315,7 +315,7 @@ class MIRELO_API RuntimeStatus {
 /// The host's registry of models in service. A registered model and its memory record hold each other until it is
 /// unloaded here.
 ///
-/// Not locked: calls on one manager don't overlap.
+/// Not locked: calls on one manager must not overlap.
 class MIRELO_API ModelManager {
  public:
     ModelManager();

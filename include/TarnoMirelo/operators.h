@@ -35,8 +35,8 @@ using OperatorPlacement = std::pair<std::set<std::string>, std::set<std::string>
 /// Operators by name, and libraries of operators. A registry is open while the host fills it; once it is read-only,
 /// backends read it.
 ///
-/// An ordinary value: a copy has everything, the read-only state included. Calls that change a registry don't overlap
-/// with any other on it; the others may run on several threads at once, and so may the factories then.
+/// An ordinary value: a copy has everything, the read-only state included. Calls that change a registry must not
+/// overlap with any other on it; the others may run on several threads at once, and so may the factories then.
 class MIRELO_API OperatorRegistry {
  public:
     OperatorRegistry();

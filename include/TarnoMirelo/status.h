@@ -75,8 +75,8 @@ class MireloStatus {
  private:
     friend class UsageReporting;
 
-    // What the usage properties are made of. Every prediction reports them and few hosts read them, so a status carries
-    // this and writes the texts when somebody asks: a stamp allocates nothing.
+    // What the usage properties are made of. Each prediction reports them and few hosts read them, so the texts are
+    // written when somebody asks: a stamp allocates nothing.
     struct UsageStamp {
         using Writer = void (*)(const UsageStamp& stamp, PropertyMap& properties);
 
@@ -90,7 +90,7 @@ class MireloStatus {
     STATUS_CODE code_ = UNKNOWN_ERROR;
     std::string description_;
     std::shared_ptr<const PropertyMap> properties_;  // null while there are none; copies share what never changes
-    UsageStamp usage_;                               // properties_ was there before it
+    UsageStamp usage_;                               // keys that properties_ has win
 };
 
 /// Base of everything that sdk-core raises by itself, apart from the standard exceptions that its operations name.

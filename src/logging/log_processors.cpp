@@ -52,7 +52,7 @@ void LogProcessorFileSystem::Process(const LogEntry& entry) {
     if (!file_.is_open() || !file_.good()) return;
     const char* const text = entry.message.c_str();  // up to its first NUL
     const auto length = static_cast<std::streamsize>(std::strlen(text));
-    std::filebuf& buffer = *file_.rdbuf();  // the stream would look after its state at each of the three
+    std::filebuf& buffer = *file_.rdbuf();  // the stream would check its state at each of the three
     const bool written = buffer.sputn(text, length) == length && buffer.sputc('\n') == '\n' && buffer.pubsync() == 0;
     if (!written) file_.setstate(std::ios::badbit);
 }
@@ -64,7 +64,7 @@ bool LogProcessorFileSystem::Open(const std::string& path) {
         file_ = Platform::openToWrite(path.c_str(), std::ios::in | std::ios::out | std::ios::ate);
         if (!file_.is_open()) file_ = Platform::openToWrite(path.c_str(), std::ios::trunc);
     } catch (const std::range_error&) {
-        return false;  // no path: the sink stays inert, as without a file
+        return false;  // not UTF-8: as without a file
     }
     WriteSeparator();
     return file_.is_open();
@@ -102,7 +102,7 @@ LogProcessorContainer::LogProcessorContainer() = default;
 LogProcessorContainer::~LogProcessorContainer() = default;
 
 void LogProcessorContainer::Process(const LogEntry& entry) {
-    // By index, and held: a processor may add another, which gets its first entry with the next call.
+    // By index and with a reference of its own: Process may add a processor, whose first entry is the next one.
     // NOLINTNEXTLINE(modernize-loop-convert)
     for (size_t i = 0, count = processors_.size(); i < count; ++i) {
         const std::shared_ptr<ILogProcessor> processor = processors_[i];

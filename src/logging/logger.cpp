@@ -87,7 +87,7 @@ void Logger::Report(const LogEntry& entry) {
     const Depth depth(reportDepth_);
     if (depth.tooDeep()) return;
     if (isError(entry)) {
-        errorMessages_.push_back(entry.message);  // what can fail comes first
+        errorMessages_.push_back(entry.message);  // first: if it raises, nothing has changed
         if (errorMessages_.size() > kRecordedMessages) errorMessages_.erase(errorMessages_.begin());
     }
     const std::shared_ptr<ILogProcessor> processor = GetLogProcessor();  // kept alive: Process may replace it

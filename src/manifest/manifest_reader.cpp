@@ -19,10 +19,10 @@
 namespace TarnoMirelo {
 namespace {
 
-// RapidJSON goes on with a null pointer when memory runs out. This allocator below its own raises instead.
+// RapidJSON does not look for a null pointer when memory runs out. This allocator, below its own, raises instead.
 class RaisingAllocator {
  public:
-    [[maybe_unused]] static constexpr bool kNeedFree = true;  // part of RapidJSON's idea of an allocator
+    [[maybe_unused]] static constexpr bool kNeedFree = true;  // every RapidJSON allocator says so
 
     static void* Malloc(size_t size) { return size == 0 ? nullptr : present(std::malloc(size)); }
     static void* Realloc(void* block, size_t /*oldSize*/, size_t newSize) {
@@ -43,8 +43,7 @@ using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
 using JsonValue = Json::ValueType;
 
-// The text of a file with a NUL behind it, empty where it can't be read: the parser looks for the NUL instead of asking
-// at each character whether there is one.
+// The text of a file and a NUL, at which the parser stops; null where the file can't be read.
 std::unique_ptr<char[]> readWhole(const Filepath& path) {
     Platform::InputFile file(path.c_str(), Platform::PathText::Wide);
     const std::optional<uint64_t> size = file.size();
@@ -55,9 +54,9 @@ std::unique_ptr<char[]> readWhole(const Filepath& path) {
     return text;
 }
 
-// Parses one object off the text's start; what follows it is not looked at. The stream is given as it is and without
-// recursion: a byte-order mark is an error, and no depth of nesting exhausts the stack. The object's strings stay in
-// the text, which is changed for that.
+// Parses the object at the text's start and ignores what follows. Without recursion, so that no depth of nesting
+// exhausts the stack, and without RapidJSON's encoded streams, so that a byte-order mark is an error. In place: the
+// object's strings stay in the text, which is changed.
 bool parseObject(Json& json, char* text) {
     constexpr unsigned kFlags =
         rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag;
@@ -117,16 +116,18 @@ template <typename Enum, typename Names, size_t size>
 Enum readEnumerator(const JsonValue& object, Name<size> name, const Names& names, Enum otherwise) {
     const char* const text = findText(object, name);
     if (text == nullptr) return otherwise;
-    const auto* const found = std::find(names.begin(), names.end(), std::string_view(text));
-    return found == names.end() ? otherwise : static_cast<Enum>(found - names.begin());
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (names[i] == text) return static_cast<Enum>(i);
+    }
+    return otherwise;
 }
 
-// Leaves the dimensions in `shape`, whose memory serves one feature after the other.
+// Stores the dimensions in `shape`, whose memory is reused from one feature to the next.
 void readShape(const JsonValue& tensor, TensorShape& shape) {
     const JsonValue* const elements = findArray(tensor, "shape");
     const size_t rank = elements == nullptr ? 0 : elements->Size();
     if (shape.dimension() != rank) shape = std::vector<int64_t>(rank);
-    // 0 is no dimension that a model can have: `validate` refuses the target then.
+    // No model has a dimension of 0, so `validate` refuses the target.
     const auto dimensionOf = [](const JsonValue& element) { return element.IsInt() ? element.GetInt() : 0; };
     if (rank != 0) std::transform(elements->Begin(), elements->End(), shape.data(), dimensionOf);
 }
@@ -151,7 +152,7 @@ ImageDescriptor readImageDescriptor(const JsonValue& feature) {
             readEnumerator(*image, "pixelType", kPixelTypeNames, MireloPixelType::Undefined)};
 }
 
-// The features of one list. What is allocated for one serves all.
+// Reads the features of a list, with one shape's memory for all.
 class FeatureReader {
  public:
     FeatureReader(std::vector<ModelFeatureDescriptor>& features, std::vector<std::string>& names)
@@ -190,7 +191,7 @@ class FeatureReader {
     TensorShape shape_;
 };
 
-// The mere presence of "encryption" stands for a key to come; until the host sets it, that is the default encryption.
+// "encryption" is not read: the host sets the key later.
 ModelComponent readComponent(const JsonValue& object) {
     ModelComponent component;
     readText(object, "name", component.name);
@@ -234,7 +235,7 @@ MireloStatus ModelMetadata::loadInternal(const Filepath& manifest) {
     if (targets == nullptr) throw ModelMetaDataException("No target found in root of manifest file");
     if (!targets->IsObject()) return {SUCCESS, ""};
     if (const JsonValue* const target = findObject(*targets, "WinML")) {
-        // A target that is there already stays: a second manifest does not replace what the host may have changed.
+        // A target that is there stays: the host may have changed it.
         targets_.try_emplace(MireloModelType::WinML, readTarget(*target, MireloModelType::WinML));
     }
     return {SUCCESS, ""};

@@ -5,7 +5,7 @@
 namespace TarnoMirelo {
 namespace {
 
-// The target of a map that has to have it. Not with the map's own `at`, whose text is the standard library's to choose.
+// As the map's `at`, whose text differs from one standard library to another.
 template <typename Targets>
 auto& requiredTarget(Targets& targets, MireloModelType type) {
     const auto found = targets.find(type);

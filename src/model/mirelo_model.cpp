@@ -87,7 +87,7 @@ void MireloModel::setCachedModelFilePath(std::optional<Filepath> path) { cachedM
 const std::shared_ptr<ModelRuntimeStatus>& MireloModel::runtimeRecord() const { return runtimeStatus_; }
 
 MireloStatus MireloModel::load(const Components& components) {
-    Components adopted = components;  // what can fail fails here, before the model has changed
+    Components adopted = components;  // if the copy raises, the model is as before
     std::tie(modelType_, target_, rootDir_) = std::move(adopted);
     MireloStatus status;
     if (target_.components.empty()) {
@@ -146,7 +146,7 @@ MireloStatus MireloModel::doUnload() {
 const MireloModelType& MireloModel::getModelType() const { return modelType_; }
 const ModelTarget& MireloModel::getModelTarget() const { return target_; }
 const Filepath& MireloModel::getRootDir() const { return rootDir_; }
-// NOLINTNEXTLINE(readability-const-return-type): as it is fixed
+// NOLINTNEXTLINE(readability-const-return-type): part of the symbol's type that hosts were built against
 const std::shared_ptr<Device> MireloModel::getDevice() const { return device_; }
 Device* MireloModel::getDeviceRawPointer() const { return rawDevice_; }
 
@@ -156,7 +156,7 @@ const ModelRuntimeStatus& MireloModel::getRuntimeStatus() const {
 }
 
 void MireloModel::setRuntimeStatus(const std::shared_ptr<ModelRuntimeStatus>& runtimeStatus) {
-    // The former record goes last: it may have been the last owner of this model.
+    // The old record is released last: it may be the last owner of this model.
     std::shared_ptr<ModelRuntimeStatus> other = runtimeStatus;
     runtimeStatus_.swap(other);
 }

@@ -64,7 +64,7 @@ uint64_t RuntimeStatus::getTotalMemoryConsumption() {
     return total;
 }
 
-// NOLINTNEXTLINE(readability-make-member-function-const): as its siblings, which are fixed
+// NOLINTNEXTLINE(readability-make-member-function-const): const would change the symbol that hosts link to
 uint64_t RuntimeStatus::getMaxAllowedTotalMemory() { return maxAllowedTotalMemory_; }
 
 ModelManager::ModelManager() = default;

@@ -32,7 +32,7 @@ RangeException::RangeException(const std::string& message) : Exception(message, 
 
 namespace {
 
-// Callers of the conversion have promised never to raise: short of memory, they still learn the code.
+// Never raises: without memory for the text, the caller still gets the code.
 MireloStatus describe(STATUS_CODE code, const char* text) {
     try {
         return {code, text == nullptr ? "" : text};

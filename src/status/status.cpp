@@ -29,7 +29,7 @@ bool MireloStatus::ok() const { return code_ == SUCCESS; }
 bool MireloStatus::warn() const { return code_ == WARNING; }
 
 void MireloStatus::setProperty(const std::string& key, const std::string& value) {
-    PropertyMap properties = getPropertyMap();  // a stamp was first: its keys win over this one
+    PropertyMap properties = getPropertyMap();  // the keys of a stamp win: it was there first
     properties.emplace(key, value);
     properties_ = std::make_shared<const PropertyMap>(std::move(properties));
     usage_ = UsageStamp();

@@ -1,6 +1,5 @@
 #include "tensor/data_type.h"
 
-#include <algorithm>
 #include <array>
 #include <limits>
 
@@ -46,11 +45,10 @@ int64_t GetDataTypeSize(DataType dataType) {
 }
 
 std::optional<DataType> findDataType(std::string_view name) {
-    const auto* const first = kDataTypes.begin() + 1;  // Undefined has no name
-    const auto* const found =
-        std::find_if(first, kDataTypes.end(), [name](const DataTypeFacts& facts) { return facts.name == name; });
-    if (found == kDataTypes.end()) return std::nullopt;
-    return static_cast<DataType>(found - kDataTypes.begin());
+    for (size_t i = 1; i < kDataTypes.size(); ++i) {  // Undefined has no name
+        if (kDataTypes[i].name == name) return static_cast<DataType>(i);
+    }
+    return std::nullopt;
 }
 
 int64_t wrappingProduct(int64_t a, int64_t b) {

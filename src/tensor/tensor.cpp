@@ -17,7 +17,7 @@ const DataType& ITensor::dataType() const { return dataType_; }
 int64_t ITensor::bytes() const { return hasVariableShape() ? byteCount_ : wrappingByteCount(dataType_, shape_); }
 
 MireloStatus ITensor::resize(const TensorShape& newShape) {
-    TensorShape adopted = newShape;  // what can fail fails before there is a buffer that the shape doesn't tell of
+    TensorShape adopted = newShape;  // before a new buffer: the copy may raise
     const std::optional<int64_t> newBytes = checkedByteCount(dataType_, newShape);
     if (buffer() != nullptr) {
         if (!newBytes || *newBytes != bytes()) {

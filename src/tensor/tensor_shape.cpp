@@ -27,7 +27,7 @@ TensorShape::TensorShape(int64_t d0, int64_t d1, int64_t d2, int64_t d3) : dimen
 TensorShape::TensorShape(int64_t d0, int64_t d1, int64_t d2, int64_t d3, int64_t d4)
     : dimensions_{d0, d1, d2, d3, d4} {}
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a property of the shape to its callers
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): callers ask a shape
 bool TensorShape::valid() const { return true; }
 
 int64_t TensorShape::size() const {

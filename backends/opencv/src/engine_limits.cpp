@@ -1,7 +1,6 @@
 #include "engine_limits.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <iterator>
 #include <string_view>
@@ -10,6 +9,7 @@ namespace TarnoMirelo::OpenCv {
 namespace {
 
 using onnx::TensorProto;
+using Shape = std::vector<int64_t>;
 
 bool isAmong(std::string_view text, std::string_view list) {
     for (size_t begin = 0; begin < list.size();) {
@@ -20,21 +20,187 @@ bool isAmong(std::string_view text, std::string_view list) {
     return false;
 }
 
-bool isAutoPadded(const OnnxNode& node) { return node.text("auto_pad", "NOTSET").rfind("SAME", 0) == 0; }
-
-bool hasPads(const OnnxNode& node) {
-    const std::vector<int64_t> pads = node.numbers("pads");
-    return std::ranges::any_of(pads, [](int64_t pad) { return pad != 0; });
+bool isKnown(const Shape& shape) {
+    return std::ranges::none_of(shape, [](int64_t size) { return size < 0; });
 }
 
-// Whether a spatial dimension gets an odd number of padding elements, of which one end has one more. True where it
-// can't be known.
-bool isPaddedUnevenly(const OnnxNode& node, std::vector<int64_t> kernel) {
+bool isSingle(const Shape& shape) {
+    return std::ranges::all_of(shape, [](int64_t size) { return size == 1; });
+}
+
+bool isFloat(int type) { return type == TensorProto::FLOAT || type == TensorProto::DOUBLE; }
+bool isInteger(int type) { return type != TensorProto::UNDEFINED && !isFloat(type) && type != TensorProto::FLOAT16; }
+
+// Constants
+
+// The engine computes these while it reads the network, where all their inputs are constant.
+constexpr std::string_view kFolded =
+    "Add Cast Concat ConstantOfShape Div Expand Flatten Gather Mul Reshape Shape Slice Squeeze Sub Sum Transpose Unsqueeze";
+
+bool isConstantAndNotFolded(const OnnxNode& node) {
+    return node.inputCount() > 0 && !node.hasVariableInput() && !isAmong(node.type(), kFolded);
+}
+
+// Arithmetic of two operands
+
+bool computesIntegers(const OnnxNode& node) {
+    const bool isShapeArithmetic = !node.hasVariableInput() && node.type() != "Div";
+    return !isShapeArithmetic && (isInteger(node.inputType(0)) || isInteger(node.inputType(1)));
+}
+
+// Whether the dimensions of `small` are those of `large` from `start` to some dimension, and 1 before and behind: the
+// engine lays the one along the other from there.
+bool liesAlong(Shape large, const Shape& small, size_t start) {
+    if (small.size() > large.size()) return false;
+    const size_t missing = large.size() - small.size();
+    size_t last = large.size();  // beyond the last dimension that is not 1
+    while (last > missing && small[last - missing - 1] == 1) --last;
+    if (last < start) return isSingle(small);
+    for (size_t i = 0; i < last; ++i) {
+        const int64_t size = i < missing ? 1 : small[i - missing];
+        const bool isWanted = i < start ? size == 1 : size > 0 && size == large[i];
+        if (!isWanted) return false;
+    }
+    return true;
+}
+
+// Whether the one operand is broadcast along a dimension of the other.
+bool isSmaller(const Shape& one, const Shape& other) {
+    if (one.size() != other.size()) return one.size() < other.size();
+    for (size_t i = 0; i < one.size(); ++i) {
+        if (one[i] == 1 && other[i] != 1) return true;
+    }
+    return false;
+}
+
+// The engine finds x - max(x) and what follows of a softmax that is written out, and computes them as one.
+bool isPartOfSoftmax(const OnnxNode& node) {
+    if (node.type() != "Sub") return false;
+    const auto max = node.producerOf(1);
+    if (max && max->type() == "ReduceMax") return max->takes(node, 0);
+    const auto sum = max && max->type() == "Log" ? max->producerOf(0) : std::nullopt;
+    const auto exponents = sum && sum->type() == "ReduceSum" ? sum->producerOf(0) : std::nullopt;
+    return exponents && exponents->type() == "Exp" && exponents->takes(node, 0);
+}
+
+// Whether the engine broadcasts the one operand over the other as ONNX does.
+bool isBroadcastWrong(const OnnxNode& node) {
+    if (node.inputCount() != 2 || !node.hasVariableInput() || isPartOfSoftmax(node)) return false;
+    const auto first = node.inputShape(0);
+    const auto second = node.inputShape(1);
+    if (!first || !second) return true;
+    if (*first == *second) return false;
+    const bool hasConstant = node.isConstant(0) || node.isConstant(1);
+    const bool isFirstSmall = node.isConstant(0) || (!hasConstant && isSmaller(*first, *second));
+    const Shape& small = isFirstSmall ? *first : *second;
+    const Shape& large = isFirstSmall ? *second : *first;
+    if (isSmaller(large, small)) return true;
+    if (node.type() == "Div" && isFirstSmall) return !hasConstant || !isSingle(small);
+    if (isSingle(small)) return false;
+    if (isAmong(node.type(), "Equal Less Greater")) return true;
+    if (isAmong(node.type(), "Mul Div") && !hasConstant) return false;
+    const bool isFromEnd = node.isInitializer(isFirstSmall ? 0 : 1) && isAmong(node.type(), "Add Sub Sum");
+    return !liesAlong(large, small, isFromEnd ? large.size() - small.size() : 1);
+}
+
+bool isComparedBackwards(const OnnxNode& node) { return node.isConstant(0) && node.hasVariableInput(); }
+
+// The engine takes operands of one shape only, and none without dimensions.
+bool hasOtherShapes(const OnnxNode& node) {
+    const auto first = node.inputShape(0);
+    for (int i = 0; i < node.inputCount(); ++i) {
+        const auto shape = node.inputShape(i);
+        if (!first || !shape || shape->empty() || *shape != *first) return true;
+    }
+    return false;
+}
+
+// Axes
+
+bool hasAxisFromUnknownEnd(const OnnxNode& node) { return node.number("axis", 0) < 0 && node.type() != "OneHot"; }
+
+// Before version 13, ONNX flattened all dimensions from the axis on; the engine takes one of them.
+bool isSoftmaxOfSeveralDimensions(const OnnxNode& node) {
+    if (node.operatorSet() >= 13) return false;
     const auto shape = node.inputShape(0);
-    if (kernel.empty()) kernel = node.numbers("kernel_shape");
+    if (!shape) return true;
+    const auto axis = static_cast<size_t>(node.number("axis", 1));
+    return axis + 1 < shape->size() &&
+           !isSingle(Shape(shape->begin() + static_cast<ptrdiff_t>(axis) + 1, shape->end()));
+}
+
+// The engine leaves an input of the network out where nothing but constants stands before it in memory.
+bool isConcatOfInputAndConstants(const OnnxNode& node) {
+    bool hasInput = false;
+    bool hasConstant = false;
+    for (int i = 0; i < node.inputCount(); ++i) {
+        hasInput = hasInput || node.isNetworkInput(i);
+        hasConstant = hasConstant || node.isConstant(i);
+    }
+    if (!hasInput || !hasConstant) return false;
+    const auto shape = node.inputShape(0);
+    const int64_t axis = node.number("axis", 0);
+    return !shape || axis > static_cast<int64_t>(shape->size()) ||
+           !isSingle(Shape(shape->begin(), shape->begin() + axis));
+}
+
+// Whether a dimension that is summed up or the like has a size that the engine has to guess.
+bool reducesOpenDimension(const OnnxNode& node) {
+    const auto shape = node.inputShape(0);
+    if (!shape) return true;
+    Shape axes = node.numbers("axes");
+    if (axes.empty() && node.hasInput(1)) return !isKnown(*shape);
+    if (axes.empty()) return !isKnown(*shape);
+    return std::ranges::any_of(axes, [&](int64_t axis) {
+        const auto rank = static_cast<int64_t>(shape->size());
+        const int64_t index = axis < 0 ? axis + rank : axis;
+        return index < 0 || index >= rank || (*shape)[static_cast<size_t>(index)] < 0;
+    });
+}
+
+bool asksForOpenShape(const OnnxNode& node) {
+    const auto shape = node.inputShape(0);
+    return !shape || !isKnown(*shape);
+}
+
+// Products
+
+bool isGemmWithMore(const OnnxNode& node) {
+    if (node.number("transA", 0) != 0 || node.real("alpha", 1) != 1) return true;
+    if (!node.hasInput(2)) return false;
+    const auto addend = node.inputShape(2);
+    const auto weights = node.inputShape(1);
+    if (node.real("beta", 1) != 1 || !addend || addend->empty() || !weights || weights->size() != 2) return true;
+    const int64_t columns = (*weights)[node.number("transB", 0) != 0 ? 0 : 1];
+    return columns < 1 || addend->back() != columns || !isSingle(Shape(addend->begin(), addend->end() - 1));
+}
+
+// Parts
+
+// The sizes were an attribute before version 13.
+bool splitsByInput(const OnnxNode& node) {
+    if (!node.hasInput(1)) return false;
+    const Shape sizes = node.constantNumbers(1);
+    return sizes.empty() || std::ranges::any_of(sizes, [&](int64_t size) { return size != sizes.front(); });
+}
+
+// Windows
+
+bool hasPads(const OnnxNode& node) {
+    return std::ranges::any_of(node.numbers("pads"), [](int64_t pad) { return pad != 0; });
+}
+
+bool isAutoPadded(const OnnxNode& node) { return node.text("auto_pad", "NOTSET").rfind("SAME", 0) == 0; }
+
+// Whether a dimension gets an odd number of padding elements, of which one end has one more. True where it can't be
+// known.
+bool isPaddedUnevenlyAtStart(const OnnxNode& node) {
+    if (node.text("auto_pad", "NOTSET") != "SAME_LOWER") return false;
+    const auto shape = node.inputShape(0);
+    const Shape kernel = node.numbers("kernel_shape");
     if (!shape || kernel.empty() || shape->size() != kernel.size() + 2) return true;
-    const std::vector<int64_t> strides = node.numbers("strides");
-    const std::vector<int64_t> dilations = node.numbers("dilations");
+    const Shape strides = node.numbers("strides");
+    const Shape dilations = node.numbers("dilations");
     for (size_t i = 0; i < kernel.size(); ++i) {
         const int64_t size = (*shape)[i + 2];
         const int64_t stride = i < strides.size() ? strides[i] : 1;
@@ -47,133 +213,168 @@ bool isPaddedUnevenly(const OnnxNode& node, std::vector<int64_t> kernel) {
     return false;
 }
 
-int64_t axisOf(const OnnxNode& node, int64_t otherwise, size_t rank) {
-    const int64_t axis = node.number("axis", otherwise);
-    return axis < 0 ? axis + static_cast<int64_t>(rank) : axis;
+bool countsPadding(const OnnxNode& node) {
+    return node.number("count_include_pad", 0) != 0 && (hasPads(node) || isAutoPadded(node));
 }
 
-bool hasConstantInput(const OnnxNode& node) {
-    for (int i = 0; i < node.inputCount(); ++i) {
-        if (node.isConstant(i)) return true;
+// Activations and norms
+
+// One slope for each channel, or one for all. Before version 7 of the operators, a list was one for each channel.
+bool hasOtherSlopes(const OnnxNode& node) {
+    if (!node.isConstant(1)) return false;
+    const auto shape = node.inputShape(0);
+    const auto slope = node.inputShape(1);
+    if (!slope) return true;
+    if (isSingle(*slope) || (slope->size() == 1 && node.operatorSet() < 7)) return false;
+    if (!shape || slope->size() > shape->size() || slope->size() + 1 < shape->size()) return true;
+    for (size_t i = 0; i < slope->size(); ++i) {
+        if ((*slope)[i] != 1 && shape->size() - slope->size() + i != 1) return true;
     }
     return false;
 }
 
-// One slope for each channel, or one for all. Before version 7 of the operators, a list was one for each channel.
-bool hasSlopePerChannel(const OnnxNode& node) {
-    const auto shape = node.inputShape(0);
-    const auto slope = node.inputShape(1);
-    if (slope && slope->size() == 1 && node.operatorSet() < 7) return true;
-    if (!shape || !slope || shape->size() < 2) return false;
-    if (std::ranges::all_of(*slope, [](int64_t size) { return size == 1; })) return true;
-    for (size_t i = 0; i < slope->size(); ++i) {
-        const size_t axis = shape->size() - slope->size() + i;
-        if ((*slope)[i] != 1 && axis != 1) return false;
-    }
-    return slope->size() <= shape->size() && slope->size() + 1 >= shape->size();
+// Recurrent networks
+
+bool isOtherGru(const OnnxNode& node) {
+    return node.number("linear_before_reset", 0) != 1 || node.text("direction", "forward") != "forward" ||
+           node.attribute("clip") != nullptr;
 }
 
-// By how much each dimension grows; nothing where it can't be known.
+bool isOtherLstm(const OnnxNode& node) {
+    return node.hasInput(7) || node.number("input_forget", 0) != 0 || node.attribute("clip") != nullptr ||
+           node.number("layout", 0) != 0;
+}
+
+// Resizing
+
+bool isNearest(const OnnxNode& node) { return node.text("mode", "nearest") == "nearest"; }
+
+std::string coordinatesOf(const OnnxNode& node) {
+    if (node.type() == "Upsample" || node.operatorSet() < 11) return "asymmetric";
+    return node.text("coordinate_transformation_mode", "half_pixel");
+}
+
+// By how much each dimension grows; nothing where it can't be known, or a size is not what the growth says.
 std::optional<std::vector<double>> growthOf(const OnnxNode& node) {
-    const int scales = node.operatorSet() < 11 ? 1 : 2;
-    if (node.type() == "Upsample" && node.operatorSet() < 9) {
-        const std::vector<float> factors = node.reals("scales");
-        return std::vector<double>(factors.begin(), factors.end());
-    }
-    if (node.isConstant(scales)) {
-        const std::vector<float> factors = node.constantReals(scales);
-        if (!factors.empty()) return std::vector<double>(factors.begin(), factors.end());
-    }
     const auto from = node.inputShape(0);
-    const auto to = node.outputShape(0);
-    if (!from || !to || from->size() != to->size()) return std::nullopt;
-    std::vector<double> growth;
-    for (size_t i = 0; i < from->size(); ++i) {
-        if ((*from)[i] < 1 || (*to)[i] < 1) return std::nullopt;
-        growth.push_back(static_cast<double>((*to)[i]) / static_cast<double>((*from)[i]));
+    std::vector<float> factors = node.attribute("scales") != nullptr
+                                     ? node.reals("scales")
+                                     : node.constantReals(node.operatorSet() < 11 ? 1 : 2);
+    std::vector<double> growth(factors.begin(), factors.end());
+    if (growth.empty()) {
+        const auto to = node.outputShape(0);
+        if (!from || !to || from->size() != to->size()) return std::nullopt;
+        for (size_t i = 0; i < from->size(); ++i) {
+            const bool isOpen = (*from)[i] < 1 || (*to)[i] < 1;
+            if (isOpen && (*from)[i] != (*to)[i]) return std::nullopt;
+            growth.push_back(isOpen ? 1 : static_cast<double>((*to)[i]) / static_cast<double>((*from)[i]));
+        }
+        return growth;
+    }
+    for (size_t i = 0; i < growth.size(); ++i) {
+        if (growth[i] == std::floor(growth[i])) continue;
+        if (!from || i >= from->size() || (*from)[i] < 1) return std::nullopt;
+        const double size = growth[i] * static_cast<double>((*from)[i]);
+        if (size != std::floor(size)) return std::nullopt;
     }
     return growth;
 }
 
-bool growsByWholeNumbers(const OnnxNode& node) {
+bool isNearestOfOtherKind(const OnnxNode& node) {
+    if (!isNearest(node)) return false;
+    const std::string from = coordinatesOf(node);
+    const std::string rounding = node.operatorSet() < 11 ? "floor" : node.text("nearest_mode", "round_prefer_floor");
     const auto growth = growthOf(node);
-    return growth && std::ranges::all_of(*growth, [](double by) { return by >= 1 && by == std::floor(by); });
+    if (!growth) return true;
+    if (from == "asymmetric" && rounding == "floor") return false;
+    if (from == "align_corners" && rounding == "round_prefer_ceil") return false;
+    const bool isCentred =
+        isAmong(from, "half_pixel pytorch_half_pixel") && isAmong(rounding, "round_prefer_floor round_prefer_ceil");
+    return !isCentred || !std::ranges::all_of(*growth, [](double by) { return by >= 1 && by == std::floor(by); });
 }
 
-bool grows(const OnnxNode& node) {
+bool isLinearOfOtherKind(const OnnxNode& node) {
+    if (isNearest(node)) return false;
+    const std::string from = coordinatesOf(node);
+    const auto to = node.outputShape(0);
+    const bool growsToOne =
+        from == "pytorch_half_pixel" &&
+        (!to || to->size() < 2 || std::any_of(to->begin() + 2, to->end(), [](int64_t size) { return size < 2; }));
     const auto growth = growthOf(node);
-    return growth && std::ranges::all_of(*growth, [](double by) { return by >= 1; });
+    return growsToOne || from == "tf_crop_and_resize" || !growth ||
+           !std::ranges::all_of(*growth, [](double by) { return by >= 1; });
 }
-
-bool isNearest(const OnnxNode& node) { return node.text("mode", "nearest") == "nearest"; }
-
-// The engine computes these while it reads the network, where all their inputs are constant.
-constexpr std::string_view kFolded =
-    "Add Cast Concat ConstantOfShape Div Expand Flatten Gather Identity Mul Pad Reshape Shape Slice Squeeze Sub Transpose "
-    "Unsqueeze";
 
 constexpr EngineLimit kLimits[] = {
-    {"*", "every input is constant, for operators that are not computed while the network is read",
-     "all its inputs are constant, which the engine can't take",
+    {"*", "every input is constant, for an operator that the engine does not compute while it reads the network",
+     "all its inputs are constant, which brings the engine down", isConstantAndNotFolded},
+    {"*", "axis is counted from the end, and the number of dimensions is not known",
+     "the axis is counted from the end of an unknown number of dimensions, where the engine writes beside its memory",
+     hasAxisFromUnknownEnd},
+    {"Add Sub Mul Div Pow", "elements that are integers", "the engine computes integers as floats", computesIntegers},
+    {"Add Sub Sum Mul Div Equal Less Greater",
+     "the shapes differ, and the smaller operand is neither a single element nor has the sizes of the larger one from the "
+     "second dimension on (for a sum with an initializer: from where it begins), with 1 before and behind; products of "
+     "two variables are right, but not with a smaller dividend; comparisons only with a single element",
+     "the engine lays the smaller operand along other dimensions", isBroadcastWrong},
+    {"Sum", "of more than two, and the shapes differ", "the engine lays an operand along other dimensions",
+     [](const OnnxNode& node) { return node.inputCount() > 2 && hasOtherShapes(node); }},
+    {"Max Min", "the shapes differ, or have no dimensions", "the engine reads beside its memory", hasOtherShapes},
+    {"Less Greater", "the first operand is constant", "the engine swaps the operands", isComparedBackwards},
+    {"Cast", "from floats to integers or truth values", "the engine leaves the elements as they are",
      [](const OnnxNode& node) {
-         return node.inputCount() > 0 && !node.hasVariableInput() && !isAmong(node.type(), kFolded);
-     }},
-    {"AveragePool", "count_include_pad is 1 and there is padding", "the engine never counts the padding",
-     [](const OnnxNode& node) {
-         return node.number("count_include_pad", 0) != 0 && (hasPads(node) || isAutoPadded(node));
-     }},
-    {"AveragePool MaxPool LpPool", "auto_pad is SAME_LOWER and the padding uneven, or not known to be even",
-     "the engine puts the odd element of the padding at the end",
-     [](const OnnxNode& node) {
-         return node.text("auto_pad", "NOTSET") == "SAME_LOWER" && isPaddedUnevenly(node, {});
-     }},
-    {"Conv ConvTranspose", "auto_pad is SAME_LOWER and the padding uneven, or not known to be even",
-     "the engine puts the odd element of the padding at the end",
-     [](const OnnxNode& node) {
-         const auto weights = node.inputShape(1);
-         std::vector<int64_t> kernel;
-         if (weights && weights->size() > 2) kernel.assign(weights->begin() + 2, weights->end());
-         return node.text("auto_pad", "NOTSET") == "SAME_LOWER" && isPaddedUnevenly(node, kernel);
+         return !isInteger(node.inputType(0)) && isInteger(static_cast<int>(node.number("to", 0)));
      }},
     {"Cast", "from bfloat16", "the engine takes the bits for those of another type",
      [](const OnnxNode& node) { return node.inputType(0) == TensorProto::BFLOAT16; }},
-    {"Concat", "along the first dimension, with a constant among the inputs",
-     "the engine leaves memory that it never set in the place of the constant",
-     [](const OnnxNode& node) {
-         const auto shape = node.inputShape(0);
-         const int64_t axis = shape ? axisOf(node, 0, shape->size()) : std::min<int64_t>(node.number("axis", 0), 0);
-         return axis <= 0 && hasConstantInput(node);
-     }},
-    {"DequantizeLinear QuantizeLinear QLinearConv QLinearMatMul QLinearAdd", "elements of type uint8",
-     "the engine takes them for int8",
-     [](const OnnxNode& node) {
-         return node.inputType(0) == TensorProto::UINT8 || node.outputType(0) == TensorProto::UINT8;
-     }},
+    {"Gemm",
+     "transA, alpha other than 1, or with an addend: beta other than 1, or a shape of the addend other than (N) or (1, N)",
+     "the engine ignores transA, alpha and beta, and the addend's shape", isGemmWithMore},
+    {"Softmax LogSoftmax", "operators before version 13, and more than one dimension from the axis on",
+     "the engine takes one dimension", isSoftmaxOfSeveralDimensions},
+    {"Concat", "of an input of the network with constants, and all dimensions before the axis are 1",
+     "the engine leaves memory that it never set in the input's place", isConcatOfInputAndConstants},
+    {"ReduceL1 ReduceL2 ReduceLogSum ReduceLogSumExp ReduceMax ReduceMean ReduceMin ReduceProd ReduceSum "
+     "ReduceSumSquare",
+     "a dimension that is reduced has no size before the run", "the engine takes the size for 1", reducesOpenDimension},
+    {"Split", "into parts of different sizes that an input tells", "the engine makes all parts of one size",
+     splitsByInput},
+    {"Shape", "a dimension has no size before the run", "the engine takes the size for 1", asksForOpenShape},
+    {"AveragePool", "count_include_pad is 1 and there is padding", "the engine never counts the padding",
+     countsPadding},
+    {"AveragePool MaxPool LpPool Conv ConvTranspose",
+     "auto_pad is SAME_LOWER, and the padding is odd or not known before the run",
+     "the engine puts the odd element of the padding at the end", isPaddedUnevenlyAtStart},
+    {"Conv ConvTranspose", "auto_pad is SAME_UPPER or SAME_LOWER, and a dilation is not 1",
+     "the engine pads as without dilation",
+     [](const OnnxNode& node) { return isAutoPadded(node) && !isSingle(node.numbers("dilations")); }},
+    {"PRelu", "a constant slope that is neither one number nor one for each channel",
+     "the engine takes the first numbers for those of the channels", hasOtherSlopes},
     {"InstanceNormalization", "the first dimension is not known to be 1", "the engine computes the first row alone",
      [](const OnnxNode& node) {
          const auto shape = node.inputShape(0);
          return !shape || shape->empty() || shape->front() != 1;
      }},
-    {"PRelu", "a constant slope that is neither one number nor one for each channel",
-     "the engine takes the first numbers for those of the channels",
-     [](const OnnxNode& node) { return node.isConstant(1) && !hasSlopePerChannel(node); }},
-    {"Resize Upsample", "mode is nearest, and a dimension is not known to grow by a whole number",
-     "the engine picks other elements",
-     [](const OnnxNode& node) { return isNearest(node) && !growsByWholeNumbers(node); }},
-    {"Resize", "mode is nearest, with other than half_pixel and round_prefer_floor, or asymmetric and floor",
-     "the engine picks other elements",
+    {"CumSum", "always", "the engine writes beside its memory", [](const OnnxNode& /*node*/) { return true; }},
+    {"GRU", "linear_before_reset other than 1, a direction other than forward, or clip",
+     "the engine ignores linear_before_reset, direction and clip", isOtherGru},
+    {"LSTM", "peepholes, input_forget, clip, or layout 1",
+     "the engine ignores peepholes, input_forget, clip and layout", isOtherLstm},
+    {"Resize Upsample",
+     "mode is nearest, and neither asymmetric with floor, nor align_corners with round_prefer_ceil, nor half_pixel with "
+     "round_prefer_floor or round_prefer_ceil where every dimension grows by a whole number",
+     "the engine picks other elements", isNearestOfOtherKind},
+    {"Resize Upsample",
+     "mode is linear, and a dimension shrinks or grows by what is not known before the run; pytorch_half_pixel to a "
+     "size of 1; tf_crop_and_resize",
+     "the engine weighs the elements otherwise", isLinearOfOtherKind},
+    {"DequantizeLinear QuantizeLinear QLinearConv QLinearMatMul", "elements of type uint8, or a scale for each channel",
+     "the engine takes uint8 for int8, and one scale for all channels",
      [](const OnnxNode& node) {
-         if (!isNearest(node)) return false;
-         const std::string from = node.text("coordinate_transformation_mode", "half_pixel");
-         const std::string rounding = node.text("nearest_mode", "round_prefer_floor");
-         const bool isHalf = isAmong(from, "half_pixel pytorch_half_pixel") && rounding == "round_prefer_floor";
-         return !isHalf && !(from == "asymmetric" && rounding == "floor") && node.operatorSet() >= 11;
-     }},
-    {"Resize Upsample", "mode is linear, and a dimension is not known to stay or grow",
-     "the engine weighs the elements otherwise", [](const OnnxNode& node) { return !isNearest(node) && !grows(node); }},
-    {"Resize", "coordinate_transformation_mode is tf_crop_and_resize", "the engine ignores the region",
-     [](const OnnxNode& node) {
-         return node.text("coordinate_transformation_mode", "half_pixel") == "tf_crop_and_resize";
+         const auto scale = node.inputShape(1);
+         const bool hasUnsigned = node.inputType(0) == TensorProto::UINT8 || node.inputType(2) == TensorProto::UINT8 ||
+                                  node.outputType(0) == TensorProto::UINT8;
+         return hasUnsigned || (node.type().find("Linear") > 0 && (!scale || !isSingle(*scale)));
      }},
 };
 
@@ -186,6 +387,11 @@ const EngineLimit* limitOf(const OnnxNode& node) {
         return (isAmong(node.type(), limit.operators) || isAmong("*", limit.operators)) && limit.applies(node);
     });
     return found == std::end(kLimits) ? nullptr : found;
+}
+
+// A layer with two inputs from elsewhere forgets the activation that it was fused with.
+bool isFusedWrongly(const OnnxNode& node) {
+    return node.type() == "MatMul" && !node.isConstant(0) && !node.isConstant(1);
 }
 
 }  // namespace TarnoMirelo::OpenCv

@@ -21,7 +21,7 @@ std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& r
     require(Kit::readComponent(component, rootDir, bytes));
     const auto readFile = [&] {
         try {
-            return readOnnxFile(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+            return readOnnxFile(reinterpret_cast<const char*>(bytes.data()), bytes.size(), target);
         } catch (const ModelMetaDataException& exception) {
             throw ModelMetaDataException(about(component, exception.what()));
         }

@@ -92,6 +92,7 @@ Network::Network(OnnxFile file, const ModelTarget& target)
         net_ = cv::dnn::readNetFromONNX(file.repaired.data(), file.repaired.size());
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
+        net_.enableFusion(!file.fusesWrongly);
         locatePorts();
         weightBytes_ = countWeightBytes();
     });

@@ -6,68 +6,37 @@
 #include <TarnoMirelo/status.h>
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <onnx/defs/schema.h>
 #include <onnx/onnx_pb.h>
 #include <onnx/shape_inference/implementation.h>
-#include <string_view>
 
 namespace TarnoMirelo::OpenCv {
 namespace {
+
+constexpr char kNoNetwork[] = "the file holds no ONNX network, or only a part of one";
 
 bool isOnnxDomain(const std::string& domain) { return domain.empty() || domain == "ai.onnx"; }
 
 onnx::ModelProto parse(const char* bytes, size_t size) {
     onnx::ModelProto model;
     if (size > static_cast<size_t>(std::numeric_limits<int>::max()) ||
-        !model.ParseFromArray(bytes, static_cast<int>(size)) || !model.has_graph()) {
-        throw ModelMetaDataException("the file holds no ONNX network, or only a part of one");
+        !model.ParseFromArray(bytes, static_cast<int>(size)) || !model.has_graph() || model.opset_import().empty()) {
+        throw ModelMetaDataException(kNoNetwork);
     }
     return model;
 }
 
+// 0 where the network uses none of them.
 int operatorSetOf(const onnx::ModelProto& model) {
-    if (model.opset_import().empty()) {
-        throw ModelMetaDataException(
-            "the file holds no ONNX network, or only a part of one: no version of its operators");
-    }
     for (const auto& set : model.opset_import()) {
         if (isOnnxDomain(set.domain())) return static_cast<int>(set.version());
     }
-    return 0;  // none of them is used
+    return 0;
 }
 
-// What the types of values are told by. A network that can't be inferred is left as it was: its nodes are judged by
-// what it declares.
-void inferTypes(onnx::ModelProto& model) {
-    onnx::ModelProto inferred = model;
-    try {
-        onnx::shape_inference::InferShapes(inferred);
-    } catch (const std::exception&) {
-        return;
-    }
-    model = std::move(inferred);
-}
-
-GraphFacts factsOf(const onnx::GraphProto& graph, int operatorSet) {
-    GraphFacts facts;
-    facts.operatorSet = operatorSet;
-    for (const auto* const values : {&graph.value_info(), &graph.input(), &graph.output()}) {
-        for (const onnx::ValueInfoProto& value : *values) facts.types.emplace(value.name(), &value.type());
-    }
-    for (const onnx::TensorProto& constant : graph.initializer()) facts.constants.emplace(constant.name(), &constant);
-    for (const onnx::NodeProto& node : graph.node()) {
-        if (node.op_type() != "Constant") continue;
-        for (const onnx::AttributeProto& attribute : node.attribute()) {
-            if (attribute.name() == "value") facts.constants.emplace(node.output(0), &attribute.t());
-        }
-    }
-    for (const onnx::NodeProto& node : graph.node()) {  // a node comes after those that it takes its inputs from
-        if (node.input_size() == 0 || OnnxNode(node, facts).hasVariableInput()) continue;
-        facts.computedConstants.insert(node.output().begin(), node.output().end());
-    }
-    return facts;
+const onnx::OpSchema* schemaOf(const onnx::NodeProto& node, int operatorSet) {
+    return isOnnxDomain(node.domain()) ? onnx::OpSchemaRegistry::Schema(node.op_type(), operatorSet, "") : nullptr;
 }
 
 // Nodes needn't have names; outputs do.
@@ -95,16 +64,23 @@ bool isReadable(const onnx::TensorProto& constant) {
     }
 }
 
+void checkConstant(const std::string& name, const onnx::TensorProto& constant) {
+    if (constant.data_location() == onnx::TensorProto::EXTERNAL) {
+        refuseConstant(name, "lies in a file of its own", "one in the network's file");
+    }
+    if (!isReadable(constant)) {
+        const auto type = static_cast<onnx::TensorProto::DataType>(constant.data_type());
+        refuseConstant(name, "has elements of type " + onnx::TensorProto::DataType_Name(type),
+                       "FLOAT, INT8, INT32 or INT64");
+    }
+}
+
 void checkConstants(const onnx::GraphProto& graph) {
-    for (const onnx::TensorProto& constant : graph.initializer()) {
-        const std::string& name = constant.name();
-        if (constant.data_location() == onnx::TensorProto::EXTERNAL) {
-            refuseConstant(name, "lies in a file of its own", "one in the network's file");
-        }
-        if (!isReadable(constant)) {
-            const auto type = static_cast<onnx::TensorProto::DataType>(constant.data_type());
-            refuseConstant(name, "has elements of type " + onnx::TensorProto::DataType_Name(type),
-                           "FLOAT, INT8, INT32 or INT64");
+    for (const onnx::TensorProto& constant : graph.initializer()) checkConstant(constant.name(), constant);
+    for (const onnx::NodeProto& node : graph.node()) {
+        if (node.op_type() != "Constant" || node.output_size() != 1) continue;
+        for (const onnx::AttributeProto& attribute : node.attribute()) {
+            if (attribute.name() == "value") checkConstant(node.output(0), attribute.t());
         }
     }
     if (graph.sparse_initializer_size() > 0) {
@@ -112,8 +88,63 @@ void checkConstants(const onnx::GraphProto& graph) {
     }
 }
 
+// The engine settles some sizes while it reads the network, and takes 1 for those that are open then.
+// @param first  whether the first dimension is settled, too, where the target has one row
+void writeShapes(onnx::GraphProto& graph, const ModelTarget& target, bool first) {
+    for (const ModelFeatureDescriptor& descriptor : target.inputs) {
+        const auto input = std::ranges::find(*graph.mutable_input(), descriptor.name(), &onnx::ValueInfoProto::name);
+        const TensorShape shape = descriptor.tensorDescriptor().shape();
+        if (input == graph.mutable_input()->end() || !input->type().tensor_type().has_shape()) continue;
+        auto& dimensions = *input->mutable_type()->mutable_tensor_type()->mutable_shape()->mutable_dim();
+        if (static_cast<uint64_t>(dimensions.size()) != shape.dimension()) continue;
+        for (int i = 0; i < dimensions.size(); ++i) {
+            const int64_t size = shape[static_cast<uint64_t>(i)];
+            const bool isOpenRow = i == 0 && size == 1 && !first;
+            if (!dimensions[i].has_dim_value() && size > 0 && !isOpenRow) dimensions[i].set_dim_value(size);
+        }
+    }
+}
+
+bool hasOneRow(const ModelTarget& target) {
+    return std::ranges::all_of(target.inputs, [](const ModelFeatureDescriptor& descriptor) {
+        const TensorShape shape = descriptor.tensorDescriptor().shape();
+        return shape.dimension() > 0 && shape[0] == 1;
+    });
+}
+
+// Infers the types and shapes of all values for as long as it lives. A network that can't be inferred is judged by what
+// it declares.
+class Inference {
+ public:
+    explicit Inference(onnx::ModelProto& model) : graph_(*model.mutable_graph()), declared_(graph_.value_info()) {
+        try {
+            onnx::shape_inference::InferShapes(model);
+        } catch (const std::exception&) {
+            *graph_.mutable_value_info() = declared_;
+        }
+    }
+    Inference(const Inference&) = delete;
+    Inference& operator=(const Inference&) = delete;
+    ~Inference() { graph_.mutable_value_info()->Swap(&declared_); }
+
+ private:
+    onnx::GraphProto& graph_;
+    google::protobuf::RepeatedPtrField<onnx::ValueInfoProto> declared_;
+};
+
+// The engine takes other values than ONNX does for some attributes that are left out.
+void writeDefaults(onnx::NodeProto& node, const onnx::OpSchema& schema) {
+    for (const auto& [name, attribute] : schema.attributes()) {
+        if (!attribute.default_value.has_name()) continue;
+        if (std::ranges::find(node.attribute(), name, &onnx::AttributeProto::name) == node.attribute().end()) {
+            *node.add_attribute() = attribute.default_value;
+        }
+    }
+}
+
 // The engine takes a shape of one dimension for one of two, so it may not count from the end.
 void countAxisFromStart(onnx::NodeProto& node, const GraphFacts& facts) {
+    if (node.op_type() == "OneHot") return;  // its axis is one of the result
     for (onnx::AttributeProto& attribute : *node.mutable_attribute()) {
         if (attribute.name() != "axis" || attribute.i() >= 0) continue;
         const auto shape = OnnxNode(node, facts).inputShape(0);
@@ -121,20 +152,11 @@ void countAxisFromStart(onnx::NodeProto& node, const GraphFacts& facts) {
     }
 }
 
-// The engine takes some attributes that are left out for other values than ONNX does.
-void writeDefaults(onnx::NodeProto& node, const onnx::OpSchema& schema) {
-    for (const auto& [name, attribute] : schema.attributes()) {
-        if (!attribute.default_value.has_name()) continue;
-        const auto isIt = [&name = name](const onnx::AttributeProto& given) { return given.name() == name; };
-        if (std::any_of(node.attribute().begin(), node.attribute().end(), isIt)) continue;
-        *node.add_attribute() = attribute.default_value;
-    }
-}
-
 // The engine takes the size of a kernel from the attribute alone, which may be left out.
 void writeKernelShape(onnx::NodeProto& node, const GraphFacts& facts) {
+    if (node.op_type() != "Conv" && node.op_type() != "ConvTranspose") return;
     const OnnxNode looked(node, facts);
-    const auto weights = looked.hasInput(1) ? looked.inputShape(1) : std::nullopt;
+    const auto weights = looked.inputShape(1);
     if (looked.attribute("kernel_shape") != nullptr || !weights || weights->size() < 3) return;
     onnx::AttributeProto& kernel = *node.add_attribute();
     kernel.set_name("kernel_shape");
@@ -142,41 +164,59 @@ void writeKernelShape(onnx::NodeProto& node, const GraphFacts& facts) {
     for (size_t i = 2; i < weights->size(); ++i) kernel.add_ints((*weights)[i]);
 }
 
-// Of the operators whose axis is one of the first input's.
-constexpr std::array<std::string_view, 6> kWithAxis = {"Concat", "Flatten", "Gather", "LogSoftmax", "Softmax", "Split"};
+void repair(onnx::ModelProto& model, int operatorSet) {
+    const Inference inference(model);
+    const GraphFacts facts(model.graph(), operatorSet);
+    for (onnx::NodeProto& node : *model.mutable_graph()->mutable_node()) {
+        const onnx::OpSchema* const schema = schemaOf(node, operatorSet);
+        if (schema == nullptr) continue;
+        writeDefaults(node, *schema);
+        countAxisFromStart(node, facts);
+        writeKernelShape(node, facts);
+    }
+    model.clear_producer_name();  // the engine reads the networks of some exporters in another way
+}
+
+// The first node that the engine computes wrong, and why; empty where there is none.
+std::string refusalOf(onnx::ModelProto& model, int operatorSet, bool& fusesWrongly) {
+    const Inference inference(model);
+    const GraphFacts facts(model.graph(), operatorSet);
+    for (const onnx::NodeProto& node : model.graph().node()) {
+        if (schemaOf(node, operatorSet) == nullptr) continue;
+        const OnnxNode looked(node, facts);
+        fusesWrongly = fusesWrongly || isFusedWrongly(looked);
+        const EngineLimit* const limit = limitOf(looked);
+        if (limit != nullptr) return nameOf(node) + ": " + limit->reason;
+    }
+    return {};
+}
 
 }  // namespace
 
-OnnxFile readOnnxFile(const char* bytes, size_t size) {
-    const onnx::ModelProto original = parse(bytes, size);
-    const int operatorSet = operatorSetOf(original);
-    checkConstants(original.graph());
-    onnx::ModelProto inferred = original;
-    inferTypes(inferred);
-    const onnx::GraphProto& graph = inferred.graph();
-    const GraphFacts facts = factsOf(graph, operatorSet);
-
+OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target) {
+    onnx::ModelProto model = parse(bytes, size);
+    const int operatorSet = operatorSetOf(model);
+    checkConstants(model.graph());
     OnnxFile file;
-    onnx::ModelProto repaired = original;
-    for (onnx::NodeProto& node : *repaired.mutable_graph()->mutable_node()) {
+    for (const onnx::NodeProto& node : model.graph().node()) {
         if (node.output_size() > 0) file.nodes.emplace(node.output(0), nameOf(node));
-        const auto* const schema =
-            isOnnxDomain(node.domain()) ? onnx::OpSchemaRegistry::Schema(node.op_type(), operatorSet, "") : nullptr;
-        if (schema == nullptr) {
+        if (schemaOf(node, operatorSet) == nullptr) {
             file.customOperators.insert((isOnnxDomain(node.domain()) ? "" : node.domain() + ".") + node.op_type());
-            continue;
         }
-        writeDefaults(node, *schema);
-        if (std::ranges::find(kWithAxis, node.op_type()) != kWithAxis.end()) countAxisFromStart(node, facts);
-        if (node.op_type() == "Conv" || node.op_type() == "ConvTranspose") writeKernelShape(node, facts);
-        const EngineLimit* const limit = limitOf(OnnxNode(node, facts));
-        if (limit != nullptr) throw ModelMetaDataException(nameOf(node) + ": " + limit->reason);
     }
-    file.repaired = repaired.SerializeAsString();
-    for (const auto& input : graph.input()) {
-        if (facts.constants.count(input.name()) == 0)
-            file.inputs.push_back({input.name(), facts.shapeOf(input.name())});
+    writeShapes(*model.mutable_graph(), target, false);
+    repair(model, operatorSet);
+    std::string refusal = refusalOf(model, operatorSet, file.fusesWrongly);
+    if (!refusal.empty() && hasOneRow(target)) {  // some are right for one row
+        writeShapes(*model.mutable_graph(), target, true);
+        refusal = refusalOf(model, operatorSet, file.fusesWrongly);
     }
+    if (!refusal.empty()) throw ModelMetaDataException(refusal);
+    const GraphFacts facts(model.graph(), operatorSet);
+    for (const auto& input : model.graph().input()) {
+        if (facts.inputs.count(input.name()) != 0) file.inputs.push_back({input.name(), facts.shapeOf(input.name())});
+    }
+    file.repaired = model.SerializeAsString();
     return file;
 }
 

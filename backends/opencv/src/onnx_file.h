@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TarnoMirelo/manifest.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -18,15 +20,17 @@ struct OnnxFile {
     };
 
     std::vector<Input> inputs;                           // without the constants
-    std::set<std::string> customOperators;               // of domains other than ONNX's own, as "domain.type"
+    std::set<std::string> customOperators;               // that ONNX itself doesn't have, as "domain.type"
     std::unordered_map<std::string, std::string> nodes;  // `Node "name" (type)`, by the node's first output
+    bool fusesWrongly = false;                           // the engine may not fuse its layers
     std::string repaired;                                // the file in a form that the engine reads right
 };
 
-/// Reads a network's file, and repairs what the engine would read wrong.
+/// Reads a network's file, takes dimensions that it leaves open from the target, and repairs what the engine would read
+/// wrong. Where the engine is right for a single row alone, the first dimension of the inputs is 1 afterwards.
 ///
 /// Raises `ModelMetaDataException` for bytes that are no ONNX model, and for a node that the engine is known to compute
 /// wrong without saying so; the text names the node and the reason.
-OnnxFile readOnnxFile(const char* bytes, size_t size);
+OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target);
 
 }  // namespace TarnoMirelo::OpenCv

@@ -5,16 +5,60 @@
 
 namespace TarnoMirelo::OpenCv {
 
-const onnx::AttributeProto* OnnxNode::attribute(const char* name) const {
-    for (const onnx::AttributeProto& attribute : node_.attribute()) {
-        if (attribute.name() == name) return &attribute;
+GraphFacts::GraphFacts(const onnx::GraphProto& graph, int version) : operatorSet(version) {
+    for (const auto* const values : {&graph.value_info(), &graph.input(), &graph.output()}) {
+        for (const onnx::ValueInfoProto& value : *values) types.emplace(value.name(), &value.type());
     }
-    return nullptr;
+    for (const onnx::TensorProto& constant : graph.initializer()) {
+        constants.emplace(constant.name(), &constant);
+        initializers.insert(constant.name());
+    }
+    for (const onnx::ValueInfoProto& input : graph.input()) {
+        if (initializers.count(input.name()) == 0) inputs.insert(input.name());
+    }
+    for (const onnx::NodeProto& node : graph.node()) {  // a node comes after those that it takes its inputs from
+        for (const std::string& value : node.output()) producers.emplace(value, &node);
+        const OnnxNode looked(node, *this);
+        const auto* const value = node.op_type() == "Constant" ? looked.attribute("value") : nullptr;
+        if (value != nullptr) constants.emplace(node.output(0), &value->t());
+        if (node.op_type() == "Shape" || !looked.hasVariableInput()) {
+            computedConstants.insert(node.output().begin(), node.output().end());
+        }
+    }
+}
+
+std::optional<std::vector<int64_t>> GraphFacts::shapeOf(const std::string& value) const {
+    if (const auto constant = constants.find(value); constant != constants.end()) {
+        return std::vector<int64_t>(constant->second->dims().begin(), constant->second->dims().end());
+    }
+    const auto type = types.find(value);
+    if (type == types.end() || !type->second->tensor_type().has_shape()) return std::nullopt;
+    std::vector<int64_t> shape;
+    for (const auto& dimension : type->second->tensor_type().shape().dim()) {
+        shape.push_back(dimension.has_dim_value() && dimension.dim_value() > 0 ? dimension.dim_value() : -1);
+    }
+    return shape;
+}
+
+int GraphFacts::typeOf(const std::string& value) const {
+    if (const auto constant = constants.find(value); constant != constants.end()) return constant->second->data_type();
+    const auto type = types.find(value);
+    return type == types.end() ? onnx::TensorProto::UNDEFINED : type->second->tensor_type().elem_type();
+}
+
+const onnx::AttributeProto* OnnxNode::attribute(const char* name) const {
+    const auto found = std::ranges::find(node_.attribute(), name, &onnx::AttributeProto::name);
+    return found == node_.attribute().end() ? nullptr : &*found;
 }
 
 int64_t OnnxNode::number(const char* name, int64_t otherwise) const {
     const auto* const found = attribute(name);
     return found == nullptr ? otherwise : found->i();
+}
+
+float OnnxNode::real(const char* name, float otherwise) const {
+    const auto* const found = attribute(name);
+    return found == nullptr ? otherwise : found->f();
 }
 
 std::string OnnxNode::text(const char* name, const char* otherwise) const {
@@ -34,37 +78,37 @@ std::vector<float> OnnxNode::reals(const char* name) const {
     return {found->floats().begin(), found->floats().end()};
 }
 
-std::vector<float> OnnxNode::constantReals(int index) const {
-    const onnx::TensorProto& constant = *facts_.constants.at(node_.input(index));
-    if (constant.data_type() != onnx::TensorProto::FLOAT) return {};
-    return onnx::ParseData<float>(&constant);
-}
-
 bool OnnxNode::hasVariableInput() const {
-    return std::ranges::any_of(node_.input(), [this](const std::string& name) {
-        return !name.empty() && facts_.constants.count(name) == 0 && facts_.computedConstants.count(name) == 0;
-    });
+    return std::ranges::any_of(node_.input(),
+                               [this](const std::string& name) { return !name.empty() && !facts_.isConstant(name); });
 }
 
-std::optional<std::vector<int64_t>> GraphFacts::shapeOf(const std::string& value) const {
-    if (const auto constant = constants.find(value); constant != constants.end()) {
-        return std::vector<int64_t>(constant->second->dims().begin(), constant->second->dims().end());
-    }
-    const auto type = types.find(value);
-    if (type == types.end() || !type->second->tensor_type().has_shape()) return std::nullopt;
-    std::vector<int64_t> shape;
-    for (const auto& dimension : type->second->tensor_type().shape().dim()) {
-        shape.push_back(dimension.has_dim_value() ? dimension.dim_value() : -1);
-    }
-    return shape;
+std::optional<OnnxNode> OnnxNode::producerOf(int index) const {
+    if (!hasInput(index)) return std::nullopt;
+    const auto found = facts_.producers.find(node_.input(index));
+    return found == facts_.producers.end() ? std::nullopt : std::optional<OnnxNode>(OnnxNode(*found->second, facts_));
 }
 
-int GraphFacts::typeOf(const std::string& value) const {
-    if (const auto constant = constants.find(value); constant != constants.end()) {
-        return constant->second->data_type();
-    }
-    const auto type = types.find(value);
-    return type == types.end() ? onnx::TensorProto::UNDEFINED : type->second->tensor_type().elem_type();
+const onnx::TensorProto* OnnxNode::constant(int index) const {
+    if (!hasInput(index)) return nullptr;
+    const auto found = facts_.constants.find(node_.input(index));
+    return found == facts_.constants.end() ? nullptr : found->second;
+}
+
+std::vector<float> OnnxNode::constantReals(int index) const {
+    const onnx::TensorProto* const found = constant(index);
+    if (found == nullptr || found->data_type() != onnx::TensorProto::FLOAT) return {};
+    return onnx::ParseData<float>(found);
+}
+
+std::vector<int64_t> OnnxNode::constantNumbers(int index) const {
+    const onnx::TensorProto* const found = constant(index);
+    if (found == nullptr || found->data_type() != onnx::TensorProto::INT64) return {};
+    return onnx::ParseData<int64_t>(found);
+}
+
+std::optional<std::vector<int64_t>> OnnxNode::inputShape(int index) const {
+    return hasInput(index) ? facts_.shapeOf(node_.input(index)) : std::nullopt;
 }
 
 }  // namespace TarnoMirelo::OpenCv

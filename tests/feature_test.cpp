@@ -19,10 +19,9 @@ ModelFeatureDescriptor named(const std::string& name) {
 }
 
 TEST(TensorDescriptor, IsVariableWhereADimensionIsOpen) {
-    for (const TensorShape& shape :
-         {TensorShape(1, 3, -1, -1), TensorShape(0, -1), TensorShape(), TensorShape(1, -2)}) {
-        const bool variable =
-            shape == TensorShape(1, 3, -1, -1) || shape == TensorShape(0, -1);  // whatever the flag says
+    const std::pair<TensorShape, bool> cases[] = {
+        {{1, 3, -1, -1}, true}, {{0, -1}, true}, {{}, false}, {{1, -2}, false}};
+    for (const auto& [shape, variable] : cases) {  // whatever the flag says
         EXPECT_EQ(TensorDescriptor("name", shape, !variable, DataType::Float).variableShape(), variable) << shape;
     }
 }
@@ -113,52 +112,30 @@ TEST(Batch, IsAListInWhichANameRepeats) {
     for (const char* const letters : {"xx", "xyx"}) EXPECT_TRUE(MireloBatch::isBatch(featuresOf(letters)));
 }
 
-TEST(Batch, GivesItsFeaturesByRowsAndByInputs) {
-    const MireloBatch batch(featuresOf("xyyx"));
-    std::string rows;
-    for (const auto& row : batch.getFeatureSet().features) rows += wordOf(row) + " ";
-    EXPECT_TRUE(rows == "x0y0 x1y1 " || rows == "y0x0 y1x1 ") << rows;
-    EXPECT_EQ(wordOf(batch.getSortedFetures({named("y"), named("x")})), "y0y1x0x1");
-    EXPECT_EQ(wordOf(batch.getSortedFetures({named("x")})), "x0x1");
-    EXPECT_THROW(batch.getSortedFetures({named("x"), named("z")}), std::out_of_range);
-    EXPECT_EQ(MireloBatch(featuresOf("xyz")).getFeatureSet().features.size(), 1U);
-}
-
 TEST(Batch, TakesItsFeaturesInAnyOrder) {
     std::string letters = "xxxyyyzzz";
     do {
         const MireloBatch batch(featuresOf(letters));
-        EXPECT_EQ(wordOf(batch.getSortedFetures({named("x"), named("y"), named("z")})), "x0x1x2y0y1y2z0z1z2")
-            << letters;
         const auto rows = batch.getFeatureSet().features;
         ASSERT_EQ(rows.size(), 3U) << letters;
+        std::string row = wordOf(rows[0]);  // the same order of names in each row
+        EXPECT_TRUE(row.size() == 6 && row.find("x0") + row.find("y0") + row.find("z0") == 6) << letters << " " << row;
         for (size_t i = 0; i < rows.size(); ++i) {
-            std::string row = wordOf(rows.front());  // tells the order of the groups
-            std::replace(row.begin(), row.end(), '0', static_cast<char>('0' + i));
+            std::replace(row.begin(), row.end(), static_cast<char>('0' + i - (i > 0)), static_cast<char>('0' + i));
             EXPECT_EQ(wordOf(rows[i]), row) << letters;
         }
+        EXPECT_EQ(wordOf(batch.getSortedFetures({named("z"), named("x"), named("x")})), "z0z1z2x0x1x2x0x1x2")
+            << letters;
+        EXPECT_THROW(batch.getSortedFetures({named("x"), named("X")}), std::out_of_range);
     } while (std::next_permutation(letters.begin(), letters.end()));
-}
-
-TEST(Batch, TakesAnyNumberOfInputs) {
-    std::string letters;
-    for (char letter = ' '; letter <= '~'; ++letter) letters += letter;
-    for (const std::string& second : {letters, std::string(letters.rbegin(), letters.rend())}) {
-        const MireloBatch batch(featuresOf(letters + second));
-        EXPECT_EQ(batch.getFeatureSet().features.size(), 2U);
-        for (const char letter : letters) {
-            const std::string name(1, letter);
-            EXPECT_EQ(wordOf(batch.getSortedFetures({named(name)})), name + "0" + name + "1");
-        }
-        EXPECT_THROW(batch.getSortedFetures({named("")}), std::out_of_range);
-    }
+    EXPECT_EQ(MireloBatch(featuresOf("xyz")).getFeatureSet().features.size(), 1U);
 }
 
 TEST(Batch, OfNothingIsEmptyAndUnevenOrNullOnesAreRefused) {
     const MireloBatch empty(Flat{});
     EXPECT_TRUE(empty.getFeatureSet().features.empty() && empty.getSortedFetures({}).empty());
     EXPECT_THROW(empty.getSortedFetures({named("x")}), std::out_of_range);
-    for (const char* const uneven : {"xxy", "xyx", "xxyyzzz"}) {
+    for (const char* const uneven : {"xxy", "xyx", "xyxyz", "xxyyzzz"}) {
         EXPECT_EQ(raised([&] { MireloBatch batch(featuresOf(uneven)); }), "8: An uneven number of batches per input");
     }
     const std::string null = "7: A feature of a batch must not be null";

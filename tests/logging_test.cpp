@@ -38,10 +38,8 @@ TEST(LogProcessors, WriteMessagesUpToTheirFirstNul) {
     std::ostringstream stream;
     LogProcessorOStream(stream).Process(entryOf(kCut));
     LogProcessorContainer container;
-    for (const auto& processor : {std::make_shared<LogProcessorOStream>(stream), std::shared_ptr<LogProcessorOStream>(),
-                                  std::make_shared<LogProcessorOStream>(stream)}) {
-        container.AddProcessor(processor);
-    }
+    const auto processor = std::make_shared<LogProcessorOStream>(stream);
+    for (const auto& each : {processor, decltype(processor)(), processor}) container.AddProcessor(each);
     container.Process(entryOf("both"));
     EXPECT_EQ(stream.str(), "text\nboth\nboth\n");
     EXPECT_EQ(container.GetProcessorCount(), 2U);
@@ -135,12 +133,9 @@ TEST_F(LoggerTest, RecordsErrorsBeforeTheyAreProcessed) {
 }
 
 TEST_F(LoggerTest, ReplacesAProcessorThatReportsAtItsEnd) {
-    struct Parting : ILogProcessor {
-        ~Parting() override { Logger::GetInstance().Report(entryOf("gone", 3)); }
-        void Process(const LogEntry& /*entry*/) override {}
-    };
     std::string seen;
-    logger.SetDefaultLogProcessor(std::make_shared<Parting>());
+    const auto report = [](const int* /*none*/) { Logger::GetInstance().Report(entryOf("gone", 3)); };
+    install([held = std::shared_ptr<int>(nullptr, report)](const LogEntry& /*entry*/) {});
     install([&](const LogEntry& entry) { seen += entry.message; });
     EXPECT_EQ(list(seen, logger.GetErrorCount()), "gone 1");
 }
@@ -231,11 +226,9 @@ TEST(OperatorRegistry, IsFilledWhileOpenAndReadOnceReadOnly) {
         EXPECT_FALSE(registry.isRegistryReadOnly() || !copy.isRegistryReadOnly());
         EXPECT_EQ(registry.getOpPlacement(), OperatorPlacement({"first"}, {"second"}));
     }
-    struct Asking {  // as the registry is being cleared
-        ~Asking() { EXPECT_EQ(getOperatorRegistry().createOperator("a"), nullptr); }
-    };
-    for (const char* const name : {"a", "b", "c"}) {
-        registerCustomOperator(name, [asking = std::make_shared<Asking>()] { return std::make_unique<Numbered>(1); });
+    const auto ask = [](const int* /*none*/) { EXPECT_EQ(getOperatorRegistry().createOperator("a"), nullptr); };
+    for (const char* const name : {"a", "b", "c"}) {  // what they hold asks the registry while it is cleared
+        registerCustomOperator(name, [held = std::shared_ptr<int>(nullptr, ask)] { return nullptr; });
     }
     finalizeOperatorRegistry();
     registry.clear();

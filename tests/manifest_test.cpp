@@ -23,7 +23,7 @@ void print(std::ostream& out, const char* kind, const std::vector<ModelFeatureDe
     }
 }
 
-// The status of a load over metadata with known fields, and what the metadata then holds.
+// The status of a load into metadata with known fields, and what it then holds.
 std::string load(const Filepath& manifest) {
     ModelMetadata metadata("-", "-", "-", "-", 9, "-", Filepath("-"), {}, "-");
     std::ostringstream out;

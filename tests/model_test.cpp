@@ -111,15 +111,14 @@ TEST(Model, RunsOnADeviceThatKeepsWhatItIsGiven) {
     device->setVendorName("vendor");
     device->setVendorId(8);
     EXPECT_EQ(text(device->setNumThreads(9)), kSuccess);
-    const auto told = [](const Device& d) {
-        return list(d.getDeviceName(), static_cast<int>(d.getModelType()), static_cast<int>(d.getDeviceType()),
-                    static_cast<int>(d.getORTType()), d.getLUID(), d.getId(), d.getDedicatedMemory(), d.getVendorName(),
-                    d.getVendorId(), d.getNumThreads());
-    };
-    EXPECT_EQ(told(*device), "name 8 2 2 5 6 7 vendor 8 9");
+    EXPECT_TRUE(device->getDeviceType() == DeviceType::GPU && device->getORTType() == OrtEP::CUDA);
     device->setDeviceType(DeviceType::NPU);
     device->setORTType(OrtEP::CoreML);
-    EXPECT_EQ(told(Device(*device)), "name 8 3 5 5 6 7 vendor 8 9");
+    const Device d = *device;
+    EXPECT_EQ(list(d.getDeviceName(), static_cast<int>(d.getModelType()), static_cast<int>(d.getDeviceType()),
+                   static_cast<int>(d.getORTType()), d.getLUID(), d.getId(), d.getDedicatedMemory(), d.getVendorName(),
+                   d.getVendorId(), d.getNumThreads()),
+              "name 8 3 5 5 6 7 vendor 8 9");
 
     const ScriptedModel shared("m", device);
     const ScriptedModel raw("m", device.get());
@@ -246,7 +245,6 @@ TEST(Manager, CountsWhatItRemovedOnceTheUnloadSucceeded) {
     EXPECT_EQ(text(manager.registerModel(nullptr)) + text(manager.unloadModel(nullptr)), null + null);
 }
 
-// The argument lies in the record that the call releases.
 TEST(Manager, TakesItsArgumentFromTheRecordItReleases) {
     ModelManager manager;
     auto model = makeModel("n");

@@ -3,7 +3,6 @@
 #include <cstring>
 
 namespace TarnoMirelo::Boundary {
-
 namespace {
 
 class OffHostTensor : public DeviceTensor {
@@ -26,22 +25,6 @@ class OffHostTensor : public DeviceTensor {
 
  private:
     std::vector<uint8_t> memory_;
-};
-
-class Fence : public DeviceFence {
- public:
-    explicit Fence(uint64_t value) : DeviceFence(value, true) {}
-
- protected:
-    MireloStatus signalFenceValue(Device* /*device*/, uint64_t value) override {
-        *getFenceValuePtr() = value;
-        return {SUCCESS, ""};
-    }
-    uint64_t signalNextFenceValue(Device* /*device*/) override { return ++*getFenceValuePtr(); }
-    MireloStatus waitForFenceValue(Device* device, uint64_t value, bool /*flag*/) const override {
-        return {WARNING, device->getDeviceName() + " at " + std::to_string(value)};
-    }
-    bool isFenceValueReached(uint64_t value) const override { return value <= getFenceValue(); }
 };
 
 class AddingModel : public MireloModel {
@@ -87,10 +70,6 @@ std::shared_ptr<MireloModel> makeModel(const std::string& name, std::shared_ptr<
 
 std::shared_ptr<DeviceTensor> makeTensor(const TensorShape& shape) { return std::make_shared<OffHostTensor>(shape); }
 
-std::shared_ptr<DeviceFence> makeFence(uint64_t value) { return std::make_shared<Fence>(value); }
-
 MireloStatus flush(DeviceFence& fence, Device& device) { return fence.flush(&device); }
-
-void raiseFramework(const std::string& message) { throw MLFrameworkException(message); }
 
 }  // namespace TarnoMirelo::Boundary

@@ -16,10 +16,7 @@ namespace TarnoMirelo::Boundary {
 BOUNDARY_API std::shared_ptr<MireloModel> makeModel(const std::string& name, std::shared_ptr<FileUtils> files);
 /// A tensor of the device, which has no buffer on the host's side.
 BOUNDARY_API std::shared_ptr<DeviceTensor> makeTensor(const TensorShape& shape);
-/// Has the device of a fence do what is still to do.
+/// `fence.flush(&device)`
 BOUNDARY_API MireloStatus flush(DeviceFence& fence, Device& device);
-/// A fence of the backend's own.
-BOUNDARY_API std::shared_ptr<DeviceFence> makeFence(uint64_t value);
-[[noreturn]] BOUNDARY_API void raiseFramework(const std::string& message);
 
 }  // namespace TarnoMirelo::Boundary

@@ -1,4 +1,4 @@
-// What the library keeps to itself: linked with its objects, since none of this is exported.
+// Internals, which are not exported: this is linked with the library's objects.
 
 #include "model/usage.h"
 #include "support/scripted_model.h"

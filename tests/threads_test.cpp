@@ -1,4 +1,4 @@
-// What may run on several threads at once. ThreadSanitizer watches it in its preset.
+// What may run on several threads at once; ThreadSanitizer watches in the preset "tsan".
 
 #include "support/scripted_model.h"
 #include "support/temp_dir.h"
@@ -35,7 +35,7 @@ const char* const kManifest = R"({"name": "threads", "targets": {"WinML": {
     "inputs": [{"name": "in", "featureType": "tensor", "tensor": {"shape": [4, 4], "dataType": "float"}}],
     "outputs": [{"name": "out", "featureType": "tensor", "tensor": {"shape": [4], "dataType": "float"}}]}}})";
 
-// From a manifest to a prediction, with objects of its own; the property of its status tells whose they were.
+// From a manifest to a prediction, with objects of its own; a property of the status tells which model answered.
 std::string walkTheRoad(const Filepath& manifest, const std::string& name) {
     ModelMetadata metadata;
     metadata.load(manifest);
@@ -56,7 +56,7 @@ std::string walkTheRoad(const Filepath& manifest, const std::string& name) {
                 FileUtils().findFilesByPattern(manifest.parent_path(), "MANIFEST.*").size());
 }
 
-// Every object that a process has once is made here, by whichever thread comes first.
+// Here, whichever thread comes first makes the objects that a process has once.
 TEST(Threads, FirstUseAndDistinctObjects) {
     const TempDir directory;
     const Filepath manifest = directory.write("manifest.json", kManifest);

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-// The linker has the library's calls end here: --wrap=malloc and so on. Its own names are the real functions'.
+// With --wrap=malloc, the linker sends calls of malloc to __wrap_malloc; __real_malloc is the C library's.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void* __real_malloc(size_t size);

@@ -1,4 +1,4 @@
-// What a host may write in C++17 and C++20, and what neither compiler may warn of.
+// What a host may write in C++17 and C++20: it compiles without a warning.
 
 #include <TarnoMirelo/TarnoMirelo.h>
 

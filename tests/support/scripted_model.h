@@ -8,7 +8,7 @@
 
 namespace TarnoMirelo {
 
-/// A backend whose hooks note that they were called and answer what a test wrote down for them.
+/// A backend whose hooks record their calls and return `answer`.
 class ScriptedModel : public MireloModel {
  public:
     using MireloModel::isLoaded;
@@ -39,7 +39,7 @@ class ScriptedModel : public MireloModel {
     }
 };
 
-/// One that binds, and calls itself by another name.
+/// One that binds and has another name than it was given.
 class BindingModel : public ScriptedModel {
  public:
     using ScriptedModel::ScriptedModel;

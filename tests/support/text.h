@@ -9,7 +9,7 @@
 
 namespace TarnoMirelo {
 
-// The forms in which tests compare things.
+// Values as text, for comparisons.
 
 inline constexpr const char* kSuccess = "1: ";
 

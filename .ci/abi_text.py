@@ -1,4 +1,4 @@
-"""Tells the binary interface of a library in lines that can be read and compared: abi_text.py <abidw's XML>
+"""Writes the binary interface of a library as lines to read and compare: abi_text.py <abidw's XML>
 
 Sizes and offsets are in bytes. Private fields count, since hosts reserve the room for them. The standard library's
 types don't, nor do inline functions: every user has a copy.
@@ -19,8 +19,8 @@ def readable(text):
 
 
 def demangled(names):
-    told = subprocess.run(["c++filt"], input="\n".join(names), text=True, capture_output=True, check=True).stdout
-    return [readable(name) for name in told.split("\n")]
+    output = subprocess.run(["c++filt"], input="\n".join(names), text=True, capture_output=True, check=True).stdout
+    return [readable(name) for name in output.split("\n")]
 
 
 def elements(root):

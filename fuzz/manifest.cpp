@@ -98,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ModelMetadata metadata;
     const STATUS_CODE code = metadata.load(path).getCode();
     require(code == SUCCESS || code == MODEL_METADATA_ERROR || (code == UNKNOWN_ERROR && budget.refusals() > 0),
-            "memory that runs out is told");
+            "running out of memory is reported");
     require(metadata.getTargets().size() <= 1, "what was loaded stands");
     return 0;
 }

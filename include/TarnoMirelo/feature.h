@@ -321,8 +321,8 @@ class MIRELO_API MireloBatch {
     /// The batch row by row.
     MireloFeatureSet getFeatureSet() const;
     /// The batch input by input: for each descriptor, in the order given, the features of its name from the first row
-    /// to the last. They are those of the batch, not copies: who writes to one changes it for all. Names that no
-    /// descriptor has are left out.
+    /// to the last. They are those of the batch, not copies: a change is seen by all that share them. Names that
+    /// no descriptor has are left out.
     /// Raises `std::out_of_range` for a descriptor whose name is not in the batch, before the list is allocated.
     std::vector<std::shared_ptr<MireloFeature>> getSortedFetures(
         const std::vector<ModelFeatureDescriptor>& descriptors) const;

@@ -223,7 +223,8 @@ Call useFiles() {
 }
 
 MireloModel::Inputs rows(size_t count) {
-    return MireloModel::Inputs(count, std::make_shared<MireloFeatureTensor>(descriptor("x")));
+    MireloModel::Inputs inputs(count, std::make_shared<MireloFeatureTensor>(descriptor("x")));
+    return inputs;
 }
 
 Call readBatch() {

@@ -2,10 +2,12 @@
 #include "support/text.h"
 
 #include <TarnoMirelo/files.h>
+#include <TarnoMirelo/logging.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fcntl.h>
 #include <functional>
 #include <stdexcept>
@@ -182,6 +184,33 @@ TEST_F(FilesTest, LeaveNothingOpen) {
     const auto before = std::distance(Descriptors("/proc/self/fd"), Descriptors());
     useAll();
     EXPECT_EQ(std::distance(Descriptors("/proc/self/fd"), Descriptors()), before);
+#endif
+}
+
+// A child that outlives a file's use would keep it open: on Windows nobody could delete it, elsewhere its space stays.
+TEST_F(FilesTest, StayClosedInChildren) {
+    const std::filesystem::path shown = directory.native() / "shown";
+    std::ofstream streams[] = {files.openFileToWriteBinaryData(directory.path("mine1")),
+                               files.openFileToStreamBinaryData(directory.path("mine2"))};
+    directory.write("mine3", "before");
+    LogProcessorFileSystem logs[] = {{directory.native().string(), "mine3", false},
+                                     {directory.native().string(), "mine4", false}};
+#if defined(_WIN32)
+    std::FILE* const child = ::_popen("cmd /c set /p line=", "w");  // waits for a line
+    for (std::ofstream& stream : streams) stream.close();
+    for (LogProcessorFileSystem& log : logs) log.Close();
+    for (const char* const name : {"mine1", "mine2", "mine3", "mine4"}) {
+        std::error_code error;
+        EXPECT_TRUE(std::filesystem::remove(directory.native() / name, error)) << name << error.message();
+    }
+    ::_pclose(child);
+#else
+    ASSERT_EQ(std::system(("ls -l /proc/self/fd >'" + shown.string() + "'").c_str()), 0);
+    EXPECT_NE(directory.read("shown").find("shown"), std::string::npos);
+    EXPECT_EQ(directory.read("shown").find("mine"), std::string::npos) << directory.read("shown");
+    for (std::ofstream& stream : streams) EXPECT_TRUE(stream.is_open());
+    for (LogProcessorFileSystem& log : logs) log.Process({"written"});
+    EXPECT_GT(directory.read("mine3").size(), directory.read("mine4").size());
 #endif
 }
 

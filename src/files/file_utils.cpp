@@ -6,13 +6,12 @@
 #include <cstring>
 #include <optional>
 #include <stdexcept>
-#include <typeinfo>
-#include <utility>
 
 namespace TarnoMirelo {
 namespace {
 
-// Everything up to the end of the file. The size is only a hint: files of the system's own making have none.
+// Everything up to the end of the file. The size is only a hint: files of the system's own making say 0, and others
+// grow.
 template <typename Bytes>
 Bytes readToEnd(Platform::InputFile& file) {
     constexpr uint64_t kGrowth = uint64_t{64} * 1024;
@@ -46,16 +45,14 @@ FileUtils::FileUtils() = default;
 FileUtils::~FileUtils() = default;
 
 void FileUtils::createDir(const Filepath& path) {
-    if (pathExists(path)) return;
-    if (Platform::createDirectory(path.c_str(), Platform::PathText::Narrow) == Platform::Creation::ParentMissing) {
-        throw FileException("Path incorrect : " + path.getPathString());
-    }
+    if (pathExists(path) || Platform::createDirectory(path.c_str())) return;
+    throw FileException("Path incorrect : " + path.getPathString());
 }
 
 bool FileUtils::pathExists(const Filepath& path) { return Platform::pathExists(path.c_str()); }
 
 std::ofstream FileUtils::openFileToStreamBinaryData(const Filepath& path) {
-    return Platform::openToWrite(path.c_str(), std::ios::app);
+    return Platform::openToWrite(path.c_str(), Platform::WriteMode::Append);
 }
 
 bool FileUtils::streamBinaryDataToFile(void* data, uint64_t size, std::ofstream& stream) {
@@ -65,16 +62,10 @@ bool FileUtils::streamBinaryDataToFile(void* data, uint64_t size, std::ofstream&
 }
 
 std::ofstream FileUtils::openFileToWriteBinaryData(const Filepath& path) {
-    return Platform::openToWrite(path.c_str(), std::ios::trunc);
+    return Platform::openToWrite(path.c_str(), Platform::WriteMode::Truncate);
 }
 
 bool FileUtils::writeBinaryDataToFile(void* data, uint64_t size, const Filepath& path) {
-    // No other class, so nobody has put another stream in place of the file's: it can be done without, at half the
-    // cost. Compared by address, for a class that was built without type information has nothing there to look into.
-    if (&typeid(*this) == &typeid(FileUtils)) {
-        Platform::writeFile(path.c_str(), data, size);
-        return true;
-    }
     std::ofstream stream = openFileToWriteBinaryData(path);
     write(stream, data, size);
     stream.close();
@@ -82,7 +73,14 @@ bool FileUtils::writeBinaryDataToFile(void* data, uint64_t size, const Filepath&
 }
 
 bool FileUtils::writeStringToFile(const std::string& text, const Filepath& path) {
-    Platform::writeTextFile(path.c_str(), text.c_str());
+    std::string lines;
+    lines.reserve(text.size());
+    for (const char* character = text.c_str(); *character != '\0'; ++character) {
+        if (*character == '\n') lines.push_back('\r');
+        lines.push_back(*character);
+    }
+    std::ofstream stream = Platform::openToWrite(path.c_str(), Platform::WriteMode::Truncate);
+    write(stream, lines.data(), lines.size());
     return true;
 }
 

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <clocale>
-#include <cstring>
 #include <cwctype>
 #include <dirent.h>
 #include <fcntl.h>
@@ -13,7 +13,12 @@
 #include <new>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
+#if defined(__GLIBCXX__)
+#include <ext/stdio_filebuf.h>
+#endif
 
 namespace TarnoMirelo::Platform {
 namespace {
@@ -42,14 +47,101 @@ std::string nativePath(const char* path, PathText text) {
 
 bool meansAbsent(int error) { return error == ENOENT || error == ENOTDIR; }
 
-// The size of an open file that is no directory. Only what can be positioned has one; files of the system's own making
-// say so themselves.
-std::optional<uint64_t> sizeOf(int file, const struct stat& facts) {
-    if (S_ISREG(facts.st_mode)) return static_cast<uint64_t>(facts.st_size);
-    const off_t end = ::lseek(file, 0, SEEK_END);
-    if (end < 0 || ::lseek(file, 0, SEEK_SET) != 0) return std::nullopt;
-    return static_cast<uint64_t>(end);
+// An open file, closed at the end unless it is handed on.
+class Descriptor {
+ public:
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(other.release()) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~Descriptor() {
+        if (isOpen()) ::close(number_);
+    }
+
+    bool isOpen() const { return number_ >= 0; }
+    int get() const { return number_; }
+    int release() { return std::exchange(number_, -1); }
+
+ private:
+    int number_;
+};
+
+// Opening a pipe would wait for its other end, and a terminal could become the process's own.
+constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+std::optional<struct stat> factsOf(int file) {
+    struct stat facts {};
+    if (::fstat(file, &facts) != 0) return std::nullopt;
+    return facts;
 }
+
+// A file for output, or nothing. Only what has no position can be a pipe: asking for that costs less than for the facts
+// of every file. Devices are written to, and may be waited for.
+Descriptor openOutput(const std::string& path, WriteMode mode) {
+    int flags = O_WRONLY | O_CREAT | O_TRUNC;
+    if (mode == WriteMode::Append) flags = O_WRONLY | O_CREAT | O_APPEND;
+    if (mode == WriteMode::Continue) flags = O_RDWR;
+    Descriptor file(::open(path.c_str(), flags | kOpenFlags, 0666));
+    if (!file.isOpen()) return file;
+    if (::lseek(file.get(), 0, mode == WriteMode::Continue ? SEEK_END : SEEK_CUR) >= 0) return file;
+    const std::optional<struct stat> facts = factsOf(file.get());
+    if (mode == WriteMode::Continue || !facts || S_ISFIFO(facts->st_mode)) return Descriptor(-1);
+    ::fcntl(file.get(), F_SETFL, flags & O_APPEND);
+    return file;
+}
+
+bool writeWhole(int file, const void* data, uint64_t size) {
+    const auto* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t written = ::write(file, bytes, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes += written;
+        size -= static_cast<uint64_t>(written);
+    }
+    return true;
+}
+
+// Directories are only passed through, for which no right to read them is needed.
+#if defined(O_PATH)
+constexpr int kEnterFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+#else
+constexpr int kEnterFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+#endif
+
+// The directory of that name, created where it is missing; never one that a link leads to.
+int enterOrCreate(int parent, const char* name) {
+    int directory = ::openat(parent, name, kEnterFlags | O_NOFOLLOW);
+    if (directory < 0 && errno == ENOENT && (::mkdirat(parent, name, 0777) == 0 || errno == EEXIST)) {
+        directory = ::openat(parent, name, kEnterFlags | O_NOFOLLOW);
+    }
+    return directory;
+}
+
+Obstacle failure(const std::string& name, int error) {
+    return {name, "can't be written: " + std::generic_category().message(error)};
+}
+
+// What lies in the place of a directory or a file that can't be opened; the error where it is nothing out of order.
+Obstacle obstacle(int parent, const std::string& name, mode_t wanted) {
+    const int error = errno;
+    struct stat facts {};
+    if (::fstatat(parent, name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) return failure(name, error);
+    const mode_t kind = facts.st_mode & S_IFMT;
+    if (kind == wanted) return failure(name, error);
+    if (kind == S_IFLNK) return {name, "is a link"};
+    if (kind == S_IFDIR) return {name, "is a directory"};
+    return {name, kind == S_IFREG ? "is a file" : "is a special file"};
+}
+
+// A longer path could not be opened again.
+#if defined(PATH_MAX)
+constexpr size_t kLongestPath = PATH_MAX - 1;
+#else
+constexpr size_t kLongestPath = 4095;
+#endif
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -112,30 +204,17 @@ bool pathExists(const char* path) {
     return ::stat(widePath(path).c_str(), &facts) == 0 || !meansAbsent(errno);
 }
 
-Creation createDirectory(const char* path, PathText text) {
-    const std::string native = nativePath(path, text);
-    if (::mkdir(native.c_str(), 0777) == 0) return Creation::Done;
-    if (meansAbsent(errno)) return Creation::ParentMissing;
-    struct stat facts {};
-    const bool isPresent = ::stat(native.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
-    return isPresent ? Creation::Present : Creation::Failed;
-}
+bool createDirectory(const char* path) { return ::mkdir(narrowPath(path).c_str(), 0777) == 0 || !meansAbsent(errno); }
 
 // unlink and not remove, which would delete an empty directory here and nowhere else.
 bool deleteFile(const char* path) { return ::unlink(narrowPath(path).c_str()) == 0; }
 
-InputFile::InputFile(const char* path, PathText text)
-    : handle_(::open(nativePath(path, text).c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (handle_ < 0) return;
-    const int file = static_cast<int>(handle_);
-    struct stat facts {};
-    // A directory would open, and claim a size; a device may never end.
-    if (::fstat(file, &facts) != 0 || S_ISDIR(facts.st_mode) || S_ISCHR(facts.st_mode)) {
-        ::close(file);
-        handle_ = -1;
-        return;
-    }
-    size_ = sizeOf(file, facts);
+InputFile::InputFile(const char* path, PathText text) : handle_(-1) {
+    Descriptor file(::open(nativePath(path, text).c_str(), O_RDONLY | kOpenFlags));
+    const std::optional<struct stat> facts = file.isOpen() ? factsOf(file.get()) : std::nullopt;
+    if (!facts || !S_ISREG(facts->st_mode)) return;
+    size_ = static_cast<uint64_t>(facts->st_size);
+    handle_ = file.release();
 }
 
 InputFile::~InputFile() {
@@ -158,33 +237,99 @@ uint64_t InputFile::read(void* buffer, uint64_t size) {
     return used;
 }
 
-std::ofstream openToWrite(const char* path, std::ios::openmode mode) {
-    return std::ofstream(widePath(path), std::ios::binary | mode);
+std::ofstream openToWrite(const char* path, WriteMode mode) {
+    const std::string native = widePath(path);
+    std::ios::openmode streamMode = std::ios::binary | std::ios::out;
+    if (mode == WriteMode::Append) streamMode |= std::ios::app;
+    if (mode == WriteMode::Continue) streamMode |= std::ios::in | std::ios::ate;
+    std::ofstream stream;
+    Descriptor file = openOutput(native, mode);
+    if (!file.isOpen()) {
+        stream.setstate(std::ios::failbit);
+        return stream;
+    }
+#if defined(__GLIBCXX__)
+    __gnu_cxx::stdio_filebuf<char> buffer(file.get(), streamMode);  // takes the file over
+    if (buffer.is_open()) file.release();
+    static_cast<std::filebuf&>(*stream.rdbuf()) = std::move(buffer);
+    if (!stream.is_open()) stream.setstate(std::ios::failbit);
+#else
+    stream.open(native, streamMode);
+#endif
+    return stream;
 }
 
-void writeTextFile(const char* path, const char* text) {
-    std::string lines;
-    lines.reserve(std::strlen(text));
-    for (const char* character = text; *character != '\0'; ++character) {
-        if (*character == '\n') lines.push_back('\r');
-        lines.push_back(*character);
-    }
-    openToWrite(path, std::ios::trunc) << lines;
+const char* nameProblem(std::string_view /*name*/) { return nullptr; }
+
+std::string nameBelow(const char* /*directory*/, const std::string& name) { return name; }
+
+OutputTree::OutputTree(const char* root)
+    : rootText_(widePath(root)),
+      root_(::open(rootText_.empty() ? "." : rootText_.c_str(), kEnterFlags)),
+      currentHandle_(root_) {}
+
+OutputTree::~OutputTree() {
+    leave();
+    if (isOpen()) ::close(static_cast<int>(root_));
 }
 
-bool writeFile(const char* path, const void* data, uint64_t size) {
-    const int file = ::open(widePath(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (file < 0) return false;
-    const auto* bytes = static_cast<const char*>(data);
-    uint64_t left = size;
-    while (left > 0) {
-        const ssize_t written = ::write(file, bytes, left);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) break;
-        bytes += written;
-        left -= static_cast<uint64_t>(written);
+bool OutputTree::isOpen() const { return root_ >= 0; }
+
+// Back to the root.
+void OutputTree::leave() {
+    if (currentHandle_ != root_) ::close(static_cast<int>(currentHandle_));
+    currentHandle_ = root_;
+    current_.clear();
+}
+
+std::optional<Obstacle> OutputTree::enter(const std::string& relative) {
+    if (relative == current_) return std::nullopt;
+    if (rootText_.size() + 1 + relative.size() > kLongestPath) return failure(relative, ENAMETOOLONG);
+    const bool isBelow = relative.size() > current_.size() && relative[current_.size()] == '/' &&
+                         relative.compare(0, current_.size(), current_) == 0;
+    if (!isBelow) leave();
+    std::string reached = relative;
+    for (size_t begin = current_.empty() ? 0 : current_.size() + 1; begin < relative.size();) {
+        const size_t end = std::min(relative.find('/', begin), relative.size());
+        const std::string name = relative.substr(begin, end - begin);
+        Descriptor next(enterOrCreate(static_cast<int>(currentHandle_), name.c_str()));
+        if (!next.isOpen()) {
+            Obstacle problem = obstacle(static_cast<int>(currentHandle_), name, S_IFDIR);
+            leave();
+            return problem;
+        }
+        leave();
+        currentHandle_ = next.release();
+        begin = end + 1;
     }
-    return ::close(file) == 0 && left == 0;
+    current_ = std::move(reached);
+    return std::nullopt;
+}
+
+std::optional<Obstacle> OutputTree::makeDirectory(const std::string& relative) { return enter(relative); }
+
+std::optional<Obstacle> OutputTree::writeFile(const std::string& relative, const void* data, uint64_t size) {
+    const size_t slash = relative.rfind('/');
+    std::optional<Obstacle> problem = enter(slash == std::string::npos ? "" : relative.substr(0, slash));
+    if (problem) return problem;
+    if (rootText_.size() + 1 + relative.size() > kLongestPath) return failure(relative, ENAMETOOLONG);
+    const std::string name = relative.substr(slash + 1);  // all of it when there is no slash
+    const int parent = static_cast<int>(currentHandle_);
+    Descriptor file(::openat(parent, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | kOpenFlags, 0666));
+    const bool isNew = file.isOpen();
+    if (!isNew && errno == EEXIST)
+        file = Descriptor(::openat(parent, name.c_str(), O_WRONLY | O_NOFOLLOW | kOpenFlags));
+    if (!file.isOpen()) return obstacle(parent, name, S_IFREG);
+    if (!isNew) {  // emptied only after a look at it
+        const std::optional<struct stat> facts = factsOf(file.get());
+        if (!facts) return failure(name, errno);
+        if (!S_ISREG(facts->st_mode)) return Obstacle{name, "is a special file"};
+        if (facts->st_nlink > 1) return Obstacle{name, "is a file with further names (hard links)"};
+        if (::ftruncate(file.get(), 0) != 0) return failure(name, errno);
+    }
+    if (!writeWhole(file.get(), data, size)) return failure(name, errno);
+    if (::close(file.release()) != 0) return failure(name, errno);
+    return std::nullopt;
 }
 
 std::vector<std::string> findFiles(const char* pattern) {

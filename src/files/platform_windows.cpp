@@ -6,14 +6,26 @@
 #endif
 #include <utf8.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
+#include <fcntl.h>
 #include <io.h>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
+#include <utility>
 #include <windows.h>
+#include <winternl.h>
+#if defined(__GLIBCXX__)
+#include <ext/stdio_filebuf.h>
+#else
+#include <filesystem>
+#endif
 
 namespace TarnoMirelo::Platform {
 namespace {
@@ -29,9 +41,18 @@ std::u16string toUtf16(const char* text) {
     return units;
 }
 
+// Where the system takes a path literally, below a root of the form \\\\?\\, a slash would be part of a name.
 std::wstring widePath(const char* path) {
-    const std::u16string units = toUtf16(path);
+    std::u16string units = toUtf16(path);
+    std::replace(units.begin(), units.end(), u'/', u'\\');
     return {units.begin(), units.end()};
+}
+
+// The second byte of a character is never a slash in the code pages that a process may have.
+std::string narrowPath(const char* path) {
+    std::string native(path);
+    std::replace(native.begin(), native.end(), '/', '\\');
+    return native;
 }
 
 // Two units that stand for one character are joined, so that the name can be opened again. A lone surrogate, which a
@@ -52,9 +73,61 @@ struct CloseSearch {
     void operator()(HANDLE search) const { ::FindClose(search); }
 };
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+struct CloseHandle {
+    using pointer = HANDLE;
+    void operator()(HANDLE handle) const { ::CloseHandle(handle); }
 };
+using Handle = std::unique_ptr<HANDLE, CloseHandle>;
+
+// What opens nothing says so with a value of its own.
+Handle opened(HANDLE handle) { return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
+
+constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;
+// Others may neither delete nor rename it while it is open.
+constexpr ACCESS_MASK kEnterAccess = FILE_LIST_DIRECTORY | FILE_TRAVERSE | FILE_READ_ATTRIBUTES | SYNCHRONIZE;
+
+// Opens, or creates, what lies directly in an open directory. A link there is opened itself and not followed. By the
+// system's own interface: that of Win32 opens by whole paths alone.
+Handle openBelow(HANDLE parent, const std::wstring& name, ACCESS_MASK access, ULONG kind) {
+    if (name.size() > std::numeric_limits<USHORT>::max() / sizeof(wchar_t)) {
+        ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return nullptr;
+    }
+    const auto bytes = static_cast<USHORT>(name.size() * sizeof(wchar_t));
+    UNICODE_STRING text{bytes, bytes, const_cast<wchar_t*>(name.data())};
+    OBJECT_ATTRIBUTES attributes;
+    InitializeObjectAttributes(&attributes, &text, OBJ_CASE_INSENSITIVE, parent, nullptr);
+    IO_STATUS_BLOCK done;
+    HANDLE handle = nullptr;
+    const NTSTATUS status =
+        ::NtCreateFile(&handle, access | SYNCHRONIZE, &attributes, &done, nullptr, FILE_ATTRIBUTE_NORMAL, kShared,
+                       FILE_OPEN_IF, kind | FILE_OPEN_REPARSE_POINT | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0);
+    if (status >= 0) return Handle(handle);
+    constexpr auto kIsDirectory = static_cast<NTSTATUS>(0xC00000BA);  // Win32 would tell it as a lack of rights
+    ::SetLastError(status == kIsDirectory ? ERROR_DIRECTORY_NOT_SUPPORTED : ::RtlNtStatusToDosError(status));
+    return nullptr;
+}
+
+Obstacle failure(const std::wstring& name) {
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_DIRECTORY) return {toUtf8(name.c_str()), "is a file"};
+    if (error == ERROR_DIRECTORY_NOT_SUPPORTED) return {toUtf8(name.c_str()), "is a directory"};
+    return {toUtf8(name.c_str()), "can't be written: " + std::system_category().message(static_cast<int>(error))};
+}
+
+bool writeWhole(HANDLE file, const void* data, uint64_t size) {
+    const auto* bytes = static_cast<const char*>(data);
+    while (size > 0) {
+        const auto part = static_cast<DWORD>(std::min<uint64_t>(size, 1U << 30));
+        DWORD written = 0;
+        if (::WriteFile(file, bytes, part, &written, nullptr) == FALSE || written == 0) return false;
+        bytes += written;
+        size -= written;
+    }
+    return true;
+}
+
+bool isLiteral(const char* path) { return std::strncmp(path, R"(\\?\)", 4) == 0; }
 
 }  // namespace
 
@@ -70,63 +143,192 @@ bool pathExists(const char* path) {
     return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
 }
 
-Creation createDirectory(const char* path, PathText text) {
-    const bool wide = text == PathText::Wide;
-    const std::wstring native = wide ? widePath(path) : std::wstring();
-    const BOOL created = wide ? ::CreateDirectoryW(native.c_str(), nullptr) : ::CreateDirectoryA(path, nullptr);
-    if (created != FALSE) return Creation::Done;
-    if (::GetLastError() == ERROR_PATH_NOT_FOUND) return Creation::ParentMissing;
-    const DWORD attributes = wide ? ::GetFileAttributesW(native.c_str()) : ::GetFileAttributesA(path);
-    const bool isPresent = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    return isPresent ? Creation::Present : Creation::Failed;
+bool createDirectory(const char* path) {
+    return ::CreateDirectoryA(narrowPath(path).c_str(), nullptr) != FALSE || ::GetLastError() != ERROR_PATH_NOT_FOUND;
 }
 
-bool deleteFile(const char* path) { return std::remove(path) == 0; }
+bool deleteFile(const char* path) { return std::remove(narrowPath(path).c_str()) == 0; }
 
-// A stream of the C library: those of C++ do the same, and allocate besides.
-InputFile::InputFile(const char* path, PathText text)
-    : handle_(reinterpret_cast<intptr_t>(text == PathText::Wide ? ::_wfopen(widePath(path).c_str(), L"rb")
-                                                                : std::fopen(path, "rb"))) {
-    if (!isOpen()) return;
-    auto* const file = reinterpret_cast<std::FILE*>(handle_);
-    // A device may never end.
-    if (::GetFileType(reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(file)))) == FILE_TYPE_CHAR) {
-        std::fclose(file);
-        handle_ = 0;
-        return;
-    }
-    if (::_fseeki64(file, 0, SEEK_END) != 0) return;
-    const int64_t end = ::_ftelli64(file);
-    if (end >= 0 && ::_fseeki64(file, 0, SEEK_SET) == 0) size_ = static_cast<uint64_t>(end);
+InputFile::InputFile(const char* path, PathText text) : handle_(0) {
+    Handle file = opened(
+        text == PathText::Wide
+            ? ::CreateFileW(widePath(path).c_str(), GENERIC_READ, kShared, nullptr, OPEN_EXISTING, 0, nullptr)
+            : ::CreateFileA(narrowPath(path).c_str(), GENERIC_READ, kShared, nullptr, OPEN_EXISTING, 0, nullptr));
+    LARGE_INTEGER size;
+    if (file == nullptr || ::GetFileType(file.get()) != FILE_TYPE_DISK) return;
+    if (::GetFileSizeEx(file.get(), &size) == FALSE) return;
+    size_ = static_cast<uint64_t>(size.QuadPart);
+    handle_ = reinterpret_cast<intptr_t>(file.release());
 }
 
 InputFile::~InputFile() {
-    if (isOpen()) std::fclose(reinterpret_cast<std::FILE*>(handle_));
+    if (isOpen()) ::CloseHandle(reinterpret_cast<HANDLE>(handle_));
 }
 
 bool InputFile::isOpen() const { return handle_ != 0; }
 std::optional<uint64_t> InputFile::size() const { return size_; }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): the file moves on
 uint64_t InputFile::read(void* buffer, uint64_t size) {
-    if (size == 0) return 0;  // also of a file that is not open
-    return std::fread(buffer, 1, size, reinterpret_cast<std::FILE*>(handle_));
+    auto* const bytes = static_cast<char*>(buffer);
+    uint64_t used = 0;
+    while (used < size) {
+        const auto part = static_cast<DWORD>(std::min<uint64_t>(size - used, 1U << 30));
+        DWORD count = 0;
+        if (::ReadFile(reinterpret_cast<HANDLE>(handle_), bytes + used, part, &count, nullptr) == FALSE || count == 0)
+            break;
+        used += count;
+    }
+    return used;
 }
 
-std::ofstream openToWrite(const char* path, std::ios::openmode mode) {
-    return std::ofstream(std::filesystem::path(widePath(path)), std::ios::binary | mode);
+std::ofstream openToWrite(const char* path, WriteMode mode) {
+    int flags = _O_WRONLY | _O_CREAT | _O_TRUNC;
+    std::ios::openmode streamMode = std::ios::binary | std::ios::out;
+    if (mode == WriteMode::Append) {
+        flags = _O_WRONLY | _O_CREAT | _O_APPEND;
+        streamMode |= std::ios::app;
+    } else if (mode == WriteMode::Continue) {
+        flags = _O_RDWR;
+        streamMode |= std::ios::in | std::ios::ate;
+    }
+    std::ofstream stream;
+    const std::wstring native = widePath(path);
+    const int file = ::_wopen(native.c_str(), flags | _O_BINARY | _O_NOINHERIT, _S_IREAD | _S_IWRITE);
+    const bool usable = file >= 0 &&
+                        ::GetFileType(reinterpret_cast<HANDLE>(::_get_osfhandle(file))) != FILE_TYPE_PIPE &&
+                        (mode != WriteMode::Continue || ::_lseeki64(file, 0, SEEK_END) >= 0);
+#if defined(__GLIBCXX__)
+    if (usable) {
+        __gnu_cxx::stdio_filebuf<char> buffer(file, streamMode);  // takes the file over
+        const bool isOpen = buffer.is_open();
+        static_cast<std::filebuf&>(*stream.rdbuf()) = std::move(buffer);
+        if (isOpen) return stream;
+    }
+    if (file >= 0) ::_close(file);
+    stream.setstate(std::ios::failbit);
+#else
+    if (file >= 0) ::_close(file);
+    if (usable) {
+        stream.open(std::filesystem::path(native), streamMode);
+    } else {
+        stream.setstate(std::ios::failbit);
+    }
+#endif
+    return stream;
 }
 
-// "t" and not what a host may have made the default.
-void writeTextFile(const char* path, const char* text) {
-    const std::unique_ptr<std::FILE, CloseFile> file(::_wfopen(widePath(path).c_str(), L"wt"));
-    if (file != nullptr) std::fputs(text, file.get());
+// The system knows these names in every directory, in any letter case, with any extension and with spaces before it.
+const char* nameProblem(std::string_view name) {
+    if (name.back() == '.' || name.back() == ' ') return "ends in a dot or a space, which this system drops";
+    std::string base(name.substr(0, name.find('.')));
+    base.resize(base.find_last_not_of(' ') + 1);
+    for (char& letter : base) {
+        if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
+    }
+    constexpr std::array<std::string_view, 6> kDevices = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
+    constexpr std::array<std::string_view, 12> kNumbers = {"1", "2", "3", "4",        "5",        "6",
+                                                           "7", "8", "9", "\xC2\xB9", "\xC2\xB2", "\xC2\xB3"};
+    const std::string_view kind = std::string_view(base).substr(0, 3);
+    const std::string_view number = std::string_view(base).substr(kind.size());
+    const bool isDevice = std::find(kDevices.begin(), kDevices.end(), base) != kDevices.end();
+    const bool isPort =
+        (kind == "COM" || kind == "LPT") && std::find(kNumbers.begin(), kNumbers.end(), number) != kNumbers.end();
+    return isDevice || isPort ? "is the name of a device on this system" : nullptr;
 }
 
-bool writeFile(const char* path, const void* data, uint64_t size) {
-    std::unique_ptr<std::FILE, CloseFile> file(::_wfopen(widePath(path).c_str(), L"wb"));
-    if (file == nullptr) return false;
-    const bool written = std::fwrite(data, 1, size, file.get()) == size;
-    return std::fclose(file.release()) == 0 && written;
+// Below a literal root, the system would take slashes, "." and empty components for parts of names.
+std::string nameBelow(const char* directory, const std::string& name) {
+    if (!isLiteral(directory)) return name;
+    std::string literal;
+    for (size_t begin = 0; begin < name.size();) {
+        const size_t end = std::min(name.find_first_of("/\\", begin), name.size());
+        const std::string component = name.substr(begin, end - begin);
+        begin = end + 1;
+        if (component.empty() || component == ".") continue;
+        literal += component;
+        if (end < name.size()) literal += '\\';
+    }
+    return literal;
+}
+
+OutputTree::OutputTree(const char* root)
+    : rootText_(root),
+      root_(reinterpret_cast<intptr_t>(
+          opened(::CreateFileW(rootText_.empty() ? L"." : widePath(root).c_str(), kEnterAccess, kShared, nullptr,
+                               OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr))
+              .release())),
+      currentHandle_(root_) {
+    BY_HANDLE_FILE_INFORMATION facts;
+    const auto handle = reinterpret_cast<HANDLE>(root_);
+    const bool isDirectory = isOpen() && ::GetFileInformationByHandle(handle, &facts) != FALSE &&
+                             (facts.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (isDirectory) return;
+    if (isOpen()) ::CloseHandle(handle);
+    root_ = 0;
+    currentHandle_ = 0;
+}
+
+OutputTree::~OutputTree() {
+    leave();
+    if (isOpen()) ::CloseHandle(reinterpret_cast<HANDLE>(root_));
+}
+
+bool OutputTree::isOpen() const { return root_ != 0; }
+
+// Back to the root.
+void OutputTree::leave() {
+    if (currentHandle_ != root_) ::CloseHandle(reinterpret_cast<HANDLE>(currentHandle_));
+    currentHandle_ = root_;
+    current_.clear();
+}
+
+std::optional<Obstacle> OutputTree::enter(const std::string& relative) {
+    if (relative == current_) return std::nullopt;
+    const bool isBelow = relative.size() > current_.size() && relative[current_.size()] == '/' &&
+                         relative.compare(0, current_.size(), current_) == 0;
+    if (!isBelow) leave();
+    std::string reached = relative;
+    for (size_t begin = current_.empty() ? 0 : current_.size() + 1; begin < relative.size();) {
+        const size_t end = std::min(relative.find('/', begin), relative.size());
+        const std::wstring name = widePath(relative.substr(begin, end - begin).c_str());
+        Handle next = openBelow(reinterpret_cast<HANDLE>(currentHandle_), name, kEnterAccess, FILE_DIRECTORY_FILE);
+        BY_HANDLE_FILE_INFORMATION facts;
+        std::optional<Obstacle> problem;
+        if (next == nullptr || ::GetFileInformationByHandle(next.get(), &facts) == FALSE) {
+            problem = failure(name);
+        } else if ((facts.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+            problem = {toUtf8(name.c_str()), "is a link"};
+        }
+        leave();
+        if (problem) return problem;
+        currentHandle_ = reinterpret_cast<intptr_t>(next.release());
+        begin = end + 1;
+    }
+    current_ = std::move(reached);
+    return std::nullopt;
+}
+
+std::optional<Obstacle> OutputTree::makeDirectory(const std::string& relative) { return enter(relative); }
+
+std::optional<Obstacle> OutputTree::writeFile(const std::string& relative, const void* data, uint64_t size) {
+    const size_t slash = relative.rfind('/');
+    std::optional<Obstacle> problem = enter(slash == std::string::npos ? "" : relative.substr(0, slash));
+    if (problem) return problem;
+    const std::wstring name = widePath(relative.substr(slash + 1).c_str());  // all of it when there is no slash
+    // What is there already is emptied only after a look at it.
+    Handle file = openBelow(reinterpret_cast<HANDLE>(currentHandle_), name, FILE_WRITE_DATA | FILE_READ_ATTRIBUTES,
+                            FILE_NON_DIRECTORY_FILE);
+    BY_HANDLE_FILE_INFORMATION facts;
+    if (file == nullptr || ::GetFileInformationByHandle(file.get(), &facts) == FALSE) return failure(name);
+    if ((facts.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+        return Obstacle{toUtf8(name.c_str()), "is a link"};
+    if (facts.nNumberOfLinks > 1) return Obstacle{toUtf8(name.c_str()), "is a file with further names (hard links)"};
+    const bool isEmpty = facts.nFileSizeLow == 0 && facts.nFileSizeHigh == 0;
+    if (!isEmpty && ::SetEndOfFile(file.get()) == FALSE) return failure(name);  // at its start: nothing was written
+    if (!writeWhole(file.get(), data, size)) return failure(name);
+    if (::CloseHandle(file.release()) == FALSE) return failure(name);
+    return std::nullopt;
 }
 
 std::vector<std::string> findFiles(const char* pattern) {

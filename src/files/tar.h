@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-/// Tar archives in the POSIX ustar layout, with the extended headers of the pax format (IEEE Std 1003.1, "pax").
+/// Tar archives in the POSIX ustar layout, with the extended headers of the pax format (IEEE Std 1003.1, "pax") and the
+/// long names of GNU's.
 namespace TarnoMirelo::Tar {
 
 /// Headers and data come in blocks of this many bytes.
@@ -13,10 +14,11 @@ inline constexpr uint64_t kBlockSize = 512;
 
 /// The kinds of entry that extraction knows.
 inline constexpr char kFile = '0';
-inline constexpr char kOldFile = '\0';  // of archives from before ustar
+inline constexpr char kOldFile = '\0';  // of archives from before ustar; a directory where the name ends in a slash
 inline constexpr char kDirectory = '5';
 inline constexpr char kGlobalHeader = 'g';
 inline constexpr char kExtendedHeader = 'x';
+inline constexpr char kLongName = 'L';
 
 /// The fields of one header block, read in place.
 class Header {
@@ -24,9 +26,15 @@ class Header {
     /// @param block  `kBlockSize` bytes, borrowed
     explicit Header(const unsigned char* block) : block_(reinterpret_cast<const char*>(block), kBlockSize) {}
 
-    /// Whether this is no header, but the block behind the last entry.
-    bool endsArchive() const;
-    bool checksumMatches() const;
+    /// Whether the first byte is zero: without extended headers, nothing else has an empty name.
+    bool startsWithZero() const;
+    bool isZero() const;
+    /// The sum of the header's bytes, the checksum field counted as spaces.
+    uint32_t sum() const;
+    /// What the checksum field says as a number: octal digits, behind blanks or zero bytes. Nothing without a digit.
+    std::optional<uint32_t> checksum() const;
+    /// Whether the checksum field begins with the sum in six octal digits.
+    bool hasSixDigitChecksum() const;
     /// Bytes of the entry's data. Nothing when the field holds no octal digit (sizes in base 256 included) or says 4
     /// GiB and more: such an entry is refused, never guessed at.
     std::optional<uint32_t> size() const;
@@ -40,19 +48,27 @@ class Header {
     std::string_view block_;
 };
 
+/// The blocks that so many bytes of data fill, in bytes.
+constexpr uint64_t paddedSize(uint32_t size) { return (uint64_t{size} + kBlockSize - 1) / kBlockSize * kBlockSize; }
+
 /// What an extended header says of the entry after it.
 struct ExtendedRecords {
     std::optional<std::string> path;
     std::optional<uint32_t> size;
 };
 
-/// Reads the records of an extended header into `records`, over what is there. False when they are malformed, or give a
-/// size of 4 GiB or more.
-bool readRecords(std::string_view data, ExtendedRecords& records);
+/// Reads the records of an extended header into `records`, over what is there.
+/// @return why they are refused: malformed, a size of 4 GiB or more, a sparse file; empty when they are not
+std::string readRecords(std::string_view data, ExtendedRecords& records);
 
-/// Whether an entry of that name lands under the directory it is extracted to: no ".." among its components, which
-/// either slash separates, no leading slash, no ":"; and not empty, which would be
-/// that directory itself.
-bool staysInside(std::string_view name);
+/// Why an entry of that name would not land below the directory that it is extracted to; null when it would. Either
+/// slash separates components.
+const char* confinementProblem(std::string_view name);
+
+/// What a kind of entry is called.
+std::string kindName(char kind);
+
+/// A name in quotes, to be shown: what is not plain UTF-8 text is escaped, and of a long name only its beginning given.
+std::string quoted(std::string_view name);
 
 }  // namespace TarnoMirelo::Tar

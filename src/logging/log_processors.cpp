@@ -61,8 +61,8 @@ bool LogProcessorFileSystem::Open(const std::string& path) {
     Close();
     if (disabled_) return false;
     try {
-        file_ = Platform::openToWrite(path.c_str(), std::ios::in | std::ios::out | std::ios::ate);
-        if (!file_.is_open()) file_ = Platform::openToWrite(path.c_str(), std::ios::trunc);
+        file_ = Platform::openToWrite(path.c_str(), Platform::WriteMode::Continue);
+        if (!file_.is_open()) file_ = Platform::openToWrite(path.c_str(), Platform::WriteMode::Truncate);
     } catch (const std::range_error&) {
         return false;  // not UTF-8: as without a file
     }

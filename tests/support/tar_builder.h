@@ -13,7 +13,7 @@ class TarBuilder {
                       const std::string& prefix = "") {
         std::string header(512, '\0');
         header.replace(0, name.size(), name);
-        header.replace(124, 11, octal(data.size(), 11));
+        header.replace(124, 11, formatted("%011lo", static_cast<unsigned long>(data.size())));
         header.replace(257, 8, std::string("ustar\0", 6) + "00");
         header.replace(345, prefix.size(), prefix);
         header[156] = kind;
@@ -32,10 +32,15 @@ class TarBuilder {
     /// The last header with other bytes at an offset, and the checksum of what it then holds.
     TarBuilder& changed(size_t offset, const std::string& bytes) {
         bytes_.replace(lastHeader_ + offset, bytes.size(), bytes);
+        return checksum("%06lo", std::string("\0 ", 2));
+    }
+    /// The last header with its checksum in another spelling.
+    TarBuilder& checksum(const char* format, const std::string& tail = "") {
         bytes_.replace(lastHeader_ + 148, 8, 8, ' ');
         unsigned long sum = 0;
         for (size_t i = 0; i < 512; ++i) sum += static_cast<unsigned char>(bytes_[lastHeader_ + i]);
-        bytes_.replace(lastHeader_ + 148, 8, octal(sum, 6) + std::string("\0 ", 2));
+        const std::string text = formatted(format, sum) + tail;
+        bytes_.replace(lastHeader_ + 148, text.size(), text);
         return *this;
     }
 
@@ -47,9 +52,9 @@ class TarBuilder {
     }
 
  private:
-    static std::string octal(size_t number, int digits) {
+    static std::string formatted(const char* format, unsigned long number) {
         char text[32];
-        std::snprintf(text, sizeof text, "%0*zo", digits, number);
+        std::snprintf(text, sizeof text, format, number);
         return text;
     }
 

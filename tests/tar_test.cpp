@@ -133,12 +133,11 @@ TEST(Tar, IsRefusedWhereAnEntryIsNotWhatItShouldBe) {
         {after("size=4294967296"), false,
          R"("extended": its size record is "4294967296", wanted are bytes below 4 GiB)"},
         {after("size=-1"), false, R"("extended": its size record is "-1", wanted are bytes below 4 GiB)"},
-        {after("GNU.sparse.map=0,1"), false, R"("extended": it announces a sparse file, wanted is one stored whole)"}};
+        {after("GNU.sparse.map=0,1"), false, R"("f": it is a sparse file, wanted is one stored whole)"}};
     for (const char* const record : {"path=x", "size=1", "GNU.sparse.major=1"}) {
-        const bool isSparse = record[0] == 'G';
-        cases.emplace_back(TarBuilder(first).extended(record, 'g'), false,
-                           isSparse ? R"("extended": it announces a sparse file, wanted is one stored whole)"
-                                    : R"("extended": it gives one path or size for all entries that follow)");
+        cases.emplace_back(
+            TarBuilder(first).extended(record, 'g'), false,
+            R"("extended": it gives one path, size or map of a sparse file for all entries that follow)");
     }
     for (const char* const data : {"nothing", "9 path=f", "4 a=\n", "99 a=b\n", " a=b\n", "6 a=b\n x"}) {
         cases.emplace_back(records(data), false, R"("e": its records are malformed)");
@@ -309,7 +308,7 @@ TEST(Tar, NeedsADestinationThatIsThere) {
 TEST(Tar, OfDeepDirectoriesIsExtracted) {
     const TempDir directory;
     const std::string root = directory.native().string();
-    const size_t depth = std::filesystem::path::preferred_separator == '\\' ? 20 : 1500;
+    const size_t depth = std::filesystem::path::preferred_separator == '\\' ? 20 : 1100;  // more than may be open at a time
     TarBuilder builder;
     std::string path = "d";
     for (size_t i = 1; i < depth; ++i) path += "/d";

@@ -1,5 +1,7 @@
 #include "support/tar_model.h"
 
+#include <utf8.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -18,17 +20,27 @@ std::string textAt(const uint8_t* field, size_t width) {
     return {reinterpret_cast<const char*>(field), ::strnlen(reinterpret_cast<const char*>(field), width)};
 }
 
-bool addsUp(const uint8_t* header) {
-    char expected[16];
-    static_cast<void>(std::snprintf(expected, sizeof expected, "%06o ", tarChecksum(header)));
-    return std::memcmp(expected, header + 148, 6) == 0;
-}
-
 std::optional<uint32_t> number(const char* begin, const char* end, int base, bool whole) {
     uint32_t value = 0;
     const std::from_chars_result result = std::from_chars(begin, end, value, base);
     if (result.ec != std::errc() || (whole && result.ptr != end)) return std::nullopt;
     return value;
+}
+
+bool addsUp(const uint8_t* header, bool sized) {
+    const char* begin = reinterpret_cast<const char*>(header) + 148;
+    const char* const end = begin + 8;
+    if (sized) {
+        while (begin != end && (*begin == ' ' || *begin == '\0')) ++begin;
+        return number(begin, end, 8, false) == tarChecksum(header);
+    }
+    char expected[16];
+    static_cast<void>(std::snprintf(expected, sizeof expected, "%06o ", tarChecksum(header)));
+    return std::memcmp(expected, begin, 6) == 0;
+}
+
+bool endsArchive(const uint8_t* header, bool sized) {
+    return std::all_of(header, header + (sized ? kBlock : 1), [](uint8_t byte) { return byte == 0; });
 }
 
 std::optional<uint32_t> sizeIn(const uint8_t* header) {
@@ -49,6 +61,21 @@ bool isRefused(std::string name) {
     const std::filesystem::path path(name);
     return path.empty() || path.is_absolute() || name.find(':') != std::string::npos ||
            std::find(path.begin(), path.end(), "..") != path.end();
+}
+
+// A name that paths can't have, or that a file can't.
+bool isRefusedWhenSized(std::string name, bool file) {
+    std::replace(name.begin(), name.end(), '\\', '/');
+    const std::filesystem::path path(name);
+    const bool named =
+        std::any_of(path.begin(), path.end(), [](const auto& part) { return !part.empty() && part != "."; });
+    return !utf8::is_valid(name.begin(), name.end()) || name.find('\0') != std::string::npos ||
+           (file && (!named || name.back() == '/'));
+}
+
+bool isSparse(const std::map<std::string, std::string>& records) {
+    const auto first = records.lower_bound("GNU.sparse.");
+    return first != records.end() && first->first.starts_with("GNU.sparse.");
 }
 
 // False when they are malformed.
@@ -77,37 +104,46 @@ unsigned tarChecksum(const uint8_t* header) {
     return std::accumulate(header + 156, header + kBlock, sum);
 }
 
-TarReading readTar(const uint8_t* archive, uint64_t size, bool pax) {
+TarReading readTar(const uint8_t* archive, uint64_t size, bool sized) {
     TarReading reading{{}, TAR_EXTRACTION_ERROR};
     std::map<std::string, std::string> records;
     while (size >= kBlock) {
         const uint8_t* const header = archive;
-        if (header[0] == 0) reading.end = SUCCESS;
-        if (header[0] != 0 && !addsUp(header)) reading.end = TAR_CHECKSUM_ERROR;
+        if (endsArchive(header, sized))
+            reading.end = SUCCESS;
+        else if (!addsUp(header, sized))
+            reading.end = TAR_CHECKSUM_ERROR;
         if (reading.end != TAR_EXTRACTION_ERROR) break;
         archive += kBlock;
         size -= kBlock;
         const char kind = static_cast<char>(header[156]);
-        const bool extension = kind == 'x' || kind == 'g';
+        const bool extension = kind == 'x' || kind == 'g' || (kind == 'L' && sized);
         std::optional<uint32_t> entrySize = sizeIn(header);
         if (!extension && records.contains("size")) {
             const std::string& text = records["size"];
             entrySize = number(text.data(), text.data() + text.size(), 10, true);
         }
         if (!entrySize || *entrySize > size) break;
-        if (extension) {
-            const std::string data(reinterpret_cast<const char*>(archive), kind == 'x' && pax ? *entrySize : 0);
-            if (!readRecords(data, records)) break;
-        } else {
-            std::string name = records.contains("path") ? records["path"] : nameIn(header);
-            name.resize(std::min(name.find('\0'), name.size()));
-            records.clear();
-            const bool file = kind == '0' || (kind == '\0' && pax);
-            if ((!file && kind != '5') || isRefused(name)) break;
-            reading.entries.push_back({!file, std::move(name), archive, *entrySize});
-        }
         const uint64_t padded = (*entrySize + kBlock - 1) / kBlock * kBlock;
         if (padded > size) break;
+        const std::string data(reinterpret_cast<const char*>(archive), extension && sized ? *entrySize : 0);
+        if (kind == 'L' && sized) {
+            records["path"] = data.substr(0, data.find('\0'));
+        } else if (extension) {
+            std::map<std::string, std::string> ofAll;
+            std::map<std::string, std::string>& read = kind == 'g' ? ofAll : records;
+            if (!readRecords(data, read)) break;
+            if (ofAll.contains("path") || ofAll.contains("size") || isSparse(ofAll)) break;
+        } else {
+            std::string name = records.contains("path") ? records["path"] : nameIn(header);
+            const bool sparse = isSparse(records);
+            records.clear();
+            const bool directory =
+                kind == '5' || (kind == '\0' && sized && (name.ends_with('/') || name.ends_with('\\')));
+            const bool file = !directory && (kind == '0' || (kind == '\0' && sized));
+            if (sparse || (!file && !directory) || isRefused(name) || (sized && isRefusedWhenSized(name, file))) break;
+            reading.entries.push_back({directory, std::move(name), archive, *entrySize});
+        }
         archive += padded;
         size -= padded;
     }

@@ -25,8 +25,9 @@ struct TarReading {
 /// What the checksum field of a header block should say.
 unsigned tarChecksum(const uint8_t* header);
 
-/// @param size  bytes that may be read
-/// @param pax   whether extended headers count, and entries of the oldest kind
-TarReading readTar(const uint8_t* archive, uint64_t size, bool pax);
+/// @param size   bytes that may be read
+/// @param sized  how an archive of known length is read: with extended headers, long names, entries of the oldest kind
+///               and checksums in any spelling
+TarReading readTar(const uint8_t* archive, uint64_t size, bool sized);
 
 }  // namespace TarnoMirelo

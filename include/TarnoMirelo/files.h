@@ -41,17 +41,18 @@ class MIRELO_API Filepath {
     std::string path_;
 };
 
-/// The library's file system. Every operation is virtual: a host or a test that derives from it puts another one in its
-/// place, also for the operations that are built on others.
+/// The library's file system. Every operation but `extractTarballOfSize` is virtual: a host or a test that derives from
+/// it puts another one in its place, also for the operations that are built on others.
 ///
 /// Paths are read up to their first NUL. Operations marked *wide* take them as UTF-8 and raise `std::range_error`
 /// "bad conversion" for any other text. Those marked *narrow* pass them on as they are: on Windows in the process's
 /// code page, elsewhere unchecked.
 ///
-/// Reading a directory, or a character device, which may have no end, is like reading a file that cannot be opened. So
-/// is reading what has no size, such as a pipe, save for `readBinaryFileToByteVector` and `readBinaryFileToString`,
-/// which read on to its end. There is no state: calls may overlap, and are then as safe as the system's own on those
-/// files.
+/// What is no regular file cannot be opened: for reading, a directory, a pipe, a socket or a device; for writing, a
+/// directory, a pipe or a socket. Opening never waits for another process. Files are closed to child processes, save
+/// for the two streams where the C++ library is not GNU's: the others have no way to say so.
+///
+/// There is no state: calls may overlap, and are then as safe as the system's own on those files.
 class MIRELO_API FileUtils {
  public:
     FileUtils();
@@ -78,19 +79,23 @@ class MIRELO_API FileUtils {
     /// a line feed, on every system. Wide.
     /// @return true; failures are not reported
     virtual bool writeStringToFile(const std::string& text, const Filepath& path);
-    /// The whole file. Wide.
+    /// The whole file, as long as it was when it was opened. Wide.
     /// @param size  out: bytes in the buffer; unchanged when the file cannot be opened
     /// @return null when the file cannot be opened. Bytes that could not be read are zero.
     virtual std::unique_ptr<char[]> readBinaryFileToBuffer(const Filepath& path, uint64_t& size);
-    /// The whole file; empty when it cannot be opened. Bytes that could not be read are zero. Wide.
+    /// The whole file, as long as it was when it was opened; empty when it cannot be opened. Bytes that could not be
+    /// read are zero. Wide.
     virtual std::vector<char> readBinaryFileToVector(const Filepath& path);
     /// The whole file, read until nothing more comes; empty when it cannot be opened. Wide.
     virtual std::vector<unsigned char> readBinaryFileToByteVector(const Filepath& path);
     /// The file's size in bytes. Raises `FileException` "File error!" when it cannot be opened. Wide.
     virtual uint64_t getFileSize(const Filepath& path);
-    /// The whole file into memory of the caller, which holds at least `getFileSize` bytes; a short read is not
-    /// reported.
-    /// @param size  out: the file's size in bytes
+    /// The whole file into memory of the caller; a short read is not reported.
+    ///
+    /// The call is not told how long the memory is. A file that has grown since `getFileSize` is written beyond its end:
+    /// for a file that others may write to, use `readBinaryFileToBuffer`.
+    /// @param size    out: the file's size in bytes, now
+    /// @param buffer  at least as many bytes
     /// Raises `FileException` "File error!" when the file cannot be opened; `size` is then unchanged. Wide.
     virtual void readBinaryFileToAllocated(const Filepath& path, uint64_t& size, char* buffer);
     /// Does nothing: the directory stays.
@@ -101,7 +106,8 @@ class MIRELO_API FileUtils {
     /// `writeBinaryDataToFile` of this object: what they don't report, this doesn't either. Never raises.
     ///
     /// Extended headers are skipped, so long and non-ASCII names come cut: `extractTarballOfSize` honours them. A
-    /// directory whose path contains white space is not created.
+    /// directory whose path contains white space is not created. On Windows, below a destination of the form `\\?\...`,
+    /// names are given to those operations with backslashes, and without "." components.
     ///
     /// @param archive      first byte of the archive, which must have an end block: a block whose first byte is zero.
     ///                     Nothing else stops the reading. Borrowed, and not changed.
@@ -111,7 +117,8 @@ class MIRELO_API FileUtils {
     ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
     ///   - `TAR_EXTRACTION_ERROR`: an entry is neither file nor directory, has no name or no size below 4 GiB,
     ///     or would land outside `destination` (a ".." component, an absolute name, a ":"; on Windows also any name
-    ///     below a lone slash, which the two would make that of a machine); or `writeBinaryDataToFile` failed
+    ///     where the destination is a lone slash, since the two would start a UNC path); or `writeBinaryDataToFile`
+    ///     failed
     ///   - `FILE_ERROR`: the parent of a directory is missing; the description names the path
     ///   - the status of any other exception
     /// Entries written before a failure stay on disk.
@@ -125,15 +132,28 @@ class MIRELO_API FileUtils {
     /// @return bare names, not joined to the directory; empty when nothing matches or the directory can't be read
     virtual std::vector<Filepath> findFilesByPattern(Filepath directory, std::string pattern);
 
-    /// Unpacks a tar archive of known length. As `extractTarball`, but nothing beyond the length is read; the names and
-    /// sizes of extended headers count; entries of the oldest kind are files; white space in a path is no hindrance;
-    /// and whatever could not be written is reported. It works on the system's files: overrides are not consulted.
+    /// Unpacks a tar archive of known length, from anywhere, in the ustar layout with its pax and GNU extensions:
+    /// docs/archives.md tells what each packer needs. Never raises, reads nothing beyond the length, and takes an
+    /// archive whole or refuses it. It works on the system's files: overrides are not consulted.
+    ///
+    /// Missing parents are created, and files that are there are overwritten. No link below the destination is followed,
+    /// even if it is put there meanwhile, and neither a special file nor a file with several names (hard links) is
+    /// written to.
     ///
     /// @param archive      first byte of the archive; borrowed for the call and read in place
     /// @param size         length of `archive` in bytes
-    /// @param destination  as for `extractTarball`
-    /// @return as `extractTarball`; also `TAR_EXTRACTION_ERROR` when there is no end block within the length, an
-    ///         extended header is malformed, or a file or directory could not be written whole
+    /// @param destination  in: the directory to unpack into, which must be there, as UTF-8; out, on success only: the
+    ///                     path of the archive's first directory entry, or the empty path when it lists none
+    /// @return `SUCCESS`, or with a description that names the entry, or the place, and the reason
+    ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
+    ///   - `TAR_EXTRACTION_ERROR`: an entry is a link, a sparse file or of another kind than file and directory; has a
+    ///     size that is not given in octal digits, or of 4 GiB and more; has a name that is empty, absolute, not UTF-8,
+    ///     has a ".." component, a ":" or a NUL, or, on Windows, the name of a device or a dot or space at the end of a
+    ///     component; is cut off; meets something in its place; or could not be written whole. Or an extended header is
+    ///     malformed, there is no end block (512 zero bytes) within the length, or the destination is no directory or
+    ///     holds a NUL
+    ///   - the status of any other exception: no memory, or a destination that is not UTF-8
+    /// Entries written before a failure stay on disk.
     MireloStatus extractTarballOfSize(const unsigned char* archive, uint64_t size, Filepath& destination);
 };
 

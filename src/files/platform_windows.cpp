@@ -86,6 +86,8 @@ constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;
 // Others may neither delete nor rename it while it is open.
 constexpr ACCESS_MASK kEnterAccess = FILE_LIST_DIRECTORY | FILE_TRAVERSE | FILE_READ_ATTRIBUTES | SYNCHRONIZE;
 
+constexpr DWORD kErrorIsDirectory = 336;  // ERROR_DIRECTORY_NOT_SUPPORTED, a name that not every header has
+
 // Opens, or creates, what lies directly in an open directory. A link there is opened itself and not followed. By the
 // system's own interface: that of Win32 opens by whole paths alone.
 Handle openBelow(HANDLE parent, const std::wstring& name, ACCESS_MASK access, ULONG kind) {
@@ -103,15 +105,15 @@ Handle openBelow(HANDLE parent, const std::wstring& name, ACCESS_MASK access, UL
         ::NtCreateFile(&handle, access | SYNCHRONIZE, &attributes, &done, nullptr, FILE_ATTRIBUTE_NORMAL, kShared,
                        FILE_OPEN_IF, kind | FILE_OPEN_REPARSE_POINT | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0);
     if (status >= 0) return Handle(handle);
-    constexpr auto kIsDirectory = static_cast<NTSTATUS>(0xC00000BA);  // Win32 would tell it as a lack of rights
-    ::SetLastError(status == kIsDirectory ? ERROR_DIRECTORY_NOT_SUPPORTED : ::RtlNtStatusToDosError(status));
+    constexpr auto kIsDirectory = static_cast<NTSTATUS>(0xC00000BA);  // mapped, it would be a lack of rights
+    ::SetLastError(status == kIsDirectory ? kErrorIsDirectory : ::RtlNtStatusToDosError(status));
     return nullptr;
 }
 
 Obstacle failure(const std::wstring& name) {
     const DWORD error = ::GetLastError();
     if (error == ERROR_DIRECTORY) return {toUtf8(name.c_str()), "is a file"};
-    if (error == ERROR_DIRECTORY_NOT_SUPPORTED) return {toUtf8(name.c_str()), "is a directory"};
+    if (error == kErrorIsDirectory) return {toUtf8(name.c_str()), "is a directory"};
     return {toUtf8(name.c_str()), "can't be written: " + std::system_category().message(static_cast<int>(error))};
 }
 

@@ -96,7 +96,7 @@ std::string readRecords(std::string_view data, ExtendedRecords& records) {
         if (key == "size") records.size = parseDecimal(value);
         if (key == "size" && !records.size)
             return "its size record is " + quoted(value) + ", wanted are bytes below 4 GiB";
-        if (key.substr(0, 11) == "GNU.sparse.") return "it announces a sparse file, wanted is one stored whole";
+        if (key.substr(0, 11) == "GNU.sparse.") records.sparse = true;
         data.remove_prefix(*length);
     }
     return "";

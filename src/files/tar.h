@@ -55,10 +55,11 @@ constexpr uint64_t paddedSize(uint32_t size) { return (uint64_t{size} + kBlockSi
 struct ExtendedRecords {
     std::optional<std::string> path;
     std::optional<uint32_t> size;
+    bool sparse = false;  // its data is not all of the file
 };
 
 /// Reads the records of an extended header into `records`, over what is there.
-/// @return why they are refused: malformed, a size of 4 GiB or more, a sparse file; empty when they are not
+/// @return why they are refused: malformed, or a size of 4 GiB or more; empty when they are not
 std::string readRecords(std::string_view data, ExtendedRecords& records);
 
 /// Why an entry of that name would not land below the directory that it is extracted to; null when it would. Either

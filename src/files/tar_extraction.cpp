@@ -129,7 +129,9 @@ class SizedExtraction {
         }
         Tar::ExtendedRecords ofAll;
         std::string problem = Tar::readRecords(*data, header.kind() == Tar::kGlobalHeader ? ofAll : records_);
-        if (ofAll.path || ofAll.size) problem = "it gives one path or size for all entries that follow";
+        if (ofAll.path || ofAll.size || ofAll.sparse) {
+            problem = "it gives one path, size or map of a sparse file for all entries that follow";
+        }
         return problem.empty() ? MireloStatus(SUCCESS, "") : refused(header.name(), problem);
     }
 
@@ -139,6 +141,7 @@ class SizedExtraction {
         const std::optional<uint32_t> size = records.size ? records.size : header.size();
         const std::optional<std::string_view> data = take(size);
         if (!data) return refusedSize(name, size);
+        if (records.sparse) return refused(name, "it is a sparse file, wanted is one stored whole");
         char kind = header.kind();
         const bool endsInSlash = !name.empty() && (name.back() == '/' || name.back() == '\\');
         if (kind == Tar::kOldFile) kind = endsInSlash ? Tar::kDirectory : Tar::kFile;

@@ -308,7 +308,8 @@ TEST(Tar, NeedsADestinationThatIsThere) {
 TEST(Tar, OfDeepDirectoriesIsExtracted) {
     const TempDir directory;
     const std::string root = directory.native().string();
-    const size_t depth = std::filesystem::path::preferred_separator == '\\' ? 20 : 1100;  // more than may be open at a time
+    const size_t depth =
+        std::filesystem::path::preferred_separator == '\\' ? 20 : 1100;  // more than may be open at a time
     TarBuilder builder;
     std::string path = "d";
     for (size_t i = 1; i < depth; ++i) path += "/d";
@@ -337,6 +338,16 @@ TEST(Tar, IsRefusedWhereWindowsHasAnotherIdeaOfAName) {
     const TarBuilder fine =
         TarBuilder().file("com10", "z").file("auxiliary.x", "z").file("nul_", "z").file("COM0", "z");
     EXPECT_EQ(extract(Way::TarballOfSize, fine), "1:  COM0=z;auxiliary.x=z;com10=z;nul_=z;");
+}
+
+// What is written can be opened by the path that the host would use.
+TEST(Tar, IsRefusedWhereItsPathIsTooLong) {
+    const TempDir directory;
+    const std::string name = std::string(200, 'd') + "/" + std::string(200, 'f');
+    const Archive archive = TarBuilder().extended("path=" + name).file("f", "z").whole();
+    Filepath destination = directory.path();
+    const bool taken = FileUtils().extractTarballOfSize(archive.data(), archive.size(), destination).ok();
+    EXPECT_EQ(taken, !FileUtils().readBinaryFileToVector(directory.path(name)).empty());
 }
 
 TEST(Tar, IsExtractedBelowALiteralPath) {

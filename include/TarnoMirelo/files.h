@@ -92,8 +92,8 @@ class MIRELO_API FileUtils {
     virtual uint64_t getFileSize(const Filepath& path);
     /// The whole file into memory of the caller; a short read is not reported.
     ///
-    /// The call is not told how long the memory is. A file that has grown since `getFileSize` is written beyond its end:
-    /// for a file that others may write to, use `readBinaryFileToBuffer`.
+    /// The call is not told how long the memory is. A file that has grown since `getFileSize` is written beyond its
+    /// end: for a file that others may write to, use `readBinaryFileToBuffer`.
     /// @param size    out: the file's size in bytes, now
     /// @param buffer  at least as many bytes
     /// Raises `FileException` "File error!" when the file cannot be opened; `size` is then unchanged. Wide.
@@ -136,9 +136,9 @@ class MIRELO_API FileUtils {
     /// docs/archives.md tells what each packer needs. Never raises, reads nothing beyond the length, and takes an
     /// archive whole or refuses it. It works on the system's files: overrides are not consulted.
     ///
-    /// Missing parents are created, and files that are there are overwritten. No link below the destination is followed,
-    /// even if it is put there meanwhile, and neither a special file nor a file with several names (hard links) is
-    /// written to.
+    /// Missing parents are created, and files that are there are overwritten. No link below the destination is
+    /// followed, even if it is put there meanwhile, and neither a special file nor a file with several names (hard
+    /// links) is written to.
     ///
     /// @param archive      first byte of the archive; borrowed for the call and read in place
     /// @param size         length of `archive` in bytes
@@ -148,10 +148,10 @@ class MIRELO_API FileUtils {
     ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
     ///   - `TAR_EXTRACTION_ERROR`: an entry is a link, a sparse file or of another kind than file and directory; has a
     ///     size that is not given in octal digits, or of 4 GiB and more; has a name that is empty, absolute, not UTF-8,
-    ///     has a ".." component, a ":" or a NUL, or, on Windows, the name of a device or a dot or space at the end of a
-    ///     component; is cut off; meets something in its place; or could not be written whole. Or an extended header is
-    ///     malformed, there is no end block (512 zero bytes) within the length, or the destination is no directory or
-    ///     holds a NUL
+    ///     has a ".." component, a ":" or a NUL, or, on Windows, the name of a device, a dot or space at the end of a
+    ///     component, or other letters than what is there under that name; is cut off; meets something in its place; or
+    ///     could not be written whole. Or an extended header is malformed, there is no end block (512 zero bytes)
+    ///     within the length, or the destination is no directory or holds a NUL
     ///   - the status of any other exception: no memory, or a destination that is not UTF-8
     /// Entries written before a failure stay on disk.
     MireloStatus extractTarballOfSize(const unsigned char* archive, uint64_t size, Filepath& destination);

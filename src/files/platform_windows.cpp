@@ -88,12 +88,17 @@ constexpr ACCESS_MASK kEnterAccess = FILE_LIST_DIRECTORY | FILE_TRAVERSE | FILE_
 
 constexpr DWORD kErrorIsDirectory = 336;  // ERROR_DIRECTORY_NOT_SUPPORTED, a name that not every header has
 
+struct Opened {
+    Handle handle;  // null when it could not be opened; GetLastError tells why
+    bool isNew = false;
+};
+
 // Opens, or creates, what lies directly in an open directory. A link there is opened itself and not followed. By the
 // system's own interface: that of Win32 opens by whole paths alone.
-Handle openBelow(HANDLE parent, const std::wstring& name, ACCESS_MASK access, ULONG kind) {
+Opened openBelow(HANDLE parent, const std::wstring& name, ACCESS_MASK access, ULONG kind) {
     if (name.size() > std::numeric_limits<USHORT>::max() / sizeof(wchar_t)) {
         ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
-        return nullptr;
+        return {};
     }
     const auto bytes = static_cast<USHORT>(name.size() * sizeof(wchar_t));
     UNICODE_STRING text{bytes, bytes, const_cast<wchar_t*>(name.data())};
@@ -104,10 +109,10 @@ Handle openBelow(HANDLE parent, const std::wstring& name, ACCESS_MASK access, UL
     const NTSTATUS status =
         ::NtCreateFile(&handle, access | SYNCHRONIZE, &attributes, &done, nullptr, FILE_ATTRIBUTE_NORMAL, kShared,
                        FILE_OPEN_IF, kind | FILE_OPEN_REPARSE_POINT | FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0);
-    if (status >= 0) return Handle(handle);
+    if (status >= 0) return {Handle(handle), done.Information == FILE_CREATED};
     constexpr auto kIsDirectory = static_cast<NTSTATUS>(0xC00000BA);  // mapped, it would be a lack of rights
     ::SetLastError(status == kIsDirectory ? kErrorIsDirectory : ::RtlNtStatusToDosError(status));
-    return nullptr;
+    return {};
 }
 
 Obstacle failure(const std::wstring& name) {
@@ -115,6 +120,21 @@ Obstacle failure(const std::wstring& name) {
     if (error == ERROR_DIRECTORY) return {toUtf8(name.c_str()), "is a file"};
     if (error == kErrorIsDirectory) return {toUtf8(name.c_str()), "is a directory"};
     return {toUtf8(name.c_str()), "can't be written: " + std::system_category().message(static_cast<int>(error))};
+}
+
+// Why what was opened below a directory is not to be used: a link, or what was there under another name than its own,
+// such as one in other letters. Nothing when the system can't tell its own name.
+std::optional<Obstacle> obstacle(const Opened& opened, const std::wstring& name, BY_HANDLE_FILE_INFORMATION& facts) {
+    const HANDLE handle = opened.handle.get();
+    if (handle == nullptr || ::GetFileInformationByHandle(handle, &facts) == FALSE) return failure(name);
+    if ((facts.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+        return Obstacle{toUtf8(name.c_str()), "is a link"};
+    if (opened.isNew) return std::nullopt;
+    std::wstring path(::GetFinalPathNameByHandleW(handle, nullptr, 0, VOLUME_NAME_NONE), L'\0');
+    path.resize(::GetFinalPathNameByHandleW(handle, path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_NONE));
+    const std::wstring ownName = path.substr(path.rfind(L'\\') + 1);
+    if (ownName.empty() || ownName == name) return std::nullopt;
+    return Obstacle{toUtf8(name.c_str()), "is there already as \"" + toUtf8(ownName.c_str()) + '"'};
 }
 
 bool writeWhole(HANDLE file, const void* data, uint64_t size) {
@@ -127,6 +147,15 @@ bool writeWhole(HANDLE file, const void* data, uint64_t size) {
         size -= written;
     }
     return true;
+}
+
+// Whether Win32 finds what was created below a directory: programs that don't ask for longer paths have 260 units.
+bool isFound(const std::string& root, const std::string& relative) {
+    const std::wstring path = widePath((root.empty() ? relative : root + '\\' + relative).c_str());
+    if (::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr) <= MAX_PATH) return true;
+    if (::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) return true;
+    ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
+    return false;
 }
 
 bool isLiteral(const char* path) { return std::strncmp(path, R"(\\?\)", 4) == 0; }
@@ -294,18 +323,18 @@ std::optional<Obstacle> OutputTree::enter(const std::string& relative) {
     for (size_t begin = current_.empty() ? 0 : current_.size() + 1; begin < relative.size();) {
         const size_t end = std::min(relative.find('/', begin), relative.size());
         const std::wstring name = widePath(relative.substr(begin, end - begin).c_str());
-        Handle next = openBelow(reinterpret_cast<HANDLE>(currentHandle_), name, kEnterAccess, FILE_DIRECTORY_FILE);
+        Opened next = openBelow(reinterpret_cast<HANDLE>(currentHandle_), name, kEnterAccess, FILE_DIRECTORY_FILE);
         BY_HANDLE_FILE_INFORMATION facts;
-        std::optional<Obstacle> problem;
-        if (next == nullptr || ::GetFileInformationByHandle(next.get(), &facts) == FALSE) {
-            problem = failure(name);
-        } else if ((facts.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-            problem = {toUtf8(name.c_str()), "is a link"};
-        }
+        const std::optional<Obstacle> problem = obstacle(next, name, facts);
         leave();
         if (problem) return problem;
-        currentHandle_ = reinterpret_cast<intptr_t>(next.release());
+        currentHandle_ = reinterpret_cast<intptr_t>(next.handle.release());
         begin = end + 1;
+    }
+    if (!isFound(rootText_, relative)) {
+        Obstacle tooLong = failure(widePath(relative.c_str()));
+        leave();
+        return tooLong;
     }
     current_ = std::move(reached);
     return std::nullopt;
@@ -319,12 +348,12 @@ std::optional<Obstacle> OutputTree::writeFile(const std::string& relative, const
     if (problem) return problem;
     const std::wstring name = widePath(relative.substr(slash + 1).c_str());  // all of it when there is no slash
     // What is there already is emptied only after a look at it.
-    Handle file = openBelow(reinterpret_cast<HANDLE>(currentHandle_), name, FILE_WRITE_DATA | FILE_READ_ATTRIBUTES,
-                            FILE_NON_DIRECTORY_FILE);
+    Opened opened = openBelow(reinterpret_cast<HANDLE>(currentHandle_), name, FILE_WRITE_DATA | FILE_READ_ATTRIBUTES,
+                              FILE_NON_DIRECTORY_FILE);
     BY_HANDLE_FILE_INFORMATION facts;
-    if (file == nullptr || ::GetFileInformationByHandle(file.get(), &facts) == FALSE) return failure(name);
-    if ((facts.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        return Obstacle{toUtf8(name.c_str()), "is a link"};
+    if ((problem = obstacle(opened, name, facts))) return problem;
+    Handle& file = opened.handle;
+    if (!isFound(rootText_, relative)) return failure(widePath(relative.c_str()));
     if (facts.nNumberOfLinks > 1) return Obstacle{toUtf8(name.c_str()), "is a file with further names (hard links)"};
     const bool isEmpty = facts.nFileSizeLow == 0 && facts.nFileSizeHigh == 0;
     if (!isEmpty && ::SetEndOfFile(file.get()) == FALSE) return failure(name);  // at its start: nothing was written

@@ -1,3 +1,4 @@
+#include "support/tar_builder.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -158,7 +159,10 @@ TEST_F(FilesTest, WideOperationsTakeNothingButUtf8) {
 TEST_F(FilesTest, LeaveNothingOpen) {
     const Filepath file = directory.write("file", "content");
     const Filepath paths[] = {file, directory.path(), directory.path("missing"), directory.path("\x80"), Filepath()};
+    const auto archive = TarBuilder().file("d/e/f", "z").directory("d/g").file("d/e/f/g", "").whole();
     const auto useAll = [&] {
+        Filepath destination = directory.path();
+        EXPECT_FALSE(files.extractTarballOfSize(archive.data(), archive.size(), destination).ok());
         for (const Filepath& path : paths) {
             uint64_t size = 0;
             char buffer[8];

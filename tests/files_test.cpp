@@ -12,6 +12,9 @@
 #include <fcntl.h>
 #include <functional>
 #include <stdexcept>
+#if defined(_WIN32)
+#include <windows.h>
+#endif
 
 namespace TarnoMirelo {
 namespace {
@@ -80,6 +83,12 @@ TEST_F(FilesTest, TellsFourWaysThatAFileCannotBeRead) {
         EXPECT_EQ(raised([&] { files.readBinaryFileToString(path); }), "2: Failed to open file");
         EXPECT_THROW(files.readBinaryFileToString(path), std::runtime_error);
     }
+#if defined(_WIN32)
+    const char* const name = R"(\\.\pipe\sdk-core-tests)";
+    const HANDLE pipe = ::CreateNamedPipeA(name, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 64, 64, 0, nullptr);
+    EXPECT_FALSE(files.openFileToWriteBinaryData(Filepath(name)).is_open());
+    ::CloseHandle(pipe);
+#endif
 }
 
 TEST_F(FilesTest, WritesAppendsAndTranslates) {

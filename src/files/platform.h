@@ -53,7 +53,7 @@ class InputFile {
     uint64_t read(void* buffer, uint64_t size);
 
  private:
-    intptr_t handle_;  // the system's own
+    intptr_t handle_ = -1;  // the system's own, where the file is open
     std::optional<uint64_t> size_;
 };
 

@@ -209,7 +209,7 @@ bool createDirectory(const char* path) { return ::mkdir(narrowPath(path).c_str()
 // unlink and not remove, which would delete an empty directory here and nowhere else.
 bool deleteFile(const char* path) { return ::unlink(narrowPath(path).c_str()) == 0; }
 
-InputFile::InputFile(const char* path, PathText text) : handle_(-1) {
+InputFile::InputFile(const char* path, PathText text) {
     Descriptor file(::open(nativePath(path, text).c_str(), O_RDONLY | kOpenFlags));
     const std::optional<struct stat> facts = file.isOpen() ? factsOf(file.get()) : std::nullopt;
     if (!facts || !S_ISREG(facts->st_mode)) return;

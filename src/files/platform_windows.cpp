@@ -180,7 +180,7 @@ bool createDirectory(const char* path) {
 
 bool deleteFile(const char* path) { return std::remove(narrowPath(path).c_str()) == 0; }
 
-InputFile::InputFile(const char* path, PathText text) : handle_(0) {
+InputFile::InputFile(const char* path, PathText text) {
     Handle file = opened(
         text == PathText::Wide
             ? ::CreateFileW(widePath(path).c_str(), GENERIC_READ, kShared, nullptr, OPEN_EXISTING, 0, nullptr)
@@ -196,7 +196,7 @@ InputFile::~InputFile() {
     if (isOpen()) ::CloseHandle(reinterpret_cast<HANDLE>(handle_));
 }
 
-bool InputFile::isOpen() const { return handle_ != 0; }
+bool InputFile::isOpen() const { return handle_ != -1; }
 std::optional<uint64_t> InputFile::size() const { return size_; }
 
 // NOLINTNEXTLINE(readability-make-member-function-const): the file moves on

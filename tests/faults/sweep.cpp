@@ -183,7 +183,7 @@ Call extract(bool sized) {
     const auto destination = std::make_shared<Filepath>(directory->path());
     const Filepath start = directory->path();
     const auto archive = std::make_shared<std::vector<unsigned char>>(
-        TarBuilder().directory("m").extended("path=m/" + kLong).file("m/f", "weights").file("m/g", "more").whole());
+        TarBuilder().directory("m").extended("path=m/new/" + kLong).file("m/f", "weights").file("m/g", "more").whole());
     return {[=] {
                 *destination = start;
                 return sized ? FileUtils().extractTarballOfSize(archive->data(), archive->size(), *destination)
@@ -192,8 +192,22 @@ Call extract(bool sized) {
             [=] { return std::string(directory->path().c_str()); },
             [=] {
                 return std::string(destination->c_str()).substr(directory->path().getPathString().size()) +
-                       directory->read(sized ? "m/" + kLong : "m/f") + directory->read("m/g");
+                       directory->read(sized ? "m/new/" + kLong : "m/f") + directory->read("m/g");
             }};
+}
+
+// The reason takes memory, too.
+Call refuseArchive() {
+    const auto directory = std::make_shared<TempDir>();
+    const auto destination = std::make_shared<Filepath>(directory->path());
+    const auto archive = std::make_shared<std::vector<unsigned char>>(
+        TarBuilder().entry('L', "long", kLong + "/link").entry('2', "link").whole());
+    const auto refusal = std::make_shared<MireloStatus>();
+    return {[=] {
+                *refusal = FileUtils().extractTarballOfSize(archive->data(), archive->size(), *destination);
+                return refusal->getCode() == TAR_EXTRACTION_ERROR ? kDone : *refusal;
+            },
+            [=] { return std::string(directory->path().c_str()); }, [=] { return refusal->getDescription(); }};
 }
 
 Call shapeTensor(const std::shared_ptr<ITensor>& tensor, MireloStatus (ITensor::*shape)(const TensorShape&)) {
@@ -391,6 +405,7 @@ int main() {
         {"files", useFiles},
         {"extractTarball", [] { return extract(false); }, kStatus},
         {"extractTarballOfSize", [] { return extract(true); }, kStatus},
+        {"extractTarballOfSize, refused", refuseArchive, kStatus},
         {"Logger::Report", report, "raises", true},  // or drops what a processor raises
         {"operator registry", fillRegistry},
     };

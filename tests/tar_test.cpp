@@ -302,6 +302,8 @@ TEST(Tar, NeedsADestinationThatIsThere) {
         EXPECT_EQ(destination.getPathString(), before);
     }
     EXPECT_EQ(treeOf(directory.native()), "file=;");
+    Filepath missing = directory.path("missing");  // where nothing is written, nothing is needed
+    EXPECT_EQ(text(FileUtils().extractTarballOfSize(TarBuilder().whole().data(), 512, missing)), kSuccess);
 }
 
 // What one directory after another costs must not grow with their depth, nor may each stay open.

@@ -142,8 +142,9 @@ class MIRELO_API FileUtils {
     ///
     /// @param archive      first byte of the archive; borrowed for the call and read in place
     /// @param size         length of `archive` in bytes
-    /// @param destination  in: the directory to unpack into, which must be there, as UTF-8; out, on success only: the
-    ///                     path of the archive's first directory entry, or the empty path when it lists none
+    /// @param destination  in: the directory to unpack into, as UTF-8, which must be there if the archive has entries;
+    ///                     out, on success only: the path of the archive's first directory entry, or the empty path
+    ///                     when it lists none
     /// @return `SUCCESS`, or with a description that names the entry, or the place, and the reason
     ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
     ///   - `TAR_EXTRACTION_ERROR`: an entry is a link, a sparse file or of another kind than file and directory; has a

@@ -64,12 +64,11 @@ class Extraction {
 class SizedExtraction {
  public:
     SizedExtraction(const unsigned char* archive, uint64_t size, const Filepath& directory)
-        : archive_(archive), size_(archive == nullptr ? 0 : size), directory_(directory), tree_(directory.c_str()) {}
+        : archive_(archive), size_(archive == nullptr ? 0 : size), directory_(directory) {}
 
     MireloStatus run() {
         const std::string given = directory_.getPathString();
         if (given.find('\0') != std::string::npos) return refusedDestination("it holds a NUL");
-        if (!tree_.isOpen()) return refusedDestination("wanted is a directory that is there and can be entered");
         while (size_ - offset_ >= Tar::kBlockSize) {
             const Tar::Header header(archive_ + offset_);
             if (header.isZero()) return {SUCCESS, ""};
@@ -158,9 +157,11 @@ class SizedExtraction {
             firstDirectory_ = pathOf(directory_, name);
             if (!firstDirectory_) return refusedDestination("it and a name would be a path on the network");
         }
+        if (!tree_) tree_.emplace(directory_.c_str());
+        if (!tree_->isOpen()) return refusedDestination("wanted is a directory that is there and can be entered");
         const std::optional<Platform::Obstacle> obstacle = kind == Tar::kDirectory
-                                                               ? tree_.makeDirectory(relative)
-                                                               : tree_.writeFile(relative, data->data(), data->size());
+                                                               ? tree_->makeDirectory(relative)
+                                                               : tree_->writeFile(relative, data->data(), data->size());
         if (obstacle) return refused(name, Tar::quoted(obstacle->name) + ' ' + obstacle->found);
         return {SUCCESS, ""};
     }
@@ -189,8 +190,8 @@ class SizedExtraction {
     uint64_t size_;
     uint64_t offset_ = 0;  // of the next header
     const Filepath& directory_;
-    Platform::OutputTree tree_;
-    Tar::ExtendedRecords records_;  // of the entry to come
+    std::optional<Platform::OutputTree> tree_;  // opened for the first entry
+    Tar::ExtendedRecords records_;              // of the entry to come
     std::optional<Filepath> firstDirectory_;
 };
 

@@ -86,6 +86,7 @@ void addMemory();
 void addFiles();
 void addArchives();
 void addBatches();
+void addKit();
 void addManager();
 void addLogging();
 

@@ -21,6 +21,7 @@ MANIFEST = str(ROOT / "examples/digits/model/manifest.json")  # 1 KB
 KEEP_MEMORY = {"GLIBC_TUNABLES": f"glibc.malloc.mmap_max=0:glibc.malloc.trim_threshold={1 << 40}"}
 PROCESSES = [
     (["idle"], {}, 1, 15),
+    (["kit"], {}, 1, 15),
     (["opencv"], {}, 9, 5),
     (["manifests", "memory"], {}, 1, 15),
     (["files"], KEEP_MEMORY, 1, 15),
@@ -31,6 +32,7 @@ PROCESSES = [
 # The largest ratios to the limit and to the alternative that are accepted, by the beginning of a row's name; the first
 # that fits counts. None: shown only.
 WANTED = [
+    ("predict, idle backend beside threads", None, None),
     ("predict, idle", None, 0.2),
     ("evaluate, idle", None, 0.2),
     ("predict, digits", None, None),
@@ -48,6 +50,7 @@ WANTED = [
     ("MireloBatch", 2.0, None),
     ("Logger::Report", None, 1.0),
     ("GenerateLogEntry", None, None),
+    ("checkInputs|InputPorts|TracedModel", None, None),
     ("snapshot", 2.0, None),
     ("registerModel|unloadModel", None, None),
 ]
@@ -57,6 +60,17 @@ WANTED = [
 GROWTH = [
     ("registerModel", 2.0),
     ("unloadModel and registerModel", 2.0),
+]
+
+# Times that are wanted, in nanoseconds: of a row, or of what a row takes beyond another one, shared by so many.
+NAMES = ("short names", "long names")
+CHECKS = ("checkInputs", "InputPorts::check")
+DIFFERENCES = [
+    *((f"{check}, {names}, 1 input", f"{check}, {names}, 1 input", None, 1, 60) for check in CHECKS for names in NAMES),
+    *((f"{check}, {names}, each further input", f"{check}, {names}, 17 inputs", f"{check}, {names}, 1 input", 16, 30)
+      for check in CHECKS for names in NAMES),
+    ("TracedModel without a sink, beyond the model", "TracedModel::predict, no sink, idle backend",
+     "predict, idle backend beside threads", 1, 10),
 ]
 
 
@@ -170,6 +184,9 @@ def main():
     for name, most in GROWTH:
         small, large = (rows[f"{name}, {models} models"]["ours"] for models in (1000, 10000))
         table.figure(f"{name}: cost of a model at 10,000 of 1,000", large / small / 10, most)
+    for name, row, other, share, most in DIFFERENCES:
+        beyond = 0 if other is None else rows[other]["ours"]
+        table.figure(name, (rows[row]["ours"] - beyond) / share, most, " ns")
     counted = dict(line.split() for line in subprocess.run(
         [f"{build}/bench/sdk-core-bench-once"], check=True, capture_output=True, text=True).stdout.splitlines())
     table.figure("VariableTensor, allocations of 1,000 changes", int(counted["variable_tensor_allocations"]), 0)

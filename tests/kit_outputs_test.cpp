@@ -20,7 +20,7 @@ Result result(const TensorShape& shape, DataType type = DataType::Float) {
     return {type, shape, reinterpret_cast<const uint8_t*>(kElements)};
 }
 
-ModelTarget target() {
+ModelTarget outputsTarget() {
     ModelTarget made;
     made.inputs = {port("x", DataType::Float, {1})};
     made.outputs = {port("y", DataType::Float, {1, 3}), port("z", DataType::Float, {-1, 2})};
@@ -28,12 +28,12 @@ ModelTarget target() {
 }
 
 const InputPorts& inputPorts() {
-    static const InputPorts ports(target());
+    static const InputPorts ports(outputsTarget());
     return ports;
 }
 
 const OutputPorts& outputPorts() {
-    static const OutputPorts ports(target());
+    static const OutputPorts ports(outputsTarget());
     return ports;
 }
 

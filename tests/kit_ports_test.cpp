@@ -42,7 +42,7 @@ std::shared_ptr<MireloFeature> wrapped(const std::string& name, float* elements)
     return TarnoMirelo::wrapped(name, elements, {1, 2});
 }
 
-ModelTarget target() {
+ModelTarget portsTarget() {
     ModelTarget result;
     result.inputs = {port("x", DataType::Float, {1, 2}), port(kLongName, DataType::Int64, {-1, 3}),
                      port("scalar", DataType::Bool, {}), port("mask", DataType::Float, {1, 2}, false)};
@@ -59,8 +59,8 @@ MireloModel::Inputs asInputs(const MireloModel::Outputs& features) { return {fea
 
 // Both ways to check say the same.
 std::string checked(const MireloModel::Inputs& inputs) {
-    const std::string said = text(checkInputs(target(), inputs));
-    EXPECT_EQ(text(InputPorts(target()).check(inputs)), said);
+    const std::string said = text(checkInputs(portsTarget(), inputs));
+    EXPECT_EQ(text(InputPorts(portsTarget()).check(inputs)), said);
     return said;
 }
 
@@ -77,12 +77,12 @@ TEST(KitPorts, TakeGoodInputsInAnyOrder) {
     EXPECT_EQ(checked(asInputs(inputs)), kSuccess);
 
     InputTensors tensors;
-    EXPECT_EQ(text(InputPorts(target()).arrange(asInputs(inputs), 1, tensors)), kSuccess);
+    EXPECT_EQ(text(InputPorts(portsTarget()).arrange(asInputs(inputs), 1, tensors)), kSuccess);
     ASSERT_EQ(tensors.size(), 4U);
     EXPECT_EQ(tensors[0], inputs[2]->asTensor());
     EXPECT_EQ(tensors[1], inputs[3]->asTensor());
     inputs.erase(inputs.begin() + 1);
-    EXPECT_EQ(text(InputPorts(target()).arrange(asInputs(inputs), 1, tensors)), kSuccess);
+    EXPECT_EQ(text(InputPorts(portsTarget()).arrange(asInputs(inputs), 1, tensors)), kSuccess);
     EXPECT_EQ(tensors[3], nullptr);
 }
 
@@ -119,7 +119,7 @@ TEST(KitPorts, SayWhatIsWrongWithAnInput) {
         inputs[each.index] = each.feature;
         EXPECT_EQ(checked(asInputs(inputs)), each.says);
         InputTensors tensors(1);
-        InputPorts(target()).arrange(asInputs(inputs), 1, tensors);
+        InputPorts(portsTarget()).arrange(asInputs(inputs), 1, tensors);
         EXPECT_EQ(tensors.size(), 1U);
     }
     EXPECT_EQ(checked({}), "7: Input \"x\": missing");
@@ -142,7 +142,7 @@ TEST(KitPorts, CountNoElementsBeyond63Bits) {
 }
 
 TEST(KitPorts, TakeWhatTheManifestLeavesOpen) {
-    ModelTarget open = target();
+    ModelTarget open = portsTarget();
     open.inputs = {port("x", DataType::Undefined, {1, 2}),
                    ModelFeatureDescriptor(MireloFeatureType::String, true, "s", "", TensorDescriptor())};
     const auto words = std::make_shared<MireloFeatureString>(open.inputs[1], "words");
@@ -151,7 +151,7 @@ TEST(KitPorts, TakeWhatTheManifestLeavesOpen) {
               "9: Input \"x\": the element type is undefined, wanted is another");
     EXPECT_EQ(text(checkInputs(open, {feature("x", DataType::Int8, 1, 2), feature("s", DataType::Int8, 1)})),
               "8: Input \"s\": the feature's type is tensor, wanted is string");
-    const InputPorts any(target(), ElementTypes::Any);
+    const InputPorts any(portsTarget(), ElementTypes::Any);
     MireloModel::Outputs inputs = goodInputs();
     inputs[0] = feature("x", DataType::Int8, 1, 2);
     EXPECT_EQ(text(any.check(asInputs(inputs))), kSuccess);
@@ -170,7 +170,7 @@ TEST(KitPorts, ExpectAsManyRowsAsTheyAreTold) {
 TEST(KitPorts, RefuseTargetsThatNoCheckCouldServe) {
     ModelTarget none;
     EXPECT_EQ(raised([&] { InputPorts{none}; }), "12: Input: the target has none");
-    ModelTarget twice = target();
+    ModelTarget twice = portsTarget();
     twice.outputs.push_back(twice.outputs[0]);
     EXPECT_EQ(raised([&] { OutputPorts{twice}; }), "12: Output \"y\": the target has two of that name");
     twice.outputs[0] = ModelFeatureDescriptor(MireloFeatureType::Int32, true, "n", "", TensorDescriptor());
@@ -217,12 +217,12 @@ TEST(KitPorts, CheckOutputsAndTheirMemory) {
     };
     MireloModel::Outputs given = goodInputs();
     given[0] = wrapped("x", memory + 6);
-    const InputPorts inputPorts(target());
-    const OutputPorts outputPorts(target());
+    const InputPorts inputPorts(portsTarget());
+    const OutputPorts outputPorts(portsTarget());
     InputTensors inputs;
     ASSERT_EQ(text(inputPorts.arrange(asInputs(given), 1, inputs)), kSuccess);
     for (const auto& each : cases) {
-        const MireloStatus status = checkOutputs(target(), asInputs(given), each.outputs);
+        const MireloStatus status = checkOutputs(portsTarget(), asInputs(given), each.outputs);
         OutputTensors tensors;
         EXPECT_EQ(text(outputPorts.arrange(inputPorts, inputs, each.outputs, 1, tensors)), text(status));
         EXPECT_EQ(tensors.size(), status.ok() ? 2U : 0U);

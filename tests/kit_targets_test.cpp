@@ -46,7 +46,7 @@ std::string replaced(std::string text, const std::string& what, const std::strin
     return text;
 }
 
-ModelTarget target(MireloModelType type) {
+ModelTarget runnable(MireloModelType type) {
     ModelTarget made;
     made.modelType = type;
     made.components.resize(1);
@@ -84,7 +84,7 @@ TEST(KitTargets, AreAddedToWhatIsThere) {
     const Filepath manifest = directory.write(
         "m", R"({"name": "n", "targets": {"WinML": {}, "CoreML": {"components": [{"path": "new"}]}, "TFJS": {}}})");
     AllTargetsMetadata metadata;
-    metadata.setTargets({{MireloModelType::CoreML, target(MireloModelType::CoreML)}});
+    metadata.setTargets({{MireloModelType::CoreML, runnable(MireloModelType::CoreML)}});
     ASSERT_EQ(text(metadata.load(manifest)), kSuccess);
     EXPECT_EQ(metadata.getName(), "n");
     EXPECT_EQ(metadata.getTargets().size(), 3U);
@@ -97,11 +97,11 @@ TEST(KitTargets, AreAddedToWhatIsThere) {
 
 TEST(KitTargets, AreChosenByTheDevices) {
     ModelMetadata metadata;
-    ModelTarget bare = target(MireloModelType::CoreML);
+    ModelTarget bare = runnable(MireloModelType::CoreML);
     bare.components.clear();
-    metadata.setTargets({{MireloModelType::WinML, target(MireloModelType::WinML)},
+    metadata.setTargets({{MireloModelType::WinML, runnable(MireloModelType::WinML)},
                          {MireloModelType::CoreML, bare},
-                         {MireloModelType::OpenVino, target(MireloModelType::OpenVino)}});
+                         {MireloModelType::OpenVino, runnable(MireloModelType::OpenVino)}});
     const auto device = [](const char* name, MireloModelType type) { return std::make_shared<Device>(name, type); };
     const auto tflite = device("npu", MireloModelType::TFLite);
     const auto coreml = device("ane", MireloModelType::CoreML);

@@ -16,15 +16,7 @@ namespace {
 constexpr char kInput[] = "Input";
 constexpr char kOutput[] = "Output";
 
-// The dimensions in place: shapes are looked at in each prediction, and reading them one by one takes a call for each.
-struct Dimensions {
-    // The getter that doesn't copy is not const, but changes nothing.
-    explicit Dimensions(const TensorShape& shape)
-        : first(const_cast<TensorShape&>(shape).data()), count(shape.dimension()) {}
-
-    const int64_t* first;
-    uint64_t count;
-};
+using Dimensions = std::vector<int64_t>;
 
 int64_t widthOf(DataType type) {
     constexpr std::array<int64_t, 13> kWidths = {0, 1, 1, 1, 2, 2, 4, 4, 8, 8, 2, 4, 8};
@@ -39,10 +31,10 @@ bool canMultiply(int64_t a, int64_t b) {
 }
 
 bool fit(const Dimensions& found, const Dimensions& wanted, int64_t rows) {
-    if (found.count != wanted.count) return false;
-    for (uint64_t i = 0; i < found.count; ++i) {
-        const int64_t dimension = i == 0 && wanted.first[0] == 1 ? rows : wanted.first[i];
-        if (found.first[i] < 0 || (dimension != -1 && found.first[i] != dimension)) return false;
+    if (found.size() != wanted.size()) return false;
+    for (size_t i = 0; i < found.size(); ++i) {
+        const int64_t dimension = i == 0 && wanted[0] == 1 ? rows : wanted[i];
+        if (found[i] < 0 || (dimension != -1 && found[i] != dimension)) return false;
     }
     return true;
 }
@@ -51,8 +43,7 @@ std::optional<int64_t> bytesOf(DataType type, const Dimensions& dimensions) {
     int64_t bytes = widthOf(type);
     bool empty = false;
     bool countable = true;
-    for (uint64_t i = 0; i < dimensions.count; ++i) {
-        const int64_t dimension = dimensions.first[i];
+    for (const int64_t dimension : dimensions) {
         if (dimension < 0) return std::nullopt;
         empty = empty || dimension == 0;
         countable = countable && canMultiply(bytes, dimension);
@@ -210,8 +201,8 @@ template <typename List>
 bool checkShape(const List& ports, size_t index, const ITensor& tensor, DataType type, int64_t rows,
                 MireloStatus& failure) {
     const TensorShape& shape = tensor.shape();
-    const Dimensions dimensions(shape);
-    if (!fit(dimensions, Dimensions(ports.shape(index)), rows)) {
+    const Dimensions& dimensions = dimensionsOf(shape);
+    if (!fit(dimensions, dimensionsOf(ports.shape(index)), rows)) {
         return refuseShape(ports, index, shape, rows, failure);
     }
     return bytesOf(type, dimensions).has_value() ||
@@ -339,10 +330,10 @@ MireloStatus checkApart(const InputTensors& inputs, const InputName& inputName, 
 }  // namespace
 
 bool fits(const TensorShape& shape, const TensorShape& wanted, int64_t rows) {
-    return fit(Dimensions(shape), Dimensions(wanted), rows);
+    return fit(dimensionsOf(shape), dimensionsOf(wanted), rows);
 }
 
-std::optional<int64_t> byteCount(DataType type, const TensorShape& shape) { return bytesOf(type, Dimensions(shape)); }
+std::optional<int64_t> byteCount(DataType type, const TensorShape& shape) { return bytesOf(type, dimensionsOf(shape)); }
 
 MireloStatus checkInputs(const ModelTarget& target, const MireloModel::Inputs& inputs) {
     return checkInputs(TargetPorts(kInput, target.inputs), inputs, 1);

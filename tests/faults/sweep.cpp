@@ -8,6 +8,14 @@
 #include "support/text.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
+#include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/kit/manager.h>
+#include <TarnoMirelo/kit/memory.h>
+#include <TarnoMirelo/kit/outputs.h>
+#include <TarnoMirelo/kit/targets.h>
+#include <TarnoMirelo/kit/texts.h>
+#include <TarnoMirelo/kit/trace.h>
 
 #include <functional>
 #include <iostream>
@@ -158,6 +166,14 @@ struct Registered {
     ~Registered() {  // a record and its model hold each other
         for (const auto& model : models) model->setRuntimeStatus(nullptr);
     }
+    std::string describe() {
+        std::string text;
+        for (const auto& model : manager.getRuntimeStatus().getLoadedModels()) {
+            text += model == models[0] ? "first " : "second ";
+        }
+        for (const auto& model : models) text += model->runtimeRecord() ? "recorded " : "free ";
+        return text;
+    }
     ModelManager manager;
     std::vector<std::shared_ptr<ScriptedModel>> models{makeModel(), makeModel()};
 };
@@ -166,14 +182,7 @@ struct Registered {
 Operation managing(const char* name, MireloStatus (*work)(Registered& all)) {
     return {name, [work] {
                 const auto all = std::make_shared<Registered>();
-                const Text state = [=] {
-                    std::string text;
-                    for (const auto& model : all->manager.getRuntimeStatus().getLoadedModels()) {
-                        text += model == all->models[0] ? "first " : "second ";
-                    }
-                    for (const auto& model : all->models) text += model->runtimeRecord() ? "recorded " : "free ";
-                    return text;
-                };
+                const Text state = [=] { return all->describe(); };
                 return Call{[=] { return work(*all); }, state, state};
             }};
 }
@@ -305,6 +314,141 @@ Call fillRegistry() {
     }};
 }
 
+// A prediction's features, and the ports that they fit.
+struct Prediction {
+    Prediction() {
+        for (const auto& input : target().inputs) inputs.push_back(std::make_shared<MireloFeatureTensor>(input));
+        inputPorts.arrange(inputs, 1, tensors);
+        results[0].elements = tensors[0]->buffer();
+    }
+
+    const ModelTarget described = target();
+    Kit::InputPorts inputPorts{described};
+    Kit::OutputPorts outputPorts{target()};
+    MireloModel::Inputs inputs;
+    Kit::InputTensors tensors;
+    MireloModel::Outputs outputs;
+    std::vector<Kit::Result> results{{DataType::Float, {2, 3}, nullptr}};
+};
+
+Call checkFeatures(bool prepared) {
+    const auto all = std::make_shared<Prediction>();
+    return {
+        [=] { return prepared ? all->inputPorts.check(all->inputs) : Kit::checkInputs(all->described, all->inputs); },
+        [] { return std::string(); }};
+}
+
+Call preparePorts() {
+    return {[] {
+        const Kit::InputPorts ports(target());
+        Kit::InputPorts copy(ports);
+        copy = ports;
+        return kDone;
+    }};
+}
+
+Call describeFailure() {
+    const auto all = std::make_shared<Prediction>();
+    all->inputs.pop_back();
+    return {[=] {
+                const MireloStatus status = all->inputPorts.check(all->inputs);
+                return Kit::describe(status).find("missing") == std::string::npos ? status : kDone;
+            },
+            [] { return std::string(); }};
+}
+
+// Memory that runs out for the work's own object is told, for anything else raised.
+template <typename Work>
+MireloStatus orRaise(const Work& work) {
+    MireloStatus status = work();
+    if (status.getCode() == ALLOCATION_FAILED) throw std::bad_alloc();
+    return status;
+}
+
+// Into none, or into a variable tensor that has to grow.
+Call writeResults(bool given) {
+    const auto all = std::make_shared<Prediction>();
+    if (given) {
+        const auto tensor = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 3));
+        tensor->allocateShape({1, 3});
+        all->outputs = {std::make_shared<MireloFeatureTensor>(target().outputs[0], tensor)};
+    }
+    const auto state = [=] { return all->outputs.empty() ? "none" : list(all->outputs[0]->asTensor()->shape()); };
+    return {[=] {
+                return orRaise([&] {
+                    return Kit::writeOutputs(all->inputPorts, all->tensors, all->outputPorts, all->results, 1,
+                                             all->outputs);
+                });
+            },
+            state, state};
+}
+
+Call runRows() {
+    const auto all = std::make_shared<Prediction>();
+    const MireloModel::Inputs row = all->inputs;
+    all->inputs.insert(all->inputs.end(), row.begin(), row.end());
+    const auto run = [=](const MireloModel::Inputs& /*inputs*/, MireloModel::Outputs& outputs, int64_t /*rows*/) {
+        outputs = {std::make_shared<MireloFeatureTensor>(target().outputs[0])};
+        return kDone;
+    };
+    const auto state = [=] { return std::to_string(all->outputs.size()); };
+    return {[=] {
+                return Kit::runBatch(all->inputPorts, all->outputPorts, all->inputs, all->outputs,
+                                     Kit::Stacking::Promised, run);
+            },
+            state, state};
+}
+
+Call readFileOfComponent() {
+    const auto bytes = std::make_shared<Kit::ComponentBytes>();
+    const auto component = std::make_shared<ModelComponent>();
+    component->name = kLong;
+    component->path = "manifest.json";
+    component->type = ComponentKind::File;
+    return {
+        [=] { return orRaise([&] { return Kit::readComponent(*component, Filepath(MANIFEST_DIRECTORY), *bytes); }); },
+        [=] { return std::to_string(bytes->size()); }, [=] { return std::to_string(bytes->size() > 100); }};
+}
+
+Call loadAllTargets() {
+    const auto metadata = std::make_shared<Kit::AllTargetsMetadata>();
+    const Filepath path = Filepath(MANIFEST_DIRECTORY).append(Filepath("manifest.json"));
+    return {[=] { return metadata->load(path); }, [] { return std::string(); }, [=] { return describe(*metadata); }};
+}
+
+Call viewMemory() {
+    const auto all = std::make_shared<Registered>();
+    all->manager.registerModel(all->models[1]);
+    for (const auto& model : all->models) model->runtimeRecord()->setCurrentMemoryConsumption(5);
+    const auto reporter = std::make_shared<Kit::MemoryReporter>();
+    return {[=] {
+                reporter->report(all->models[0]->runtimeRecord(), 7);
+                const Kit::MemoryView view(all->manager.getRuntimeStatus(), 8);
+                return MireloStatus(view.toUnload().size() == 1 ? SUCCESS : WARNING, "");
+            },
+            [=] { return all->describe(); }, [=] { return std::to_string(reporter->reported()); }};
+}
+
+Call scopeModel() {
+    const auto all = std::make_shared<Registered>();
+    return {[=] {
+                Kit::ScopedModel scoped(all->manager, all->models[1]);
+                return kDone;
+            },
+            [=] { return std::to_string(all->manager.getRuntimeStatus().getLoadedModels().size()); }};
+}
+
+Call traceModel() {
+    const auto directory = std::make_shared<TempDir>();
+    const auto inner = makeModel();
+    return {[=] {
+                const auto sink = std::make_shared<Kit::ChromeTraceFile>(directory->path("trace"));
+                MireloModel::Outputs outputs;
+                return Kit::TracedModel::wrap(inner, sink)->predict({}, outputs);
+            },
+            [] { return std::string(); }};
+}
+
 std::string outcome(const Call& call) {
     try {
         const MireloStatus status = call.work();
@@ -408,6 +552,18 @@ int main() {
         {"extractTarballOfSize, refused", refuseArchive, kStatus},
         {"Logger::Report", report, "raises", true},  // or drops what a processor raises
         {"operator registry", fillRegistry},
+        {"Kit::InputPorts", preparePorts},
+        {"Kit::InputPorts::check", [] { return checkFeatures(true); }, "nothing: it allocates nothing"},
+        {"Kit::checkInputs", [] { return checkFeatures(false); }, "nothing, likewise"},
+        {"Kit::describe", describeFailure},
+        {"Kit::writeOutputs, new", [] { return writeResults(false); }},
+        {"Kit::writeOutputs, given", [] { return writeResults(true); }},
+        {"Kit::runBatch", runRows},
+        {"Kit::readComponent", readFileOfComponent},
+        {"Kit::AllTargetsMetadata::load", loadAllTargets, kStatus},
+        {"Kit::MemoryView", viewMemory, "raises", true},  // sorting does with less memory
+        {"Kit::ScopedModel", scopeModel},
+        {"Kit::TracedModel", traceModel, "raises", true},  // what a sink can't write is not the caller's
     };
     size_t total = 0;
     bool good = true;

@@ -8,8 +8,8 @@
 /// names that stand for a device whatever their extension ("aux.json") and names that end in a dot or a space, which
 /// the system would take for another name. Links that lie in the root directory are followed.
 ///
-/// The functions keep no state: calls may overlap. None of them raises anything but `std::bad_alloc`, and that only
-/// where a failure is to be described. Statuses, with a description that names the component:
+/// The functions keep no state: calls may overlap. They raise nothing but `std::bad_alloc`. Statuses, with a
+/// description that names the component:
 ///   - `MODEL_METADATA_ERROR`: a kind that the function does not serve, a protected one among them; a path that is
 ///     refused; a component in memory whose buffer is empty
 ///   - `FILE_ERROR`: nothing is there, or it can't be read, or the path is not UTF-8

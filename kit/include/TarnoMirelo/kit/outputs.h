@@ -44,7 +44,9 @@ struct PreparedOutputs {
 ///   - `MODEL_METADATA_ERROR`: a result whose element type or shape is not what the target declares
 ///   - `INVALID_SHAPE`: a given tensor that can't take the result's shape
 ///   - `ALLOCATION_FAILED`: a given tensor that has no buffer and can't get one, or no memory for an output
-///   - what else a tensor answers to `resize` or `allocateShape`, or raises there
+///   - what else a tensor answers to `resize` or `allocateShape`
+/// What else a tensor raises there passes through, and `std::bad_alloc` where memory runs out for anything but an
+/// output.
 MireloStatus prepareOutputs(const InputPorts& inputPorts, const InputTensors& inputs, const OutputPorts& ports,
                             const std::vector<Result>& results, const MireloModel::Outputs& given, int64_t rows,
                             PreparedOutputs& prepared);

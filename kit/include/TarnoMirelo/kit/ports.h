@@ -12,8 +12,7 @@
 ///   - `INVALID_TENSOR_DATA_TYPE`: an element type that is not the target's
 ///   - `INVALID_SHAPE`: a shape that is not the target's, where -1 stands for any number from 0, or whose elements
 ///     can't be counted in 63 bits
-/// Nothing is changed. What else a host's own features and tensors raise passes through, and so does `std::bad_alloc`
-/// where a failure is to be described.
+/// Nothing is changed. What else a host's own features and tensors raise passes through, and so does `std::bad_alloc`.
 ///
 /// Objects of this header are plain values: they may be used from several threads at once as long as none changes them.
 

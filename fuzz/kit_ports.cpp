@@ -18,7 +18,8 @@ using Dimensions = std::vector<int64_t>;
 const std::string kNames[] = {"a", "b", "", "a name of more than fifteen characters"};
 constexpr int64_t kHuge = int64_t{1} << 61;
 
-uint8_t memory[64];  // that wrapped tensors share
+uint8_t memory[64];               // that wrapped tensors share
+const uint8_t elements[64] = {};  // of all results
 
 Dimensions anyShape(FuzzedDataProvider& input) {
     Dimensions shape(input.ConsumeIntegralInRange<size_t>(0, 3));
@@ -168,13 +169,13 @@ void checkOutputs(FuzzedDataProvider& input, const ModelTarget& target, const Mi
     for (size_t i = 0; i < ports.size(); ++i) {
         TensorShape shape(anyShape(input));
         if (shape.dimension() > 0 && input.ConsumeIntegralInRange(0, 9) == 0) shape[0] = kHuge;
-        results.push_back({anyType(input), shape, memory});
+        results.push_back({anyType(input), shape, elements});
     }
     const std::string before = stateOf(outputs);
     const MireloModel::Outputs given = outputs;
     const bool fitting = std::all_of(results.begin(), results.end(), [](const Kit::Result& result) {
         const std::optional<int64_t> bytes = Kit::byteCount(result.dataType, result.shape);
-        return !bytes || *bytes <= static_cast<int64_t>(sizeof memory) || *bytes >= kHuge;
+        return !bytes || *bytes <= static_cast<int64_t>(sizeof elements) || *bytes >= kHuge;
     });
     if (!fitting) return;  // there are not so many bytes to copy
     const MireloStatus status = Kit::writeOutputs(inputPorts, tensors, ports, results, 1, outputs);

@@ -11,6 +11,9 @@ from network import FROM_ONNX, Network
 FOLDER = pathlib.Path("/usr/share/libonnx-testdata/data")
 # The outputs are drawn by chance.
 RANDOM = {"Bernoulli", "Multinomial", "RandomNormal", "RandomNormalLike", "RandomUniform", "RandomUniformLike"}
+DISPUTED = {
+    "test_resize_downsample_scales_linear_align_corners": "computed with an output of 2.4 elements, which has 2",
+}
 
 
 def read_all():
@@ -21,12 +24,12 @@ def read_all():
         name = file.parent.name
         model = onnx.load(file)
         inputs, outputs = values(model.graph)
-        reason = unfit(model.graph, inputs, outputs)
+        reason = DISPUTED.get(name) or unfit(model.graph, inputs, outputs)
         if reason:
             left_out[name] = reason
             continue
         data = file.parent / "test_data_set_0"
-        networks.append(Network(file.parent.parent.name, name, model, read(data, "input", inputs), read(data, "output", outputs)))
+        networks.append(Network("onnx", name, model, read(data, "input", inputs), read(data, "output", outputs)))
     return networks, left_out
 
 

@@ -1,6 +1,7 @@
 """Other forms of a network, which have the same outputs."""
 
 import copy
+import dataclasses
 
 from onnx import defs, helper, numpy_helper
 
@@ -10,26 +11,64 @@ MOST_INPUTS = 8  # of a network that gets a variant for each
 
 
 def all_of(network):
-    constant = [with_constants(network, kept) for kept in network.inputs] if 1 < len(network.inputs) <= MOST_INPUTS else []
-    spelt = [variant for form in [network, *constant[:1]] for variant in with_attributes(form)]
-    return constant + spelt
+    several = 1 < len(network.inputs) <= MOST_INPUTS
+    constant = [with_constants(network, kept) for kept in network.inputs] if several else []
+    first = [network, *constant[:1]]
+    spelt = [variant for form in first for variant in with_attributes(form)]
+    nodes = [with_constant_nodes(form) for form in constant]
+    return constant + nodes + [other(form) for form in first for other in (with_symbol, with_open_outputs)] + spelt
 
 
 def with_constants(network, kept):
     """The network with one input left, and the others as constants, which is how exporters store weights."""
+    left = dataclasses.replace(network, family=network.family + "-constants", name=f"{network.name}-only-{kept}")
+    for name in network.inputs:
+        if name != kept:
+            left = without(left, name)
+    return left
+
+
+def without(network, name):
+    """The network with a constant in place of that input."""
     model = copy.deepcopy(network.model)
     model.ir_version = max(model.ir_version, 4)  # since when a constant is no input
-    for name, array in network.inputs.items():
-        if name != kept:
-            model.graph.input.remove(next(value for value in model.graph.input if value.name == name))
-            model.graph.initializer.append(numpy_helper.from_array(array, name))
-    changed = {kept: network.changed_inputs[kept]}
-    if all((network.changed_inputs[name] == network.inputs[name]).all() for name in network.inputs if name != kept):
-        outputs = network.changed_outputs
-    else:
-        outputs = None
-    return Network(network.family + ", constants", f"{network.name}-only-{kept}", model, {kept: network.inputs[kept]},
-                   network.outputs, changed, outputs)
+    model.graph.input.remove(next(value for value in model.graph.input if value.name == name))
+    model.graph.initializer.append(numpy_helper.from_array(network.inputs[name], name))
+    given = {name: network.inputs[name]}
+    compute = network.compute and (lambda others: network.compute(others | given))
+    inputs, changed = ({key: array for key, array in row.items() if key != name}
+                       for row in (network.inputs, network.changed_inputs))
+    return dataclasses.replace(network, model=model, inputs=inputs, changed_inputs=changed, changed_outputs=None,
+                               compute=compute)
+
+
+def with_constant_nodes(network):
+    """The network with a node in place of each constant."""
+    model = copy.deepcopy(network.model)
+    nodes = [helper.make_node("Constant", [], [constant.name], value=constant) for constant in model.graph.initializer]
+    nodes += model.graph.node
+    del model.graph.node[:], model.graph.initializer[:]
+    model.graph.node.extend(nodes)
+    return dataclasses.replace(network, family=network.family + "-nodes", name=network.name + "-nodes", model=model)
+
+
+def with_symbol(network):
+    """The network with a name for the first dimension of its inputs, as exporters write batches of any size."""
+    model = copy.deepcopy(network.model)
+    for value in model.graph.input:
+        if len(value.type.tensor_type.shape.dim) > 1:
+            value.type.tensor_type.shape.dim[0].dim_param = "batch"
+    del model.graph.value_info[:]
+    return dataclasses.replace(network, family=base(network) + "-symbol", name=network.name + "-symbol", model=model)
+
+
+def with_open_outputs(network):
+    """The network with a manifest that lets the engine tell the shapes of the outputs."""
+    return dataclasses.replace(network, family=base(network) + "-open", name=network.name + "-open", open_outputs=True)
+
+
+def base(network):
+    return network.family.removesuffix("-constants")
 
 
 def with_attributes(network):
@@ -45,11 +84,11 @@ def with_attributes(network):
         for attribute in list(less.attribute):
             if default.get(attribute.name) == helper.get_attribute_value(attribute):
                 less.attribute.remove(attribute)
-        more.attribute.extend(helper.make_attribute(name, value) for name, value in default.items() if name not in given)
+        more.attribute.extend(helper.make_attribute(*item) for item in default.items() if item[0] not in given)
     for spelling, model in [("left-out", left_out), ("written-out", written)]:
         if model != network.model:
-            yield Network(network.family.split(",")[0] + ", attributes", f"{network.name}-{spelling}", model, network.inputs,
-                          network.outputs, network.changed_inputs, network.changed_outputs)
+            yield dataclasses.replace(network, family=base(network) + "-attributes", model=model,
+                                      name=f"{network.name}-{spelling}")
 
 
 def defaults(node, versions, shapes):

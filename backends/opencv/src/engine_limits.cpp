@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <string_view>
 
 namespace TarnoMirelo::OpenCv {
@@ -141,7 +142,7 @@ bool isConcatOfInputAndConstants(const OnnxNode& node) {
     const auto shape = node.inputShape(0);
     const int64_t axis = node.number("axis", 0);
     return !shape || axis > static_cast<int64_t>(shape->size()) ||
-           !isSingle(Shape(shape->begin(), shape->begin() + axis));
+           isSingle(Shape(shape->begin(), shape->begin() + axis));
 }
 
 // Whether a dimension that is summed up or the like has a size that the engine has to guess.
@@ -205,7 +206,8 @@ bool isPaddedUnevenlyAtStart(const OnnxNode& node) {
         const int64_t size = (*shape)[i + 2];
         const int64_t stride = i < strides.size() ? strides[i] : 1;
         const int64_t dilation = i < dilations.size() ? dilations[i] : 1;
-        if (size < 1 || stride < 1) return true;
+        constexpr int64_t kMost = std::numeric_limits<int32_t>::max();  // what the engine can count
+        if (size < 1 || stride < 1 || std::max({size, stride, dilation, kernel[i]}) > kMost) return true;
         const int64_t span = (kernel[i] - 1) * dilation + 1;
         const int64_t padding = ((size + stride - 1) / stride - 1) * stride + span - size;
         if (padding > 0 && padding % 2 != 0) return true;

@@ -1,0 +1,200 @@
+#include "engine_limits.h"
+#include "onnx_file.h"
+
+#include <TarnoMirelo/status.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <onnx/defs/parser.h>
+#include <onnx/onnx_pb.h>
+#include <set>
+#include <sstream>
+
+namespace TarnoMirelo::OpenCv {
+namespace {
+
+// A network of one graph in ONNX's text form; inputs with values are initializers.
+std::string fileOf(const std::string& graph, int operatorSet) {
+    onnx::ModelProto model;
+    const auto status = onnx::OnnxParser::Parse(*model.mutable_graph(), ("g " + graph).c_str());
+    EXPECT_TRUE(status.IsOK()) << status.ErrorMessage() << " in " << graph;
+    model.set_ir_version(7);
+    model.add_opset_import()->set_version(operatorSet);
+    return model.SerializeAsString();
+}
+
+// What the target says of the graph's inputs: a dimension named "open" is open there, too, others are one row.
+ModelTarget targetOf(const std::string& file) {
+    onnx::ModelProto model;
+    model.ParseFromString(file);
+    ModelTarget target;
+    for (const auto& input : model.graph().input()) {
+        std::vector<int64_t> shape;
+        for (const auto& dimension : input.type().tensor_type().shape().dim()) {
+            shape.push_back(dimension.has_dim_value()         ? dimension.dim_value()
+                            : dimension.dim_param() == "open" ? -1
+                                                              : 1);
+        }
+        target.inputs.emplace_back(MireloFeatureType::Tensor, true, input.name(), "",
+                                   TensorDescriptor(TensorShape(shape), DataType::Float));
+    }
+    return target;
+}
+
+// Why the network is refused, without the node's name; empty where it is not.
+std::string refusalOf(const std::string& graph, int operatorSet) {
+    const std::string file = fileOf(graph, operatorSet);
+    try {
+        readOnnxFile(file.data(), file.size(), targetOf(file));
+        return {};
+    } catch (const ModelMetaDataException& exception) {
+        const std::string text = exception.what();
+        EXPECT_EQ(text.rfind("Node \"y\" (", 0), 0U) << text;
+        return text.substr(text.find("): ") + 3);
+    }
+}
+
+// Graphs that the engine computes wrong, by the beginning of the reason, and beside each one that it computes right.
+TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
+    struct Case {
+        const char* reason;
+        const char* wrong;
+        const char* right;
+        int operatorSet = 13;
+    };
+    const Case cases[] = {
+        {"all its inputs are constant",
+         "(float[2] x, float[2] c = {1,2}) => (float[2] y, float[2] z) { y = Relu(c) z = Abs(x) }",
+         "(float[2] x, float[2] c = {1,2}) => (float[2] y) { d = Mul(c, c) y = Add(x, d) }"},
+        {"the axis is counted", "(float x, int64 i = {0}) => (float y) { s = Foo(x) y = Gather<axis = -1>(s, i) }",
+         "(float[2,3] x, int64 i = {0}) => (float[2] y) { y = Gather<axis = -1>(x, i) }"},
+        {"the engine computes integers", "(int32[2] a, int32[2] b) => (int32[2] y) { y = Div(a, b) }",
+         "(float[2] a, float[2] b) => (float[2] y) { y = Div(a, b) }"},
+        {"the engine lays the smaller", "(float[3,3,3] x, float[3] c = {1,2,3}) => (float[3,3,3] y) { y = Mul(x, c) }",
+         "(float[N,3,2,2] x, float[3,1,1] c = {1,2,3}) => (float[N,3,2,2] y) { y = Mul(x, c) }"},
+        {"the engine lays the smaller", "(float[3,3] a, float[3,1] b) => (float[3,3] y) { y = Add(a, b) }",
+         "(float[3,3] x, float[3] c = {1,2,3}) => (float[3,3] y) { y = Add(x, c) }"},
+        {"the engine lays the smaller", "(float[3] c = {1,2,3}, float[2,3] x) => (float[2,3] y) { y = Div(c, x) }",
+         "(float c = {1}, float[2,3] x) => (float[2,3] y) { y = Div(c, x) }"},
+        {"the engine lays the smaller",
+         "(float[2,3] x) => (float[2,3] y) { m = ReduceMax<axes = [1]>(x) r = Neg(m) y = Sub(x, r) }",
+         "(float[2,3] x) => (float[2,3] y) { m = ReduceMax<axes = [1]>(x) s = Sub(x, m) e = Exp(s) t = ReduceSum<axes = [1]>(e) "
+         "y = Div(e, t) }",
+         11},
+        {"the engine lays an operand",
+         "(float[2,3] a, float[2,3] b, float[3] c) => (float[2,3] y) { y = Sum(a, b, c) }",
+         "(float[2,3] a, float[2,3] b, float[2,3] c) => (float[2,3] y) { y = Sum(a, b, c) }"},
+        {"the engine reads beside", "(float[2,3] a, float b) => (float[2,3] y) { y = Max(a, b) }",
+         "(float[2,3] a, float[2,3] b) => (float[2,3] y) { y = Max(a, b) }"},
+        {"the engine swaps", "(float[2] x, float[2] c = {1,2}) => (bool[2] y) { y = Less(c, x) }",
+         "(float[2] x, float c = {1}) => (bool[2] y) { y = Less(x, c) }"},
+        {"the engine leaves the elements", "(float[2] x) => (int32[2] y) { y = Cast<to = 6>(x) }",
+         "(int32[2] x) => (float[2] y) { y = Cast<to = 1>(x) }"},
+        {"the engine takes the bits", "(bfloat16[2] x) => (float[2] y) { y = Cast<to = 1>(x) }",
+         "(double[2] x) => (float[2] y) { y = Cast<to = 1>(x) }"},
+        {"the engine ignores transA",
+         "(float[N,2] x, float[2,2] w = {1,2,3,4}) => (float[N,2] y) { y = Gemm<alpha = 2.0>(x, w) }",
+         "(float[N,2] x, float[2,2] w = {1,2,3,4}, float[2] c = {1,2}) => (float[N,2] y) { y = Gemm(x, w, c) }"},
+        {"the engine takes one dimension", "(float[2,3,4] x) => (float[2,3,4] y) { y = Softmax<axis = 1>(x) }",
+         "(float[2,3,4] x) => (float[2,3,4] y) { y = Softmax<axis = -1>(x) }", 11},
+        {"the engine leaves memory",
+         "(float[1,2] x, float[1,2] c = {1,2}) => (float[1,4] y) { y = Concat<axis = 1>(x, c) }",
+         "(float[2,2] x, float[2,1] c = {1,2}) => (float[2,3] y) { y = Concat<axis = 1>(x, c) }"},
+        {"the engine takes the size for 1", "(float[open,2] x) => (float[1,2] y) { y = ReduceMean<axes = [0]>(x) }",
+         "(float[N,2] x) => (float[N] y) { y = ReduceMean<axes = [1], keepdims = 0>(x) }"},
+        {"the engine makes all parts",
+         "(float[4,2] x, int64[2] s = {1,3}) => (float[1,2] y, float[3,2] z) { y, z = Split(x, s) }",
+         "(float[4,2] x, int64[2] s = {2,2}) => (float[2,2] y, float[2,2] z) { y, z = Split(x, s) }"},
+        {"the engine takes the size for 1", "(float[2,open] x) => (int64[2] y) { y = Shape(x) }",
+         "(float[N,2] x) => (int64[2] y) { y = Shape(x) }"},
+        {"the engine never counts",
+         "(float[1,1,4,4] x) => (float[1,1,4,4] y) { y = AveragePool<kernel_shape = [3,3], "
+         "pads = [1,1,1,1], count_include_pad = 1>(x) }",
+         "(float[1,1,4,4] x) => (float[1,1,4,4] y) { y = AveragePool<kernel_shape = [3,3], pads = [1,1,1,1]>(x) }"},
+        {"the engine puts the odd",
+         "(float[1,1,4,4] x) => (float[1,1,4,4] y) { y = MaxPool<kernel_shape = [2,2], "
+         "auto_pad = \"SAME_LOWER\">(x) }",
+         "(float[1,1,4,4] x) => (float[1,1,4,4] y) { y = MaxPool<kernel_shape = [3,3], auto_pad = \"SAME_LOWER\">(x) }"},
+        {"the engine pads as",
+         "(float[1,1,9,9] x, float[1,1,3,3] w = {1,1,1,1,1,1,1,1,1}) => (float[1,1,9,9] y) { y = "
+         "Conv<dilations = [2,2], auto_pad = \"SAME_UPPER\">(x, w) }",
+         "(float[1,1,9,9] x, float[1,1,3,3] w = {1,1,1,1,1,1,1,1,1}) => (float[1,1,9,9] y) { y = "
+         "Conv<auto_pad = \"SAME_UPPER\">(x, w) }"},
+        {"the engine takes the first", "(float[1,2,2] x, float[2] s = {1,2}) => (float[1,2,2] y) { y = PRelu(x, s) }",
+         "(float[1,2,2] x, float[2,1] s = {1,2}) => (float[1,2,2] y) { y = PRelu(x, s) }"},
+        {"the engine computes the first row",
+         "(float[2,1,2,2] x, float[1] s = {1}, float[1] b = {1}) => (float[2,1,2,2] y) { y "
+         "= InstanceNormalization(x, s, b) }",
+         "(float[N,1,2,2] x, float[1] s = {1}, float[1] b = {1}) => (float[N,1,2,2] y) { y = InstanceNormalization(x, s, b) }"},
+        {"the engine writes beside", "(float[2] x, int64 a = {0}) => (float[2] y) { y = CumSum(x, a) }", nullptr},
+        {"the engine ignores linear_before_reset",
+         "(float[1,1,1] x, float[1,3,1] w = {1,1,1}, float[1,3,1] r = {1,1,1}) => "
+         "(float[1,1,1,1] y) { y = GRU<hidden_size = 1>(x, w, r) }",
+         "(float[1,1,1] x, float[1,3,1] w = {1,1,1}, float[1,3,1] r = {1,1,1}) => (float[1,1,1,1] y) { y = "
+         "GRU<hidden_size = 1, linear_before_reset = 1>(x, w, r) }"},
+        {"the engine ignores peepholes",
+         "(float[1,1,1] x, float[1,4,1] w = {1,1,1,1}, float[1,4,1] r = {1,1,1,1}) => "
+         "(float[1,1,1,1] y) { y = LSTM<hidden_size = 1, clip = 0.5>(x, w, r) }",
+         "(float[1,1,1] x, float[1,4,1] w = {1,1,1,1}, float[1,4,1] r = {1,1,1,1}) => (float[1,1,1,1] y) { y = "
+         "LSTM<hidden_size = 1>(x, w, r) }"},
+        {"the engine picks",
+         "(float[1,1,2,2] x, float[0] r = {}, float[4] s = {1,1,2,2}) => (float[1,1,4,4] y) { y = "
+         "Resize<mode = \"nearest\", nearest_mode = \"ceil\">(x, r, s) }",
+         "(float[1,1,2,2] x, float[0] r = {}, float[4] s = {1,1,2,2}) => (float[1,1,4,4] y) { y = Resize<mode = \"nearest\">"
+         "(x, r, s) }"},
+        {"the engine weighs",
+         "(float[1,1,4,4] x, float[0] r = {}, float[4] s = {1,1,0.5,0.5}) => (float[1,1,2,2] y) { y = "
+         "Resize<mode = \"linear\">(x, r, s) }",
+         "(float[1,1,2,2] x, float[0] r = {}, float[4] s = {1,1,2,2}) => (float[1,1,4,4] y) { y = Resize<mode = \"linear\">"
+         "(x, r, s) }"},
+        {"the engine takes uint8", "(uint8[2] x, float s = {1}) => (float[2] y) { y = DequantizeLinear(x, s) }",
+         "(int8[2] x, float s = {1}) => (float[2] y) { y = DequantizeLinear(x, s) }"},
+    };
+    std::set<std::string> met;
+    for (const Case& test : cases) {
+        const std::string refusal = refusalOf(test.wrong, test.operatorSet);
+        met.insert(refusal);
+        EXPECT_EQ(refusal.rfind(test.reason, 0), 0U) << test.wrong << " gives: " << refusal;
+        if (test.right == nullptr) continue;
+        EXPECT_EQ(refusalOf(test.right, test.operatorSet), "") << test.right;
+    }
+    for (const EngineLimit& limit : engineLimits()) EXPECT_EQ(met.count(limit.reason), 1U) << limit.condition;
+}
+
+TEST(OpenCvLimits, AreThoseOfThePage) {
+    std::ifstream page(OPENCV_PAGE);
+    std::stringstream text;
+    text << page.rdbuf();
+    for (const EngineLimit& limit : engineLimits()) {
+        const std::string row =
+            std::string("| ") + limit.operators + " | " + limit.condition + " | " + limit.reason + " |\n";
+        EXPECT_NE(text.str().find(row), std::string::npos) << "docs/opencv.md lacks\n" << row;
+    }
+}
+
+// What the engine reads wrong and is written otherwise for it.
+TEST(OpenCvLimits, LeaveAloneWhatIsRepaired) {
+    const auto repaired = [](const char* graph) {
+        const std::string file = fileOf(graph, 13);
+        onnx::ModelProto model;
+        model.ParseFromString(readOnnxFile(file.data(), file.size(), targetOf(file)).repaired);
+        std::set<std::string> attributes;
+        for (const auto& attribute : model.graph().node(0).attribute()) {
+            std::string text = attribute.name() + " " + std::to_string(attribute.i());
+            for (const int64_t number : attribute.ints()) text += "," + std::to_string(number);
+            attributes.insert(text);
+        }
+        return attributes;
+    };
+    EXPECT_EQ(
+        repaired("(float[N,2] x, float[2,2] w = {1,2,3,4}) => (float[N,2] y) { y = Gemm(x, w) }").count("transB 0"),
+        1U);
+    EXPECT_EQ(repaired("(float[3] x) => (float[3] y) { y = Softmax(x) }"), std::set<std::string>{"axis 0"});
+    EXPECT_EQ(repaired("(float[1,1,3,3] x, float[1,1,2,1] w = {1,1}) => (float[1,1,2,3] y) { y = Conv(x, w) }")
+                  .count("kernel_shape 0,2,1"),
+              1U);
+}
+
+}  // namespace
+}  // namespace TarnoMirelo::OpenCv

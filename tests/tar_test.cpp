@@ -302,6 +302,13 @@ TEST(Tar, NeedsADestinationThatIsThere) {
         EXPECT_EQ(destination.getPathString(), before);
     }
     EXPECT_EQ(treeOf(directory.native()), "file=;");
+    std::filesystem::create_directory(directory.native() / "current");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(directory.native() / "current");
+    Filepath empty;
+    EXPECT_EQ(text(FileUtils().extractTarballOfSize(archive.data(), archive.size(), empty)), kSuccess);
+    std::filesystem::current_path(before);
+    EXPECT_EQ(treeOf(directory.native()), "current=;current/f=z;file=;");
     Filepath missing = directory.path("missing");  // where nothing is written, nothing is needed
     EXPECT_EQ(text(FileUtils().extractTarballOfSize(TarBuilder().whole().data(), 512, missing)), kSuccess);
 }

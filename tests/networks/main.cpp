@@ -1,6 +1,6 @@
-// Runs one packaged network in every way that the library has, and prints what came of it, for trial.py to judge.
+// Runs packaged networks in every way that the library has, and prints what came of them, for trial.py to judge.
 //
-// The folder holds the manifest, and the inputs of two rows as inputs-0.bin and inputs-1.bin: the elements of each
+// A folder holds the manifest, and the inputs of two rows as inputs-0.bin and inputs-1.bin: the elements of each
 // input in the manifest's order. One line per status, with the operation, the code and the description; one per output,
 // with the operation, the row, the name, the element type, the shape and the elements in hexadecimal. Tabs separate.
 
@@ -129,12 +129,15 @@ void run(const Filepath& folder) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::cerr << "Usage: " << argv[0] << " FOLDER\n";
+    if (argc < 2) {
+        std::cerr << "Usage: " << argv[0] << " FOLDER...\n";
         return 2;
     }
     try {
-        run(Filepath(argv[1]));
+        for (int i = 1; i < argc; ++i) {
+            std::cout << "network\t" << argv[i] << std::endl;
+            run(Filepath(argv[i]));
+        }
         return 0;
     } catch (const std::exception& exception) {
         std::cerr << "raised " << exception.what() << std::endl;

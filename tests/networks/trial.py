@@ -29,7 +29,7 @@ from network import FROM_LIBRARY, FROM_ONNX
 
 HERE = pathlib.Path(__file__).resolve().parent
 WORK = HERE.parent.parent / "build" / "networks"
-SECONDS = 60  # that a network may take
+SECONDS = 60  # that the program may take
 SUCCESS = "1"
 VERDICTS = ["right", "refused", "silent", "WRONG", "crashed"]
 FAILURES = ["silent", "WRONG", "crashed"]
@@ -104,24 +104,33 @@ def names_something(network, description):
     return quoted or any(re.search(rf"\b{re.escape(word)}\b", description) for word in words)
 
 
-def run(program, network):
+def answers(folders):
+    """What the program says of each network, or, as a text, how it ended: then each runs in a process of its own."""
+    try:
+        process = subprocess.run([arguments.program, *folders], env=ENVIRONMENT, capture_output=True, timeout=SECONDS,
+                                 check=False)
+        if process.returncode == 0:
+            return [Answer(text) for text in process.stdout.decode(errors="replace").split("network\t")[1:]]
+        last = process.stderr.decode(errors="replace").strip().splitlines()[-1:]
+        end = f"exit {process.returncode} {' '.join(last)}"
+    except subprocess.TimeoutExpired:
+        end = f"no end after {SECONDS} s"
+    return [end] if len(folders) == 1 else [answer for folder in folders for answer in answers([folder])]
+
+
+def run(forms):
+    """The row of each network in the table of verdicts."""
+    rows = []
     with tempfile.TemporaryDirectory(dir=WORK) as directory:
-        folder = pathlib.Path(directory)
-        network.write(folder)
-        try:
-            process = subprocess.run([program, folder], env=ENVIRONMENT, capture_output=True, timeout=SECONDS,
-                                     check=False)
-        except subprocess.TimeoutExpired:
-            verdict = "crashed", f"no end after {SECONDS} s"
-        else:
-            if process.returncode == 0:
-                verdict = judge(network, Answer(process.stdout.decode(errors="replace")))
-            else:
-                last = process.stderr.decode(errors="replace").strip().splitlines()[-1:]
-                verdict = "crashed", f"exit {process.returncode} {' '.join(last)}"
-        if verdict[0] in FAILURES:
-            shutil.copytree(folder, WORK / "failed" / network.family / network.name)
-    return (network.family, network.name, network.operator, *verdict)
+        folders = [pathlib.Path(directory) / str(i) for i in range(len(forms))]
+        for network, folder in zip(forms, folders):
+            network.write(folder)
+        for network, folder, answer in zip(forms, folders, answers(folders)):
+            verdict = ("crashed", answer) if isinstance(answer, str) else judge(network, answer)
+            rows.append((network.family, network.name, network.operator, *verdict))
+            if verdict[0] in FAILURES:
+                shutil.copytree(folder, WORK / "failed" / network.family / network.name)
+    return rows
 
 
 def check_reference(network):
@@ -137,7 +146,7 @@ def run_with_variants(index):
     network = networks[index]
     rows = check_reference(network) if network.compute is None else []
     forms = [network] if arguments.plain else [network, *variants.all_of(network)]
-    return rows + [run(arguments.program, form) for form in forms]
+    return rows + run(forms)
 
 
 def table(title, rows, column):

@@ -42,7 +42,9 @@ WANTED = [
     ("allocateInputs, (1 KB|.*beside)", None, None),
     ("allocateInputs", 1.5, None),
     ("VariableTensor", None, None),
-    (r"extractTarball(OfSize)?, 2,000 files", 1.15, 1.0),
+    # Through the stream that an override may have put in the file's place: a stream by itself is at 1.12.
+    ("extractTarball, 2,000 files", 1.25, 1.15),
+    ("extractTarballOfSize, 2,000 files", 1.15, 1.0),
     ("extractTarball", 1.15, None),
     (r"readBinaryFileTo\w+, 1 KB", None, None),
     ("readBinaryFileTo", 1.1, None),

@@ -96,11 +96,13 @@ def judge(network, answer):
 
 
 def names_something(network, description):
-    """Whether a refusal says which node, type, input or output it is about."""
+    """Whether a refusal says which node, type, input, output or constant it is about."""
     nodes = network.model.graph.node
     words = {node.op_type for node in nodes} | {node.name for node in nodes if node.name}
     words |= {onnx.TensorProto.DataType.Name(number) for number in FROM_ONNX}
-    quoted = any(f'"{name}"' in description for name in [*network.inputs, *network.outputs])
+    graph = network.model.graph
+    names = [*network.outputs, *(value.name for value in [*graph.input, *graph.initializer])]
+    quoted = any(f'"{name}"' in description for name in names)
     return quoted or any(re.search(rf"\b{re.escape(word)}\b", description) for word in words)
 
 

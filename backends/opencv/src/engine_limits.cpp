@@ -84,6 +84,16 @@ bool isPartOfSoftmax(const OnnxNode& node) {
     return exponents && exponents->type() == "Exp" && exponents->takes(node, 0);
 }
 
+// Whether the engine repeats an operand as often as a size says that is open before the run.
+bool isLaidAlongOpenSizes(const Shape& large, const Shape& small) {
+    const size_t missing = large.size() - small.size();
+    for (size_t i = 0; i < large.size(); ++i) {
+        const int64_t size = i < missing ? 1 : small[i - missing];
+        if (size < 0 || (large[i] < 0 && (i > 0 || size != 1))) return true;
+    }
+    return false;
+}
+
 // Whether the engine broadcasts the one operand over the other as ONNX does.
 bool isBroadcastWrong(const OnnxNode& node) {
     if (node.inputCount() != 2 || !node.hasVariableInput() || isPartOfSoftmax(node)) return false;
@@ -97,9 +107,10 @@ bool isBroadcastWrong(const OnnxNode& node) {
     const Shape& large = isFirstSmall ? *second : *first;
     if (isSmaller(large, small)) return true;
     if (node.type() == "Div" && isFirstSmall) return !hasConstant || !isSingle(small);
-    if (isSingle(small)) return false;
+    if (isSingle(small)) return !hasConstant && isFirstSmall && node.type() != "Mul";
     if (isAmong(node.type(), "Equal Less Greater")) return true;
-    if (isAmong(node.type(), "Mul Div") && !hasConstant) return false;
+    if (isAmong(node.type(), "Mul Div") && !hasConstant) return isLaidAlongOpenSizes(large, small);
+    if (!hasConstant && isFirstSmall) return true;  // the result gets the shape of the first
     const bool isFromEnd = node.isInitializer(isFirstSmall ? 0 : 1) && isAmong(node.type(), "Add Sub Sum");
     return !liesAlong(large, small, isFromEnd ? large.size() - small.size() : 1);
 }
@@ -142,7 +153,7 @@ bool isConcatOfInputAndConstants(const OnnxNode& node) {
     const auto shape = node.inputShape(0);
     const int64_t axis = node.number("axis", 0);
     return !shape || axis > static_cast<int64_t>(shape->size()) ||
-           isSingle(Shape(shape->begin(), shape->begin() + axis));
+           std::all_of(shape->begin(), shape->begin() + axis, [](int64_t size) { return size <= 1; });
 }
 
 // Whether a dimension that is summed up or the like has a size that the engine has to guess.
@@ -157,6 +168,16 @@ bool reducesOpenDimension(const OnnxNode& node) {
         const int64_t index = axis < 0 ? axis + rank : axis;
         return index < 0 || index >= rank || (*shape)[static_cast<size_t>(index)] < 0;
     });
+}
+
+// Squeeze and its like, where the axes are an input.
+bool hasNegativeAxes(const OnnxNode& node, int input) {
+    return std::ranges::any_of(node.constantNumbers(input), [](int64_t axis) { return axis < 0; });
+}
+
+bool dropsAxisOfIndex(const OnnxNode& node) {
+    const auto index = node.inputShape(1);
+    return !node.isConstant(0) && (!index || !index->empty());
 }
 
 bool asksForOpenShape(const OnnxNode& node) {
@@ -219,6 +240,12 @@ bool countsPadding(const OnnxNode& node) {
     return node.number("count_include_pad", 0) != 0 && (hasPads(node) || isAutoPadded(node));
 }
 
+bool isOtherConvTranspose(const OnnxNode& node) {
+    const auto shape = node.inputShape(0);
+    return node.attribute("output_shape") != nullptr || isAutoPadded(node) || !isSingle(node.numbers("dilations")) ||
+           !shape || shape->size() != 4;
+}
+
 // Activations and norms
 
 // One slope for each channel, or one for all. Before version 7 of the operators, a list was one for each channel.
@@ -239,12 +266,13 @@ bool hasOtherSlopes(const OnnxNode& node) {
 
 bool isOtherGru(const OnnxNode& node) {
     return node.number("linear_before_reset", 0) != 1 || node.text("direction", "forward") != "forward" ||
-           node.attribute("clip") != nullptr;
+           node.attribute("clip") != nullptr || node.number("layout", 0) != 0;
 }
 
 bool isOtherLstm(const OnnxNode& node) {
     return node.hasInput(7) || node.number("input_forget", 0) != 0 || node.attribute("clip") != nullptr ||
-           node.number("layout", 0) != 0;
+           node.number("layout", 0) != 0 ||
+           (node.text("direction", "forward") == "reverse" && (node.hasOutput(1) || node.hasOutput(2)));
 }
 
 // Resizing
@@ -307,6 +335,11 @@ bool isLinearOfOtherKind(const OnnxNode& node) {
            !std::ranges::all_of(*growth, [](double by) { return by >= 1; });
 }
 
+bool growsInRowsOrChannels(const OnnxNode& node) {
+    const auto growth = growthOf(node);
+    return growth && (growth->size() < 2 || (*growth)[0] != 1 || (*growth)[1] != 1);
+}
+
 constexpr EngineLimit kLimits[] = {
     {"*", "every input is constant, for an operator that the engine does not compute while it reads the network",
      "all its inputs are constant, which brings the engine down", isConstantAndNotFolded},
@@ -329,16 +362,25 @@ constexpr EngineLimit kLimits[] = {
      }},
     {"Cast", "from bfloat16", "the engine takes the bits for those of another type",
      [](const OnnxNode& node) { return node.inputType(0) == TensorProto::BFLOAT16; }},
+    {"Conv ConvTranspose", "a constant in the place of the input", "the engine reads a list that is empty",
+     [](const OnnxNode& node) { return node.isConstant(0); }},
     {"Gemm",
      "transA, alpha other than 1, or with an addend: beta other than 1, or a shape of the addend other than (N) or (1, N)",
      "the engine ignores transA, alpha and beta, and the addend's shape", isGemmWithMore},
     {"Softmax LogSoftmax", "operators before version 13, and more than one dimension from the axis on",
      "the engine takes one dimension", isSoftmaxOfSeveralDimensions},
-    {"Concat", "of an input of the network with constants, and all dimensions before the axis are 1",
+    {"Concat", "of an input of the network with constants, and no dimension before the axis is known to be more than 1",
      "the engine leaves memory that it never set in the input's place", isConcatOfInputAndConstants},
     {"ReduceL1 ReduceL2 ReduceLogSum ReduceLogSumExp ReduceMax ReduceMean ReduceMin ReduceProd ReduceSum "
      "ReduceSumSquare",
      "a dimension that is reduced has no size before the run", "the engine takes the size for 1", reducesOpenDimension},
+    {"ReduceSum", "noop_with_empty_axes", "the engine ignores noop_with_empty_axes",
+     [](const OnnxNode& node) { return node.number("noop_with_empty_axes", 0) != 0; }},
+    {"Slice", "axes that are counted from the end, with steps", "the engine cuts the first dimension",
+     [](const OnnxNode& node) { return node.hasInput(4) && hasNegativeAxes(node, 3); }},
+    {"Squeeze Unsqueeze", "axes that are an input and counted from the end", "the engine writes beside its lists",
+     [](const OnnxNode& node) { return hasNegativeAxes(node, 1); }},
+    {"Gather", "of a variable, with an index that is a list", "the engine drops the dimension", dropsAxisOfIndex},
     {"Split", "into parts of different sizes that an input tells", "the engine makes all parts of one size",
      splitsByInput},
     {"Shape", "a dimension has no size before the run", "the engine takes the size for 1", asksForOpenShape},
@@ -347,21 +389,37 @@ constexpr EngineLimit kLimits[] = {
     {"AveragePool MaxPool LpPool Conv ConvTranspose",
      "auto_pad is SAME_LOWER, and the padding is odd or not known before the run",
      "the engine puts the odd element of the padding at the end", isPaddedUnevenlyAtStart},
-    {"Conv ConvTranspose", "auto_pad is SAME_UPPER or SAME_LOWER, and a dilation is not 1",
-     "the engine pads as without dilation",
+    {"Conv", "one dimension of space with other padding at its end than at its start",
+     "the engine takes the padding at the start for both",
+     [](const OnnxNode& node) {
+         const Shape pads = node.numbers("pads");
+         return pads.size() == 2 && pads[0] != pads[1];
+     }},
+    {"Transpose", "perm is left out, and the number of dimensions is not known",
+     "the engine leaves the elements in place", [](const OnnxNode& node) { return node.attribute("perm") == nullptr; }},
+    {"MaxPool", "a dilation is not 1", "the engine ignores the dilation",
+     [](const OnnxNode& node) { return !isSingle(node.numbers("dilations")); }},
+    {"ConvTranspose", "output_shape, auto_pad, a dilation, or other than two dimensions of space",
+     "the engine ignores output_shape, auto_pad and dilations, and takes any number of dimensions for two",
+     isOtherConvTranspose},
+    {"Conv", "auto_pad is SAME_UPPER or SAME_LOWER, and a dilation is not 1", "the engine pads as without dilation",
      [](const OnnxNode& node) { return isAutoPadded(node) && !isSingle(node.numbers("dilations")); }},
     {"PRelu", "a constant slope that is neither one number nor one for each channel",
      "the engine takes the first numbers for those of the channels", hasOtherSlopes},
+    {"BatchNormalization", "training_mode", "the engine ignores training_mode",
+     [](const OnnxNode& node) { return node.number("training_mode", 0) != 0; }},
     {"InstanceNormalization", "the first dimension is not known to be 1", "the engine computes the first row alone",
      [](const OnnxNode& node) {
          const auto shape = node.inputShape(0);
          return !shape || shape->empty() || shape->front() != 1;
      }},
     {"CumSum", "always", "the engine writes beside its memory", [](const OnnxNode& /*node*/) { return true; }},
-    {"GRU", "linear_before_reset other than 1, a direction other than forward, or clip",
-     "the engine ignores linear_before_reset, direction and clip", isOtherGru},
+    {"GRU", "linear_before_reset other than 1, a direction other than forward, clip, or layout 1",
+     "the engine ignores linear_before_reset, direction, clip and layout", isOtherGru},
     {"LSTM", "peepholes, input_forget, clip, or layout 1",
      "the engine ignores peepholes, input_forget, clip and layout", isOtherLstm},
+    {"Resize Upsample", "the first two dimensions change", "the engine resizes the others alone",
+     growsInRowsOrChannels},
     {"Resize Upsample",
      "mode is nearest, and neither asymmetric with floor, nor align_corners with round_prefer_ceil, nor half_pixel with "
      "round_prefer_floor or round_prefer_ceil where every dimension grows by a whole number",

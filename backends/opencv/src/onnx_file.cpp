@@ -143,12 +143,17 @@ void writeDefaults(onnx::NodeProto& node, const onnx::OpSchema& schema) {
 }
 
 // The engine takes a shape of one dimension for one of two, so it may not count from the end.
-void countAxisFromStart(onnx::NodeProto& node, const GraphFacts& facts) {
-    if (node.op_type() == "OneHot") return;  // its axis is one of the result
+void countAxesFromStart(onnx::NodeProto& node, const GraphFacts& facts) {
+    const auto shape = OnnxNode(node, facts).inputShape(0);
+    if (!shape || node.op_type() == "OneHot") return;  // whose axis is one of the result
+    const auto count = static_cast<int64_t>(shape->size());
     for (onnx::AttributeProto& attribute : *node.mutable_attribute()) {
-        if (attribute.name() != "axis" || attribute.i() >= 0) continue;
-        const auto shape = OnnxNode(node, facts).inputShape(0);
-        if (shape) attribute.set_i(attribute.i() + static_cast<int64_t>(shape->size()));
+        if (attribute.name() == "axis" && attribute.i() < 0) attribute.set_i(attribute.i() + count);
+        if (attribute.name() != "axes") continue;
+        const int64_t added = node.op_type() == "Unsqueeze" ? attribute.ints_size() : 0;  // axes of the result
+        for (int64_t& axis : *attribute.mutable_ints()) {
+            if (axis < 0) axis += count + added;
+        }
     }
 }
 
@@ -164,6 +169,17 @@ void writeKernelShape(onnx::NodeProto& node, const GraphFacts& facts) {
     for (size_t i = 2; i < weights->size(); ++i) kernel.add_ints((*weights)[i]);
 }
 
+// Reversed where it is left out, which depends on the number of dimensions.
+void writePermutation(onnx::NodeProto& node, const GraphFacts& facts) {
+    const OnnxNode looked(node, facts);
+    const auto shape = looked.inputShape(0);
+    if (node.op_type() != "Transpose" || looked.attribute("perm") != nullptr || !shape) return;
+    onnx::AttributeProto& permutation = *node.add_attribute();
+    permutation.set_name("perm");
+    permutation.set_type(onnx::AttributeProto::INTS);
+    for (size_t i = shape->size(); i-- > 0;) permutation.add_ints(static_cast<int64_t>(i));
+}
+
 void repair(onnx::ModelProto& model, int operatorSet) {
     const Inference inference(model);
     const GraphFacts facts(model.graph(), operatorSet);
@@ -171,8 +187,9 @@ void repair(onnx::ModelProto& model, int operatorSet) {
         const onnx::OpSchema* const schema = schemaOf(node, operatorSet);
         if (schema == nullptr) continue;
         writeDefaults(node, *schema);
-        countAxisFromStart(node, facts);
+        countAxesFromStart(node, facts);
         writeKernelShape(node, facts);
+        writePermutation(node, facts);
     }
     model.clear_producer_name();  // the engine reads the networks of some exporters in another way
 }

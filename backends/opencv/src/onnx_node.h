@@ -51,6 +51,7 @@ class OnnxNode {
     int inputCount() const { return node_.input_size(); }
     /// Whether the input is there: optional ones may be left out by an empty name.
     bool hasInput(int index) const { return index < node_.input_size() && !node_.input(index).empty(); }
+    bool hasOutput(int index) const { return index < node_.output_size() && !node_.output(index).empty(); }
     /// Whether any input depends on what the host gives.
     bool hasVariableInput() const;
     bool isConstant(int index) const { return hasInput(index) && facts_.isConstant(node_.input(index)); }

@@ -47,8 +47,10 @@ def with_constant_nodes(network):
     model = copy.deepcopy(network.model)
     nodes = [helper.make_node("Constant", [], [constant.name], value=constant) for constant in model.graph.initializer]
     nodes += model.graph.node
-    del model.graph.node[:], model.graph.initializer[:]
+    inputs = [value for value in model.graph.input if value.name in network.inputs]
+    del model.graph.node[:], model.graph.initializer[:], model.graph.input[:]
     model.graph.node.extend(nodes)
+    model.graph.input.extend(inputs)
     return dataclasses.replace(network, family=network.family + "-nodes", name=network.name + "-nodes", model=model)
 
 

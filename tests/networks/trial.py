@@ -230,4 +230,6 @@ if __name__ == "__main__":
     networks, left_out = onnx_project.read_all()
     networks += families.read_all()
     networks = [network for network in networks if re.search(arguments.only, network.name)]
+    if not networks:
+        sys.exit(f"networks: none has {arguments.only} in its name")
     main()

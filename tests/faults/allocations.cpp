@@ -81,5 +81,13 @@ void __wrap_free(void* memory) { Allocations::release(memory); }
 // NOLINTEND(bugprone-reserved-identifier)
 
 void* operator new(size_t size) { return Allocations::allocate(size); }
+void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {  // by which std::stable_sort asks for more
+    try {
+        return Allocations::allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 void operator delete(void* memory) noexcept { Allocations::release(memory); }
 void operator delete(void* memory, size_t /*size*/) noexcept { Allocations::release(memory); }
+void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept { Allocations::release(memory); }

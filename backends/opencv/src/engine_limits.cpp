@@ -240,6 +240,13 @@ bool countsPadding(const OnnxNode& node) {
     return node.number("count_include_pad", 0) != 0 && (hasPads(node) || isAutoPadded(node));
 }
 
+bool isPaddedAtOneEnd(const OnnxNode& node) {
+    const Shape pads = node.numbers("pads");
+    const size_t half = pads.size() / 2;
+    return half != 2 && !std::equal(pads.begin(), pads.begin() + static_cast<ptrdiff_t>(half),
+                                    pads.begin() + static_cast<ptrdiff_t>(half));
+}
+
 bool isOtherConvTranspose(const OnnxNode& node) {
     const auto shape = node.inputShape(0);
     return node.attribute("output_shape") != nullptr || isAutoPadded(node) || !isSingle(node.numbers("dilations")) ||
@@ -389,12 +396,8 @@ constexpr EngineLimit kLimits[] = {
     {"AveragePool MaxPool LpPool Conv ConvTranspose",
      "auto_pad is SAME_LOWER, and the padding is odd or not known before the run",
      "the engine puts the odd element of the padding at the end", isPaddedUnevenlyAtStart},
-    {"Conv", "one dimension of space with other padding at its end than at its start",
-     "the engine takes the padding at the start for both",
-     [](const OnnxNode& node) {
-         const Shape pads = node.numbers("pads");
-         return pads.size() == 2 && pads[0] != pads[1];
-     }},
+    {"Conv", "other than two dimensions of space, with other padding at an end than at the start",
+     "the engine takes the padding at the start for both", isPaddedAtOneEnd},
     {"Transpose", "perm is left out, and the number of dimensions is not known",
      "the engine leaves the elements in place", [](const OnnxNode& node) { return node.attribute("perm") == nullptr; }},
     {"MaxPool", "a dilation is not 1", "the engine ignores the dilation",

@@ -6,6 +6,8 @@
 #include "support/scripted_model.h"
 #include "support/temp_dir.h"
 
+#include <TarnoMirelo/kit/targets.h>
+
 #include <string>
 #include <vector>
 
@@ -90,6 +92,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             needed = budget.allocated();
         }
         require(status.ok() || status.getCode() == MODEL_METADATA_ERROR, "a manifest loads or is refused");
+        Kit::AllTargetsMetadata all;
+        require(all.load(path).getCode() == status.getCode(), "with all targets a manifest loads as with one");
+        require(
+            all.getTargets().contains(MireloModelType::WinML) == metadata.getTargets().contains(MireloModelType::WinML),
+            "the core's own target is there as without them");
         checkLoaded(metadata);
         require(metadata.load(path).getCode() == status.getCode(), "loading again ends as before");
     }

@@ -141,7 +141,7 @@ TEST(KitBatch, IsCheckedBeforeARowIsRun) {
         {{floats("a", {1, 2})}, {}, "7: Row 0: Input \"b\": missing"},
         {{floats("a", {1, 2}), floats("a", {1, 2}), floats("b", {1, 2})},
          {},
-         "8: Input \"b\": 1 features, wanted are 2 as of input \"a\""},
+         R"(8: Input "b": 1 features, wanted are 2 as of input "a")"},
         {{floats("a", {1, 2}), floats("b", {1, 2}), floats("a", {1, 2}), floats("b", {1, 2, 3})},
          {},
          "17: Row 1: Input \"b\": the shape is (1, 3), wanted is (1, 2)"},

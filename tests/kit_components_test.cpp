@@ -37,8 +37,8 @@ TEST(KitComponents, StayBelowTheirRoot) {
          {"a", "a/b", "a\\b", "./a", "a//b", "a/.", "...a", "..a/b", "a b/c.d", "conduit", "com"}) {
         EXPECT_TRUE(staysInside(path)) << path;
     }
-    for (const char* const path : {"..", "../a", "..\\a", "a/../b", "a/..", "a\\..\\..\\b", "/a", "\\a",
-                                   "\\\\host\\share", "C:\\a", "C:a", "a:b"}) {
+    for (const char* const path : {"..", "../a", R"(..\a)", "a/../b", "a/..", R"(a\..\..\b)", "/a", R"(\a)",
+                                   R"(\\host\share)", R"(C:\a)", "C:a", "a:b"}) {
         EXPECT_FALSE(staysInside(path)) << path;
     }
     EXPECT_FALSE(staysInside(std::string("a\0/../b", 7)));
@@ -83,15 +83,15 @@ TEST(KitComponents, SayWhatIsWrong) {
         {component("file", ""), "12: " + about + "the path is \"\"" + below, "same"},
         {component("file", "\xFF"), "3: " + about + "the path is not UTF-8", "same"},
         {component("memory_stream", ""), "12: " + about + "the buffer is empty, wanted is the content from the host",
-         "12: " + about + "the kind is \"memory_stream\", wanted is \"file\" or \"dir\""},
-        {component("dir", ""), "12: " + about + "the kind is \"dir\", wanted is \"file\" or \"memory_stream\"",
+         "12: " + about + R"(the kind is "memory_stream", wanted is "file" or "dir")"},
+        {component("dir", ""), "12: " + about + R"(the kind is "dir", wanted is "file" or "memory_stream")",
          "12: " + about + "the path is \"\"" + below},
         {component("secured_file", "net"),
          "12: " + about +
              "the kind is \"secured_file\", which is protected and can't be read, wanted is \"file\" or "
              "\"memory_stream\"",
          "12: " + about +
-             "the kind is \"secured_file\", which is protected and can't be read, wanted is \"file\" or \"dir\""},
+             R"(the kind is "secured_file", which is protected and can't be read, wanted is "file" or "dir")"},
     };
     for (const auto& each : cases) {
         ComponentBytes bytes;

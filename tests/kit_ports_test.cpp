@@ -95,7 +95,7 @@ TEST(KitPorts, SayWhatIsWrongWithAnInput) {
     } cases[] = {
         {0, nullptr, "7: Input: the feature at index 0 is null"},
         {0, feature("w", DataType::Float, 1, 2),
-         "7: Input \"w\": the target has none of that name, but \"x\", \"" + kLongName + "\", \"scalar\", \"mask\""},
+         R"(7: Input "w": the target has none of that name, but "x", ")" + kLongName + R"(", "scalar", "mask")"},
         {2, feature("x", DataType::Float, 1, 2), "7: Input \"x\": given twice"},
         {1, feature("mask", DataType::Float, 1, 2), "7: " + n + "missing"},
         {0,
@@ -208,12 +208,12 @@ TEST(KitPorts, CheckOutputsAndTheirMemory) {
         {{feature("z", DataType::Float, 7, 3)},
          "17: Output \"z\": the shape is (7, 3), wanted is (-1, 2) with any number from 0 for -1"},
         {{feature("y", DataType::Double, 1, 2)}, "9: Output \"y\": the element type is double, wanted is float"},
-        {{feature("x", DataType::Float, 1, 2)}, "7: Output \"x\": the target has none of that name, but \"y\", \"z\""},
+        {{feature("x", DataType::Float, 1, 2)}, R"(7: Output "x": the target has none of that name, but "y", "z")"},
         {{wrapped("y", memory), wrapped("z", memory + 1)},
-         "7: Output \"z\": the tensor shares its memory with output \"y\", wanted is memory of its own"},
+         R"(7: Output "z": the tensor shares its memory with output "y", wanted is memory of its own)"},
         {{y, sameTensor}, "7: shares"},
         {{wrapped("y", memory + 5)},
-         "7: Output \"y\": the tensor shares its memory with input \"x\", wanted is memory of its own"},
+         R"(7: Output "y": the tensor shares its memory with input "x", wanted is memory of its own)"},
     };
     MireloModel::Outputs given = goodInputs();
     given[0] = wrapped("x", memory + 6);

@@ -2,6 +2,7 @@
 #include <TarnoMirelo/kit/trace.h>
 
 #include <fstream>
+#include <initializer_list>
 #include <string_view>
 #include <thread>
 #include <unordered_map>
@@ -54,6 +55,15 @@ std::string quoted(std::string_view text) {
     return out + "\"";
 }
 
+// A member of a JSON object, whose value is JSON already.
+std::string member(std::string_view name, const std::string& value) { return quoted(name) + ": " + value; }
+
+std::string object(std::initializer_list<std::string> members) {
+    std::string text;
+    for (const std::string& each : members) text += (text.empty() ? "{" : ", ") + each;
+    return text + "}";
+}
+
 // In microseconds, as in "12.034".
 std::string microseconds(Nanoseconds time) {
     const int64_t count = time.count();
@@ -86,18 +96,19 @@ struct ChromeTraceFile::File {
 std::string ChromeTraceFile::File::textOf(const TraceEvent& event) {
     const size_t thread = threads.emplace(std::this_thread::get_id(), threads.size() + 1).first->second;
     std::string text = begun ? ",\n" : "[\n";
-    text += "{\"name\": " + quoted(event.operation) + ", \"cat\": " + quoted(event.modelName) +
-            ", \"ph\": \"X\", \"pid\": 1, \"tid\": " + std::to_string(thread) +
-            ", \"ts\": " + microseconds(event.start - origin) + ", \"dur\": " + microseconds(event.duration) +
-            ", \"args\": {\"status\": " + quoted(toText(event.status.getCode())) +
-            ", \"description\": " + quoted(event.status.getDescription()) +
-            ", \"memory\": " + std::to_string(event.memory) + "}}";
+    const std::string process = member("pid", "1");
+    text += object({member("name", quoted(event.operation)), member("cat", quoted(event.modelName)),
+                    member("ph", quoted("X")), process, member("tid", std::to_string(thread)),
+                    member("ts", microseconds(event.start - origin)), member("dur", microseconds(event.duration)),
+                    member("args", object({member("status", quoted(toText(event.status.getCode()))),
+                                           member("description", quoted(event.status.getDescription())),
+                                           member("memory", std::to_string(event.memory))}))});
     const auto known = memory.emplace(event.modelName, 0).first;
     if (known->second != event.memory) {
+        text += ",\n" + object({member("name", quoted("memory of " + event.modelName)), member("ph", quoted("C")),
+                                process, member("ts", microseconds(event.start + event.duration - origin)),
+                                member("args", object({member("bytes", std::to_string(event.memory))}))});
         known->second = event.memory;
-        text += ",\n{\"name\": " + quoted("memory of " + event.modelName) +
-                ", \"ph\": \"C\", \"pid\": 1, \"ts\": " + microseconds(event.start + event.duration - origin) +
-                ", \"args\": {\"bytes\": " + std::to_string(event.memory) + "}}";
     }
     return text;
 }
@@ -118,8 +129,13 @@ ChromeTraceFile::~ChromeTraceFile() {
 void ChromeTraceFile::record(const TraceEvent& event) {
     const std::lock_guard<std::mutex> lock(file_->lock);
     if (!file_->stream.is_open()) return;
-    file_->write(file_->textOf(event));
-    file_->begun = true;
+    try {
+        file_->write(file_->textOf(event));
+        file_->begun = true;
+    } catch (...) {  // no memory for the text
+        file_->failed = true;
+        throw;
+    }
 }
 
 MireloStatus ChromeTraceFile::close() {

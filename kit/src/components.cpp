@@ -79,7 +79,7 @@ bool staysInside(const std::string& path) {
 MireloStatus readComponent(const ModelComponent& component, const Filepath& rootDir, ComponentBytes& bytes) {
     if (component.type == ComponentKind::File) return readFile(component, rootDir, bytes);
     if (component.type != ComponentKind::MemoryStream) {
-        return refuseKind(component, "\"file\" or \"memory_stream\"");
+        return refuseKind(component, R"("file" or "memory_stream")");
     }
     if (component.buffer.empty()) {
         return refuse(component, MODEL_METADATA_ERROR, "the buffer is empty, wanted is the content from the host");
@@ -90,7 +90,7 @@ MireloStatus readComponent(const ModelComponent& component, const Filepath& root
 
 MireloStatus locateComponent(const ModelComponent& component, const Filepath& rootDir, Filepath& path) {
     if (component.type != ComponentKind::File && component.type != ComponentKind::Dir) {
-        return refuseKind(component, "\"file\" or \"dir\"");
+        return refuseKind(component, R"("file" or "dir")");
     }
     Filepath joined;
     MireloStatus status = pathOf(component, rootDir, joined);

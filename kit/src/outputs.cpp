@@ -158,7 +158,7 @@ MireloStatus giveShapes(const InputPorts& inputPorts, const InputTensors& inputs
 MireloStatus create(const OutputPorts& ports, const std::vector<Result>& results, PreparedOutputs& created) {
     created.features.reserve(ports.size());
     for (size_t i = 0; i < ports.size(); ++i) {
-        const MireloStatus status = orAllocationFailed(ports, i, results[i].shape, [&]() -> MireloStatus {
+        MireloStatus status = orAllocationFailed(ports, i, results[i].shape, [&]() -> MireloStatus {
             created.tensors[i] = std::make_shared<Tensor>(results[i].dataType, results[i].shape);
             created.features.push_back(std::make_shared<MireloFeatureTensor>(ports[i].descriptor, created.tensors[i]));
             return {SUCCESS, ""};

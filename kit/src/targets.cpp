@@ -38,7 +38,7 @@ MireloStatus refusalOf(const ModelMetadata& metadata, const Device& device, Mire
 }
 
 MireloModelType typeFor(const ModelMetadata& metadata, MireloModelType type) {
-    const bool served = type != MireloModelType::OnnxRuntime || metadata.getTargets().count(type) != 0;
+    const bool served = type != MireloModelType::OnnxRuntime || metadata.getTargets().contains(type);
     return served ? type : MireloModelType::WinML;
 }
 

@@ -396,6 +396,7 @@ struct Shift : OpenCv::Operator {
         const auto* const shift = reinterpret_cast<const float*>(inputs.at(1)->buffer());
         if (x[0] == 1) throw FileException("raised");
         if (x[0] == 3) throw Speechless();
+        if (inputs.at(0)->shape()[0] > 1) return {INVALID_SHAPE, "one row at a time"};
         for (int i = 0; i < 3; ++i) reinterpret_cast<float*>(outputs.at(0)->buffer())[i] = x[i] + shift[i];
         return {x[0] == 2 ? RANGE_ERROR : SUCCESS, "told"};
     }
@@ -440,6 +441,15 @@ TEST_F(OpenCvBackend, ComputesOperatorsOfTheHostOnceTheyAreFinal) {
     EXPECT_EQ(predict({x(1)}), "3: raised");
     EXPECT_EQ(predict({x(2)}), "14: test.Shift: told");
     EXPECT_EQ(predict({x(3)}), "13: ");
+    {
+        OpenCv::Options independent;
+        independent.rowsAreIndependent = true;  // but what can't take several rows gets them one by one
+        OpenCv::Model stacking("m", MireloModelType::WinML, config, independent);
+        EXPECT_EQ(load(stacking, target), kSuccess);
+        Outputs results;
+        EXPECT_EQ(text(stacking.predictBatch({x(5), x(7)}, results)), kSuccess);
+        EXPECT_EQ(text(results), "y (1,3) 6 2 3;y (1,3) 8 2 3;");
+    }
     getMutableOperatorRegistry().clear();
     EXPECT_EQ(result(predict({x(5)})), "1: y (1,3) 6 2 3;");  // a loaded network keeps its operators
     EXPECT_EQ(load(*model, target).substr(0, 3), "13:");

@@ -6,38 +6,45 @@
 #include "backend.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
+#include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/kit/memory.h>
+#include <TarnoMirelo/kit/outputs.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <numeric>
+#include <optional>
 
 using namespace TarnoMirelo;
 
 namespace {
 
-class FileReader {
+class Reader {
  public:
-    explicit FileReader(const Filepath& path) : left_(FileUtils().readBinaryFileToVector(path)) {}
+    explicit Reader(const Kit::ComponentBytes& bytes) : next_(bytes.data()), left_(bytes.size()) {}
 
-    bool atEnd() const { return at_ == left_.size(); }
+    bool atEnd() const { return left_ == 0; }
 
     template <typename Value>
     std::vector<Value> next(size_t count) {
-        if (count > (left_.size() - at_) / sizeof(Value)) throw FileException("The file of layers is cut");
+        if (count > left_ / sizeof(Value)) throw ModelMetaDataException("The file of layers is cut");
         std::vector<Value> values(count);
-        std::memcpy(values.data(), left_.data() + at_, count * sizeof(Value));
-        at_ += count * sizeof(Value);
+        const size_t size = count * sizeof(Value);
+        if (size > 0) std::memcpy(values.data(), next_, size);
+        next_ += size;
+        left_ -= size;
         return values;
     }
 
  private:
-    std::vector<char> left_;
-    size_t at_ = 0;
+    const uint8_t* next_;
+    uint64_t left_;
 };
 
 struct Layer {
-    explicit Layer(FileReader& file) : inputs(file.next<uint32_t>(1)[0]) {
+    explicit Layer(Reader& file) : inputs(file.next<uint32_t>(1)[0]) {
         const size_t outputs = file.next<uint32_t>(1)[0];
         weights = file.next<float>(inputs * outputs);
         bias = file.next<float>(outputs);
@@ -63,26 +70,45 @@ void toProbabilities(std::vector<float>& scores) {
     for (float& score : scores) score /= sum;
 }
 
+std::vector<Layer> readLayers(const Kit::ComponentBytes& bytes) {
+    Reader file(bytes);
+    std::vector<Layer> layers;
+    do {
+        layers.emplace_back(file);
+        if (layers.size() > 1 && layers.back().inputs != layers.end()[-2].bias.size()) {
+            throw ModelMetaDataException("A layer does not take what the one before gives");
+        }
+    } while (!file.atEnd());
+    return layers;
+}
+
 class DenseModel : public MireloModel {
  public:
     using MireloModel::MireloModel;
 
  protected:
     struct Bound : MireloBinding {
+        Kit::BoundTensors tensors;
         std::shared_ptr<const ITensor> input;
         std::shared_ptr<ITensor> output;
     };
 
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
         layers_.clear();
-        FileReader file(Filepath(getRootDir()).append(Filepath(components.at(0).path)));
-        do {
-            layers_.emplace_back(file);
-            if (layers_.size() > 1 && layers_.back().inputs != layers_.end()[-2].bias.size()) {
-                throw ModelMetaDataException("A layer does not take what the one before gives");
-            }
-        } while (!file.atEnd());
-        return {SUCCESS, ""};
+        Kit::ComponentBytes bytes;
+        MireloStatus status = Kit::readComponent(components.at(0), getRootDir(), bytes);
+        if (!status.ok()) return status;
+        try {
+            inputs_.emplace(getModelTarget());
+            outputs_.emplace(getModelTarget());
+            layers_ = readLayers(bytes);
+            checkTarget();
+        } catch (...) {
+            layers_.clear();
+            return getStatusFromCurrentException();
+        }
+        reportMemory();
+        return status;
     }
 
     MireloStatus onUnload() override {
@@ -96,47 +122,65 @@ class DenseModel : public MireloModel {
     }
 
     MireloStatus onPredict(const Inputs& inputs, Outputs& outputs) const override {
-        reportMemory();
-        if (outputs.empty()) outputs = {std::make_shared<MireloFeatureTensor>(getModelTarget().outputs.at(0))};
-        run(*inputs.at(0)->asTensor(), *outputs.at(0)->asTensor());
-        return {SUCCESS, ""};
+        std::shared_ptr<MireloBinding> binding;
+        Outputs results = outputs;
+        MireloStatus status = onBind(inputs, results, binding);
+        if (status.ok()) status = onEvaluate(binding);
+        if (status.ok()) outputs = std::move(results);
+        return status;
     }
 
     MireloStatus onPredictBatch(const Inputs& inputs, Outputs& outputs) const override {
-        Outputs all;
-        for (const auto& row : MireloBatch(inputs).getFeatureSet().features) {
-            Outputs results;
-            MireloStatus status = onPredict(row, results);
-            if (!status.ok()) return status;
-            all.push_back(results.at(0));
-        }
-        outputs = std::move(all);
-        return {SUCCESS, ""};
+        if (layers_.empty()) return notLoaded();
+        const auto run = [this](const Inputs& row, Outputs& results, int64_t /*rows*/) {
+            return onPredict(row, results);
+        };
+        return Kit::runBatch(*inputs_, *outputs_, inputs, outputs, Kit::Stacking::Never, run);
     }
 
     MireloStatus onBind(const Inputs& inputs, Outputs& outputs,
                         std::shared_ptr<MireloBinding>& binding) const override {
-        MireloStatus status = onPredict(inputs, outputs);
+        if (layers_.empty()) return notLoaded();
+        Kit::InputTensors tensors;
+        MireloStatus status = inputs_->arrange(inputs, 1, tensors);
+        if (!status.ok()) return status;
+        Kit::PreparedOutputs prepared;
+        const Kit::Result result{DataType::Float, (*outputs_)[0].shape};
+        status = Kit::prepareOutputs(*inputs_, tensors, *outputs_, {result}, outputs, 1, prepared);
+        if (!status.ok()) return status;
         const auto bound = std::make_shared<Bound>();
-        bound->input = inputs.at(0)->asTensor();
-        bound->output = outputs.at(0)->asTensor();
+        bound->input = tensors[0];
+        bound->output = prepared.tensors[0];
+        bound->tensors.add(bound->input);
+        bound->tensors.add(bound->output);
+        outputs = std::move(prepared.features);
         binding = bound;
+        reportMemory();
         return status;
     }
 
     MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& binding) const override {
-        const auto& bound = dynamic_cast<const Bound&>(*binding);
-        run(*bound.input, *bound.output);
+        const auto* const bound = dynamic_cast<const Bound*>(binding.get());
+        if (layers_.empty()) return notLoaded();
+        if (bound == nullptr || !bound->tensors.areInPlace()) {
+            return {INVALID_OPERATION, "The tensors are not where they were bound; bind again"};
+        }
+        run(*bound->input, *bound->output);
         return {SUCCESS, ""};
     }
 
  private:
+    static MireloStatus notLoaded() { return {INVALID_OPERATION, "The model is not loaded"}; }
+
+    void checkTarget() const {
+        const bool fits = inputs_->size() == 1 && outputs_->size() == 1 &&
+                          (*inputs_)[0].shape.size() == static_cast<int64_t>(layers_.front().inputs) &&
+                          (*outputs_)[0].shape.size() == static_cast<int64_t>(layers_.back().bias.size()) &&
+                          (*inputs_)[0].dataType == DataType::Float && (*outputs_)[0].dataType == DataType::Float;
+        if (!fits) throw ModelMetaDataException("The target is not what the layers take and give");
+    }
+
     void run(const ITensor& input, ITensor& output) const {
-        if (input.dataType() != DataType::Float || output.dataType() != DataType::Float ||
-            input.shape().size() != static_cast<int64_t>(layers_.at(0).inputs) ||
-            output.shape().size() != static_cast<int64_t>(layers_.back().bias.size())) {
-            throw Exception("A tensor is not what the network takes or gives", INVALID_SHAPE);
-        }
         const auto* const first = reinterpret_cast<const float*>(input.buffer());
         std::vector<float> values(first, first + input.shape().size());
         for (const Layer& layer : layers_) {
@@ -153,10 +197,13 @@ class DenseModel : public MireloModel {
     void reportMemory() const {
         size_t numbers = 0;
         for (const Layer& layer : layers_) numbers += layer.weights.size() + layer.bias.size();
-        if (runtimeRecord() != nullptr) runtimeRecord()->setCurrentMemoryConsumption(numbers * sizeof(float));
+        reporter_.report(runtimeRecord(), numbers * sizeof(float));
     }
 
     std::vector<Layer> layers_;
+    std::optional<Kit::InputPorts> inputs_;
+    std::optional<Kit::OutputPorts> outputs_;
+    mutable Kit::MemoryReporter reporter_;
 };
 
 }  // namespace

@@ -96,17 +96,15 @@ Network::Network(OnnxFile file, const ModelTarget& target)
         locatePorts();
         weightBytes_ = countWeightBytes();
     });
-    if (const std::optional<EngineShapes> shapes = fixedInputs(1)) {
-        checkResults(inferOutputs(*shapes), 1);
-    }
+    if (const std::optional<EngineShapes> shapes = fixedInputs(1)) checkResults(inferOutputs(*shapes));
 }
 
-void Network::checkResults(const EngineShapes& results, int64_t rows) const {
+void Network::checkResults(const EngineShapes& results) const {
     for (size_t i = 0; i < outputs_.size(); ++i) {
         const TensorShape found = resultShape(i, results[i]);
-        if (Kit::fits(found, outputs_[i].shape, rows)) continue;
-        throw ModelMetaDataException(outputs_.about(i, "the engine gives the shape " + Kit::toText(found) +
-                                                           ", declared is " + Kit::toText(outputs_[i].shapeOf(rows))));
+        if (Kit::fits(found, outputs_[i].shape)) continue;
+        throw ModelMetaDataException(outputs_.about(
+            i, "the engine gives the shape " + Kit::toText(found) + ", declared is " + Kit::toText(outputs_[i].shape)));
     }
 }
 

@@ -99,7 +99,7 @@ class Network {
     template <typename GoSoFar, typename Work>
     void namingNode(const GoSoFar& goSoFar, const Work& work);
     void compareInputs(const OnnxFile& file);
-    void checkResults(const EngineShapes& results, int64_t rows) const;
+    void checkResults(const EngineShapes& results) const;
     bool stacks(const EngineShapes& row, int rows);
     void locatePorts();
     uint64_t countWeightBytes();

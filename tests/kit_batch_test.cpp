@@ -186,3 +186,23 @@ TEST(KitBatch, RunsRowsOfDifferentShapesOneByOne) {
               kSuccess);
     EXPECT_EQ(all(outputs), "n 3;n 1;");
 }
+
+// A backend that says it took several rows, but gave results for one.
+TEST(KitBatch, RunsRowsOneByOneWhenTheResultsOfAPassAreNoRows) {
+    ModelTarget target = Engine::target();
+    target.inputs = {port("x", DataType::Float, {1, 2})};
+    target.outputs = {port("y", DataType::Float, {-1, 2})};
+    std::string calls;
+    const auto first = [&](const MireloModel::Inputs& inputs, MireloModel::Outputs& outputs, int64_t rows) {
+        calls += std::to_string(rows) + ";";
+        const auto* const x = reinterpret_cast<const float*>(inputs.at(0)->asTensor()->buffer());
+        outputs = {floats("y", {x[0], x[1]})};
+        return MireloStatus(SUCCESS, "");
+    };
+    MireloModel::Outputs outputs;
+    ASSERT_EQ(text(runBatch(InputPorts(target), OutputPorts(target), {floats("x", {1, 2}), floats("x", {3, 4})},
+                            outputs, Stacking::Promised, first)),
+              kSuccess);
+    EXPECT_EQ(calls, "2;1;1;");
+    EXPECT_EQ(all(outputs), "y 1 2;y 3 4;");
+}

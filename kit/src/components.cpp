@@ -47,8 +47,8 @@ MireloStatus readFile(const ModelComponent& component, const Filepath& rootDir, 
     Filepath path;
     MireloStatus status = pathOf(component, rootDir, path);
     if (!status.ok()) return status;
-    uint64_t size = 0;
     try {
+        uint64_t size = 0;
         std::unique_ptr<char[]> content = FileUtils().readBinaryFileToBuffer(path, size);
         if (content == nullptr) return cannotOpen(component, path);
         bytes = ComponentBytes(std::move(content), size);

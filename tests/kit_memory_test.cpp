@@ -35,10 +35,12 @@ TEST(KitMemory, ReportsToWhicheverRecordThereIs) {
     EXPECT_EQ(recorded(model->runtimeRecord()), 100U);
     model->runtimeRecord()->addCurrentMemoryConsumption(7);  // of somebody else, who takes it back by themselves
     EXPECT_TRUE(reporter.report(model->runtimeRecord(), 40));
-    EXPECT_EQ(recorded(model->runtimeRecord()), 47U);
+    const std::shared_ptr<ModelRuntimeStatus> former = model->runtimeRecord();
+    EXPECT_EQ(recorded(former), 47U);
     manager.registerModel(model);
     EXPECT_TRUE(reporter.report(model->runtimeRecord(), 40));
     EXPECT_EQ(recorded(model->runtimeRecord()), 40U);
+    EXPECT_EQ(recorded(former), 47U);
     EXPECT_TRUE(reporter.report(model->runtimeRecord(), 0));
     EXPECT_EQ(recorded(model->runtimeRecord()), 0U);
     EXPECT_TRUE(reporter.report(model->runtimeRecord(), 30));

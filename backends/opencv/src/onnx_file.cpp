@@ -231,7 +231,7 @@ OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target)
     if (!refusal.empty()) throw ModelMetaDataException(refusal);
     const GraphFacts facts(model.graph(), operatorSet);
     for (const auto& input : model.graph().input()) {
-        if (facts.inputs.count(input.name()) != 0) file.inputs.push_back({input.name(), facts.shapeOf(input.name())});
+        if (facts.inputs.contains(input.name())) file.inputs.push_back({input.name(), facts.shapeOf(input.name())});
     }
     file.repaired = model.SerializeAsString();
     return file;

@@ -14,7 +14,7 @@ GraphFacts::GraphFacts(const onnx::GraphProto& graph, int version) : operatorSet
         initializers.insert(constant.name());
     }
     for (const onnx::ValueInfoProto& input : graph.input()) {
-        if (initializers.count(input.name()) == 0) inputs.insert(input.name());
+        if (!initializers.contains(input.name())) inputs.insert(input.name());
     }
     for (const onnx::NodeProto& node : graph.node()) {  // a node comes after those that it takes its inputs from
         for (const std::string& value : node.output()) producers.emplace(value, &node);

@@ -12,7 +12,7 @@ namespace TarnoMirelo::OpenCv {
 
 /// What a graph says of its values, by their names. All is borrowed from the graph.
 struct GraphFacts {
-    GraphFacts(const onnx::GraphProto& graph, int operatorSet);
+    GraphFacts(const onnx::GraphProto& graph, int version);
 
     int operatorSet = 0;  // the version of ONNX's own operators
     std::unordered_set<std::string> inputs;
@@ -23,7 +23,7 @@ struct GraphFacts {
     std::unordered_map<std::string, const onnx::TypeProto*> types;      // as declared or inferred, where they are known
 
     bool isConstant(const std::string& value) const {
-        return constants.count(value) != 0 || computedConstants.count(value) != 0;
+        return constants.contains(value) || computedConstants.contains(value);
     }
     /// -1 for a dimension that is not known; nothing where not even the rank is.
     std::optional<std::vector<int64_t>> shapeOf(const std::string& value) const;
@@ -55,11 +55,9 @@ class OnnxNode {
     /// Whether any input depends on what the host gives.
     bool hasVariableInput() const;
     bool isConstant(int index) const { return hasInput(index) && facts_.isConstant(node_.input(index)); }
-    bool isInitializer(int index) const {
-        return hasInput(index) && facts_.initializers.count(node_.input(index)) != 0;
-    }
+    bool isInitializer(int index) const { return hasInput(index) && facts_.initializers.contains(node_.input(index)); }
     /// Whether the input is one of the network's own.
-    bool isNetworkInput(int index) const { return hasInput(index) && facts_.inputs.count(node_.input(index)) != 0; }
+    bool isNetworkInput(int index) const { return hasInput(index) && facts_.inputs.contains(node_.input(index)); }
     /// The node that an input comes from; nothing where it is none's result.
     std::optional<OnnxNode> producerOf(int index) const;
     /// Whether the first input of this node is the given one of the other.

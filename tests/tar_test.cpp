@@ -133,11 +133,19 @@ TEST(Tar, IsRefusedWhereAnEntryIsNotWhatItShouldBe) {
         {after("size=4294967296"), false,
          R"("extended": its size record is "4294967296", wanted are bytes below 4 GiB)"},
         {after("size=-1"), false, R"("extended": its size record is "-1", wanted are bytes below 4 GiB)"},
-        {after("GNU.sparse.map=0,1"), false, R"("f": it is a sparse file, wanted is one stored whole)"}};
-    for (const char* const record : {"path=x", "size=1", "GNU.sparse.major=1"}) {
+        {after("GNU.sparse.map=0,1"), false, R"("f": it is a sparse file, wanted is a file stored whole)"},
+        {after("GNU.volume.filename=f"), false,
+         R"("f": it is the rest of a file from another volume, wanted is a file stored whole)"},
+        {TarBuilder(first).entry('5', "d/", "hello"), false, R"("d/": it is a directory of 5 bytes, wanted are none)"},
+        {TarBuilder(first).entry('\0', "d/", "hello"), true, R"("d/": it is a directory of 5 bytes, wanted are none)"},
+        {TarBuilder(first).file("f", "z").changed(124, std::string("00000000018\0", 12)), false, kSize},
+        {TarBuilder(first).file("f", std::string(330, 'z')).changed(124, "0000000512k"), false, kSize},
+        {TarBuilder(first).extended("path=later"), false,
+         R"("later": it is announced by an extended header, but there is no entry)"}};
+    for (const char* const record : {"path=x", "size=1", "GNU.sparse.major=1", "GNU.volume.filename=f"}) {
         cases.emplace_back(
             TarBuilder(first).extended(record, 'g'), false,
-            R"("extended": it gives one path, size or map of a sparse file for all entries that follow)");
+            R"("extended": it says of all entries that follow what can be true of one: a path, a size, or a part of a file)");
     }
     for (const char* const data : {"nothing", "9 path=f", "4 a=\n", "99 a=b\n", " a=b\n", "6 a=b\n x"}) {
         cases.emplace_back(records(data), false, R"("e": its records are malformed)");

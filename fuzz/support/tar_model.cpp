@@ -43,10 +43,15 @@ bool endsArchive(const uint8_t* header, bool sized) {
     return std::all_of(header, header + (sized ? kBlock : 1), [](uint8_t byte) { return byte == 0; });
 }
 
-std::optional<uint32_t> sizeIn(const uint8_t* header) {
+std::optional<uint32_t> sizeIn(const uint8_t* header, bool sized) {
     const char* begin = reinterpret_cast<const char*>(header) + 124;
     const char* const end = begin + 12;
     while (begin != end && *begin != '\0' && std::strchr(" \t\n\v\f\r", *begin) != nullptr) ++begin;
+    if (sized) {
+        const char* behind = begin;
+        while (behind != end && *behind >= '0' && *behind <= '7') ++behind;
+        if (behind != end && *behind != ' ' && *behind != '\0') return std::nullopt;
+    }
     return number(begin, end, 8, false);
 }
 
@@ -73,9 +78,10 @@ bool isRefusedWhenSized(std::string name, bool file) {
            (file && (!named || name.back() == '/'));
 }
 
-bool isSparse(const std::map<std::string, std::string>& records) {
-    const auto first = records.lower_bound("GNU.sparse.");
-    return first != records.end() && first->first.starts_with("GNU.sparse.");
+bool isIncomplete(const std::map<std::string, std::string>& records) {
+    return std::any_of(records.begin(), records.end(), [](const auto& record) {
+        return record.first.starts_with("GNU.sparse.") || record.first.starts_with("GNU.volume.");
+    });
 }
 
 // False when they are malformed.
@@ -107,18 +113,21 @@ unsigned tarChecksum(const uint8_t* header) {
 TarReading readTar(const uint8_t* archive, uint64_t size, bool sized) {
     TarReading reading{{}, TAR_EXTRACTION_ERROR};
     std::map<std::string, std::string> records;
+    bool announced = false;  // by an extended header
     while (size >= kBlock) {
         const uint8_t* const header = archive;
-        if (endsArchive(header, sized))
+        if (endsArchive(header, sized)) {
+            if (sized && announced) break;
             reading.end = SUCCESS;
-        else if (!addsUp(header, sized))
+        } else if (!addsUp(header, sized)) {
             reading.end = TAR_CHECKSUM_ERROR;
+        }
         if (reading.end != TAR_EXTRACTION_ERROR) break;
         archive += kBlock;
         size -= kBlock;
         const char kind = static_cast<char>(header[156]);
         const bool extension = kind == 'x' || kind == 'g' || (kind == 'L' && sized);
-        std::optional<uint32_t> entrySize = sizeIn(header);
+        std::optional<uint32_t> entrySize = sizeIn(header, sized);
         if (!extension && records.contains("size")) {
             const std::string& text = records["size"];
             entrySize = number(text.data(), text.data() + text.size(), 10, true);
@@ -127,21 +136,24 @@ TarReading readTar(const uint8_t* archive, uint64_t size, bool sized) {
         const uint64_t padded = (*entrySize + kBlock - 1) / kBlock * kBlock;
         if (padded > size) break;
         const std::string data(reinterpret_cast<const char*>(archive), extension && sized ? *entrySize : 0);
+        announced = extension && (announced || kind != 'g');
         if (kind == 'L' && sized) {
             records["path"] = data.substr(0, data.find('\0'));
         } else if (extension) {
             std::map<std::string, std::string> ofAll;
             std::map<std::string, std::string>& read = kind == 'g' ? ofAll : records;
             if (!readRecords(data, read)) break;
-            if (ofAll.contains("path") || ofAll.contains("size") || isSparse(ofAll)) break;
+            if (ofAll.contains("path") || ofAll.contains("size") || isIncomplete(ofAll)) break;
         } else {
             std::string name = records.contains("path") ? records["path"] : nameIn(header);
-            const bool sparse = isSparse(records);
+            const bool incomplete = isIncomplete(records);
             records.clear();
             const bool directory =
                 kind == '5' || (kind == '\0' && sized && (name.ends_with('/') || name.ends_with('\\')));
             const bool file = !directory && (kind == '0' || (kind == '\0' && sized));
-            if (sparse || (!file && !directory) || isRefused(name) || (sized && isRefusedWhenSized(name, file))) break;
+            if (incomplete || (!file && !directory) || isRefused(name) || (sized && isRefusedWhenSized(name, file)))
+                break;
+            if (sized && directory && *entrySize > 0) break;
             reading.entries.push_back({directory, std::move(name), archive, *entrySize});
         }
         archive += padded;

@@ -50,7 +50,7 @@ class MIRELO_API Filepath {
 ///
 /// What is no regular file cannot be opened: for reading, a directory, a pipe, a socket or a device; for writing, a
 /// directory, a pipe or a socket. Opening never waits for another process. Files are closed to child processes, save
-/// for the two streams where the C++ library is not GNU's: the others have no way to say so.
+/// for those opened for writing where the C++ library is not GNU's: the others have no way to say so.
 ///
 /// There is no state: calls may overlap, and are then as safe as the system's own on those files.
 class MIRELO_API FileUtils {
@@ -147,12 +147,13 @@ class MIRELO_API FileUtils {
     ///                     when it lists none
     /// @return `SUCCESS`, or with a description that names the entry, or the place, and the reason
     ///   - `TAR_CHECKSUM_ERROR`: a header does not add up
-    ///   - `TAR_EXTRACTION_ERROR`: an entry is a link, a sparse file or of another kind than file and directory; has a
-    ///     size that is not given in octal digits, or of 4 GiB and more; has a name that is empty, absolute, not UTF-8,
-    ///     has a ".." component, a ":" or a NUL, or, on Windows, the name of a device, a dot or space at the end of a
-    ///     component, or other letters than what is there under that name; is cut off; meets something in its place; or
-    ///     could not be written whole. Or an extended header is malformed, there is no end block (512 zero bytes)
-    ///     within the length, or the destination is no directory or holds a NUL
+    ///   - `TAR_EXTRACTION_ERROR`: an entry is a link, a sparse file, a part of a file, a directory with data, or of
+    ///     another kind than file and directory; has a size that is not given in octal digits, or of 4 GiB and more;
+    ///     has a name that is empty, absolute, not UTF-8, has a ".." component, a ":" or a NUL, or, on Windows, the
+    ///     name of a device, a dot or space at the end of a component, or other letters than what is there under that
+    ///     name; is cut off; meets something in its place; or could not be written whole. Or an extended header is
+    ///     malformed or has no entry behind it, there is no end block (512 zero bytes) within the length, or the
+    ///     destination is no directory or holds a NUL
     ///   - the status of any other exception: no memory, or a destination that is not UTF-8
     /// Entries written before a failure stay on disk.
     MireloStatus extractTarballOfSize(const unsigned char* archive, uint64_t size, Filepath& destination);

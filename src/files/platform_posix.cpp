@@ -249,8 +249,9 @@ std::ofstream openToWrite(const char* path, WriteMode mode) {
         return stream;
     }
 #if defined(__GLIBCXX__)
-    __gnu_cxx::stdio_filebuf<char> buffer(file.get(), streamMode);  // takes the file over
-    if (buffer.is_open()) file.release();
+    const int number = file.release();  // the buffer closes it, also where its constructor raises
+    __gnu_cxx::stdio_filebuf<char> buffer(number, streamMode);
+    if (!buffer.is_open()) ::close(number);
     static_cast<std::filebuf&>(*stream.rdbuf()) = std::move(buffer);
     if (!stream.is_open()) stream.setstate(std::ios::failbit);
 #else

@@ -284,10 +284,10 @@ std::string nameBelow(const char* directory, const std::string& name) {
 }
 
 OutputTree::OutputTree(const char* root)
-    : rootText_(root),
+    : rootText_(root[0] != '\0' && root[std::strlen(root) - 1] == ':' ? std::string(root) + '\\' : root),
       root_(reinterpret_cast<intptr_t>(
-          opened(::CreateFileW(rootText_.empty() ? L"." : widePath(root).c_str(), kEnterAccess, kShared, nullptr,
-                               OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr))
+          opened(::CreateFileW(rootText_.empty() ? L"." : widePath(rootText_.c_str()).c_str(), kEnterAccess, kShared,
+                               nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr))
               .release())),
       currentHandle_(root_) {
     BY_HANDLE_FILE_INFORMATION facts;

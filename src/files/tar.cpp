@@ -70,6 +70,13 @@ bool Header::hasSixDigitChecksum() const {
 
 std::optional<uint32_t> Header::size() const { return parseOctal(field(124, 12), kWhiteSpace); }
 
+std::optional<uint32_t> Header::wholeSize() const {
+    const std::string_view text = field(124, 12);
+    const size_t begin = std::min(text.find_first_not_of(kWhiteSpace), text.size());
+    const size_t end = std::min(text.find_first_not_of("01234567", begin), text.size());
+    return end == text.size() || text[end] == ' ' || text[end] == '\0' ? size() : std::nullopt;
+}
+
 std::string Header::name() const {
     std::string name(upToNul(field(0, 100)));
     const std::string_view prefix = upToNul(field(345, 155));
@@ -96,7 +103,8 @@ std::string readRecords(std::string_view data, ExtendedRecords& records) {
         if (key == "size") records.size = parseDecimal(value);
         if (key == "size" && !records.size)
             return "its size record is " + quoted(value) + ", wanted are bytes below 4 GiB";
-        if (key.substr(0, 11) == "GNU.sparse.") records.sparse = true;
+        if (key.substr(0, 11) == "GNU.sparse.") records.incomplete = "a sparse file";
+        if (key.substr(0, 11) == "GNU.volume.") records.incomplete = "the rest of a file from another volume";
         data.remove_prefix(*length);
     }
     return "";

@@ -38,6 +38,8 @@ class Header {
     /// Bytes of the entry's data. Nothing when the field holds no octal digit (sizes in base 256 included) or says 4
     /// GiB and more: such an entry is refused, never guessed at.
     std::optional<uint32_t> size() const;
+    /// As `size`; nothing, either, where the digits end in anything but a blank, a zero byte or the field's end.
+    std::optional<uint32_t> wholeSize() const;
     /// The entry's name, with the ustar prefix before it.
     std::string name() const;
     char kind() const;
@@ -55,7 +57,7 @@ constexpr uint64_t paddedSize(uint32_t size) { return (uint64_t{size} + kBlockSi
 struct ExtendedRecords {
     std::optional<std::string> path;
     std::optional<uint32_t> size;
-    bool sparse = false;  // its data is not all of the file
+    const char* incomplete = nullptr;  // what the entry is where its data is not all of the file
 };
 
 /// Reads the records of an extended header into `records`, over what is there.

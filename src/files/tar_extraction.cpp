@@ -71,7 +71,7 @@ class SizedExtraction {
         if (given.find('\0') != std::string::npos) return refusedDestination("it holds a NUL");
         while (size_ - offset_ >= Tar::kBlockSize) {
             const Tar::Header header(archive_ + offset_);
-            if (header.isZero()) return {SUCCESS, ""};
+            if (header.isZero()) return atEnd();
             if (header.checksum() != header.sum()) return badChecksum(header);
             MireloStatus status = isExtension(header) ? readExtension(header) : extract(header);
             if (!status.ok()) return status;
@@ -90,6 +90,10 @@ class SizedExtraction {
         return kind == Tar::kGlobalHeader || kind == Tar::kExtendedHeader || kind == Tar::kLongName;
     }
 
+    MireloStatus atEnd() const {
+        if (!announced_) return {SUCCESS, ""};
+        return refused(records_.path.value_or(""), "it is announced by an extended header, but there is no entry");
+    }
     MireloStatus refusedDestination(const std::string& why) const {
         return {TAR_EXTRACTION_ERROR, "Destination " + Tar::quoted(directory_.getPathString()) + ": " + why};
     }
@@ -119,33 +123,41 @@ class SizedExtraction {
 
     // What it says is for the entry to come.
     MireloStatus readExtension(const Tar::Header& header) {
-        const std::optional<uint32_t> size = header.size();
+        const std::optional<uint32_t> size = header.wholeSize();
         const std::optional<std::string_view> data = take(size);
         if (!data) return refusedSize(header.name(), size);
+        announced_ = announced_ || header.kind() != Tar::kGlobalHeader;
         if (header.kind() == Tar::kLongName) {
             records_.path = std::string(data->substr(0, data->find('\0')));
             return {SUCCESS, ""};
         }
         Tar::ExtendedRecords ofAll;
         std::string problem = Tar::readRecords(*data, header.kind() == Tar::kGlobalHeader ? ofAll : records_);
-        if (ofAll.path || ofAll.size || ofAll.sparse) {
-            problem = "it gives one path, size or map of a sparse file for all entries that follow";
+        if (ofAll.path || ofAll.size || ofAll.incomplete != nullptr) {
+            problem = "it says of all entries that follow what can be true of one: a path, a size, or a part of a file";
         }
         return problem.empty() ? MireloStatus(SUCCESS, "") : refused(header.name(), problem);
     }
 
     MireloStatus extract(const Tar::Header& header) {
         const Tar::ExtendedRecords records = std::exchange(records_, {});
+        announced_ = false;
         const std::string name = records.path ? *records.path : header.name();
-        const std::optional<uint32_t> size = records.size ? records.size : header.size();
+        const std::optional<uint32_t> size = records.size ? records.size : header.wholeSize();
         const std::optional<std::string_view> data = take(size);
         if (!data) return refusedSize(name, size);
-        if (records.sparse) return refused(name, "it is a sparse file, wanted is one stored whole");
+        if (records.incomplete != nullptr) {
+            return refused(name, std::string("it is ") + records.incomplete + ", wanted is a file stored whole");
+        }
         char kind = header.kind();
         const bool endsInSlash = !name.empty() && (name.back() == '/' || name.back() == '\\');
         if (kind == Tar::kOldFile) kind = endsInSlash ? Tar::kDirectory : Tar::kFile;
         if (kind != Tar::kFile && kind != Tar::kDirectory) {
             return refused(name, "it is " + Tar::kindName(kind) + ", wanted are files and directories");
+        }
+        // Packers differ in whether data lies behind such a header, and so in what the next entry is.
+        if (kind == Tar::kDirectory && !data->empty()) {
+            return refused(name, "it is a directory of " + std::to_string(data->size()) + " bytes, wanted are none");
         }
         std::string relative;
         std::string problem = readName(name, relative);
@@ -192,6 +204,7 @@ class SizedExtraction {
     const Filepath& directory_;
     std::optional<Platform::OutputTree> tree_;  // opened for the first entry
     Tar::ExtendedRecords records_;              // of the entry to come
+    bool announced_ = false;                    // whether an extended header has announced it
     std::optional<Filepath> firstDirectory_;
 };
 

@@ -113,6 +113,22 @@ TEST(KitBatch, WritesIntoGivenOutputs) {
     }
 }
 
+// It has no elements when the rows are checked, and then grows within its buffer over what the second row reads.
+TEST(KitBatch, RefusesAnOutputThatGrowsOverAnotherRow) {
+    for (const Stacking stacking : {Stacking::Never, Stacking::Promised}) {
+        Engine engine;
+        const auto grows = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, -1));
+        ASSERT_EQ(text(grows->allocateShape({2, 2})), kSuccess);
+        MireloModel::Outputs inputs = twoRows();
+        inputs[1] = wrapped("a", reinterpret_cast<float*>(grows->buffer()), {1, 2});
+        ASSERT_EQ(text(grows->allocateShape({0, 2})), kSuccess);
+        MireloModel::Outputs outputs = {feature("double", grows), floats("double", {0, 0})};
+        EXPECT_EQ(text(engine.run(inputs, outputs, stacking)),
+                  "7: Between rows: Output \"double\": the tensor shares its memory with input \"a\", wanted is memory "
+                  "of its own");
+    }
+}
+
 TEST(KitBatch, PassesOnWarningsAndFailures) {
     for (const Stacking stacking : {Stacking::Never, Stacking::Promised}) {
         Engine engine;

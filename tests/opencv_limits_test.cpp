@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <functional>
 #include <onnx/defs/parser.h>
 #include <onnx/onnx_pb.h>
 #include <set>
@@ -187,7 +188,11 @@ TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
          "(float[1,1,2,2] x, float[0] r = {}, float[4] s = {1,1,2,2}) => (float[1,1,4,4] y) { y = Resize<mode = \"linear\">"
          "(x, r, s) }"},
         {"the engine takes uint8", "(uint8[2] x, float s = {1}) => (float[2] y) { y = DequantizeLinear(x, s) }",
-         "(int8[2] x, float s = {1}) => (float[2] y) { y = DequantizeLinear(x, s) }"},
+         nullptr},
+        {"the axis is beyond", "(float[2,3] x) => (float[2,3] y) { y = Softmax<axis = 2>(x) }",
+         "(float[2,3] x) => (float[2,3] y) { y = Softmax<axis = 1>(x) }"},
+        {"the index is beyond", "(float[2,3] x, int64 i = {2}) => (float[3] y) { y = Gather(x, i) }",
+         "(float[2,3] x, int64 i = {1}) => (float[3] y) { y = Gather(x, i) }"},
     };
     std::set<std::string> met;
     for (const Case& test : cases) {
@@ -198,6 +203,62 @@ TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
         EXPECT_EQ(refusalOf(test.right, test.operatorSet), "") << test.right;
     }
     for (const EngineLimit& limit : engineLimits()) EXPECT_EQ(met.count(limit.reason), 1U) << limit.condition;
+}
+
+// Each would bring down the engine or the inference of shapes, or have them read beside their memory.
+TEST(OpenCvLimits, RefuseWhatNobodyMayCompute) {
+    struct Case {
+        const char* refusal;
+        const char* graph;
+        std::function<void(onnx::ModelProto&)> change = [](onnx::ModelProto& /*model*/) {};
+    };
+    const char* const sum = "(float[2] x, float[2] c = {1,2}) => (float[2] y) { y = Add(x, c) }";
+    const char* const convolution =
+        "(float[1,1,2,2] x, float[1,1,1,1] w = {2}) => (float[1,1,2,2] y) { y = Conv<strides = [1,1], group = 1>(x, w) }";
+    const auto numberOf = [](onnx::ModelProto& model, const char* name) -> onnx::AttributeProto& {
+        auto& attributes = *model.mutable_graph()->mutable_node(0)->mutable_attribute();
+        return *std::find_if(attributes.begin(), attributes.end(), [&](const auto& one) { return one.name() == name; });
+    };
+    const Case cases[] = {
+        {R"(Node "y" (Conv): strides holds a number that is not from 1 to 2^31 - 1)", convolution,
+         [&](onnx::ModelProto& model) { numberOf(model, "strides").set_ints(0, 0); }},
+        {R"(Node "y" (Conv): group holds a number that is not from 1 to 2^31 - 1)", convolution,
+         [&](onnx::ModelProto& model) { numberOf(model, "group").set_i(int64_t{1} << 40); }},
+        {R"(Node "y" (Conv): its weights are empty)",
+         "(float[1,1,2,2] x, float[0,1,1,1] w = {}) => (float[1,1,2,2] y) { y = Conv(x, w) }"},
+        {R"(Node "" (Add): it has no output, wanted is one)", sum,
+         [](onnx::ModelProto& model) { model.mutable_graph()->mutable_node(0)->clear_output(); }},
+        {R"(Constant "c": it has data for another number of elements, wanted is data for 100000)", sum,
+         [](onnx::ModelProto& model) { model.mutable_graph()->mutable_initializer(0)->set_dims(0, 100000); }},
+        {R"(Constant "c": it has data for another number of elements, wanted is data for 2)", sum,
+         [](onnx::ModelProto& model) { model.mutable_graph()->mutable_initializer(0)->set_raw_data("four"); }},
+        {R"(Constant "c": it has a shape that can't be counted, wanted is one of up to 2^31 - 1 elements)", sum,
+         [](onnx::ModelProto& model) { model.mutable_graph()->mutable_initializer(0)->set_dims(0, -2); }},
+        {R"(Node "y" (Add): the network's version of ONNX's operators is 0, wanted is one from 1)", sum,
+         [](onnx::ModelProto& model) { model.mutable_opset_import(0)->set_version(0); }},
+        {R"(Node "y" (Add): the network's version of ONNX's operators is 0, wanted is one from 1)", sum,
+         [](onnx::ModelProto& model) { model.mutable_opset_import(0)->set_domain("com.example"); }},
+        {R"(Node "y" (ReduceMean): the engine takes the size for 1)",
+         "(float[open,3] x) => (float[1,3] y) { r = Neg(x) y = ReduceMean<axes = [0]>(r) }",
+         [](onnx::ModelProto& model) {  // what an exporter left behind when the input was opened
+             auto& value = *model.mutable_graph()->add_value_info();
+             value = model.graph().input(0);
+             value.set_name("r");
+             value.mutable_type()->mutable_tensor_type()->mutable_shape()->mutable_dim(0)->set_dim_value(1);
+         }},
+    };
+    for (const Case& test : cases) {
+        onnx::ModelProto model;
+        model.ParseFromString(fileOf(test.graph, 13));
+        test.change(model);
+        const std::string file = model.SerializeAsString();
+        try {
+            readOnnxFile(file.data(), file.size(), targetOf(file));
+            ADD_FAILURE() << "taken: " << test.refusal;
+        } catch (const ModelMetaDataException& exception) {
+            EXPECT_STREQ(exception.what(), test.refusal);
+        }
+    }
 }
 
 TEST(OpenCvLimits, AreThoseOfThePage) {

@@ -46,6 +46,7 @@ class Reader {
 struct Layer {
     explicit Layer(Reader& file) : inputs(file.next<uint32_t>(1)[0]) {
         const size_t outputs = file.next<uint32_t>(1)[0];
+        if (inputs == 0 || outputs == 0) throw ModelMetaDataException("A layer takes or gives nothing");
         weights = file.next<float>(inputs * outputs);
         bias = file.next<float>(outputs);
     }
@@ -88,23 +89,24 @@ class DenseModel : public MireloModel {
 
  protected:
     struct Bound : MireloBinding {
+        std::shared_ptr<const std::vector<Layer>> layers;
         Kit::BoundTensors tensors;
         std::shared_ptr<const ITensor> input;
         std::shared_ptr<ITensor> output;
     };
 
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
-        layers_.clear();
+        layers_.reset();
         Kit::ComponentBytes bytes;
         MireloStatus status = Kit::readComponent(components.at(0), getRootDir(), bytes);
         if (!status.ok()) return status;
         try {
             inputs_.emplace(getModelTarget());
             outputs_.emplace(getModelTarget());
-            layers_ = readLayers(bytes);
+            layers_ = std::make_shared<const std::vector<Layer>>(readLayers(bytes));
             checkTarget();
         } catch (...) {
-            layers_.clear();
+            layers_.reset();
             return getStatusFromCurrentException();
         }
         reportMemory();
@@ -112,7 +114,7 @@ class DenseModel : public MireloModel {
     }
 
     MireloStatus onUnload() override {
-        layers_.clear();
+        layers_.reset();
         reportMemory();
         return {SUCCESS, ""};
     }
@@ -131,7 +133,7 @@ class DenseModel : public MireloModel {
     }
 
     MireloStatus onPredictBatch(const Inputs& inputs, Outputs& outputs) const override {
-        if (layers_.empty()) return notLoaded();
+        if (layers_ == nullptr) return notLoaded();
         const auto run = [this](const Inputs& row, Outputs& results, int64_t /*rows*/) {
             return onPredict(row, results);
         };
@@ -140,7 +142,7 @@ class DenseModel : public MireloModel {
 
     MireloStatus onBind(const Inputs& inputs, Outputs& outputs,
                         std::shared_ptr<MireloBinding>& binding) const override {
-        if (layers_.empty()) return notLoaded();
+        if (layers_ == nullptr) return notLoaded();
         Kit::InputTensors tensors;
         MireloStatus status = inputs_->arrange(inputs, 1, tensors);
         if (!status.ok()) return status;
@@ -149,6 +151,7 @@ class DenseModel : public MireloModel {
         status = Kit::prepareOutputs(*inputs_, tensors, *outputs_, {result}, outputs, 1, prepared);
         if (!status.ok()) return status;
         const auto bound = std::make_shared<Bound>();
+        bound->layers = layers_;
         bound->input = tensors[0];
         bound->output = prepared.tensors[0];
         bound->tensors.add(bound->input);
@@ -161,9 +164,9 @@ class DenseModel : public MireloModel {
 
     MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& binding) const override {
         const auto* const bound = dynamic_cast<const Bound*>(binding.get());
-        if (layers_.empty()) return notLoaded();
-        if (bound == nullptr || !bound->tensors.areInPlace()) {
-            return {INVALID_OPERATION, "The tensors are not where they were bound; bind again"};
+        if (layers_ == nullptr) return notLoaded();
+        if (bound == nullptr || bound->layers != layers_ || !bound->tensors.areInPlace()) {
+            return {INVALID_OPERATION, "What was bound has moved, or belongs to another load; bind again"};
         }
         run(*bound->input, *bound->output);
         return {SUCCESS, ""};
@@ -174,8 +177,8 @@ class DenseModel : public MireloModel {
 
     void checkTarget() const {
         const bool fits = inputs_->size() == 1 && outputs_->size() == 1 &&
-                          (*inputs_)[0].shape.size() == static_cast<int64_t>(layers_.front().inputs) &&
-                          (*outputs_)[0].shape.size() == static_cast<int64_t>(layers_.back().bias.size()) &&
+                          (*inputs_)[0].shape.size() == static_cast<int64_t>(layers_->front().inputs) &&
+                          (*outputs_)[0].shape.size() == static_cast<int64_t>(layers_->back().bias.size()) &&
                           (*inputs_)[0].dataType == DataType::Float && (*outputs_)[0].dataType == DataType::Float;
         if (!fits) throw ModelMetaDataException("The target is not what the layers take and give");
     }
@@ -183,8 +186,8 @@ class DenseModel : public MireloModel {
     void run(const ITensor& input, ITensor& output) const {
         const auto* const first = reinterpret_cast<const float*>(input.buffer());
         std::vector<float> values(first, first + input.shape().size());
-        for (const Layer& layer : layers_) {
-            if (&layer != layers_.data()) {
+        for (const Layer& layer : *layers_) {
+            if (&layer != layers_->data()) {
                 for (float& value : values) value = std::max(value, 0.0F);
             }
             values = layer.apply(values);
@@ -196,11 +199,13 @@ class DenseModel : public MireloModel {
     // No hook is called when the model gets its record, so it is told at the next use.
     void reportMemory() const {
         size_t numbers = 0;
-        for (const Layer& layer : layers_) numbers += layer.weights.size() + layer.bias.size();
+        if (layers_ != nullptr) {
+            for (const Layer& layer : *layers_) numbers += layer.weights.size() + layer.bias.size();
+        }
         reporter_.report(runtimeRecord(), numbers * sizeof(float));
     }
 
-    std::vector<Layer> layers_;
+    std::shared_ptr<const std::vector<Layer>> layers_;  // bindings share them
     std::optional<Kit::InputPorts> inputs_;
     std::optional<Kit::OutputPorts> outputs_;
     mutable Kit::MemoryReporter reporter_;

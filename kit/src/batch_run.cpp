@@ -108,6 +108,13 @@ MireloStatus checkApart(const InputPorts& inputPorts, const OutputPorts& outputP
     return status;
 }
 
+bool haveVariableOutputs(const Rows& rows) {
+    return std::any_of(rows.begin(), rows.end(), [](const Row& row) {
+        return std::any_of(row.outputTensors.begin(), row.outputTensors.end(),
+                           [](const auto& tensor) { return tensor != nullptr && tensor->hasVariableShape(); });
+    });
+}
+
 MireloStatus checkRows(const InputPorts& inputPorts, const OutputPorts& outputPorts, bool given, Rows& rows) {
     for (size_t i = 0; i < rows.size(); ++i) {
         Row& row = rows[i];
@@ -238,7 +245,12 @@ MireloStatus runBatch(const InputPorts& inputPorts, const OutputPorts& outputPor
         stacked = runStacked(inputPorts, outputPorts, rows, run);
     }
     status = stacked ? *std::move(stacked) : runOneByOne(rows, run);
-    if ((!status.ok() && !status.warn()) || !outputs.empty()) return status;
+    if (!status.ok() && !status.warn()) return status;
+    if (haveVariableOutputs(rows)) {  // one may have grown, within its buffer, over what another row has there
+        const MireloStatus apart = checkApart(inputPorts, outputPorts, rows);
+        if (!apart.ok()) return apart;
+    }
+    if (!outputs.empty()) return status;
     MireloModel::Outputs flat;
     flat.reserve(rows.size() * outputPorts.size());
     for (Row& row : rows) {

@@ -108,6 +108,7 @@ bool isBroadcastWrong(const OnnxNode& node) {
     if (isSmaller(large, small)) return true;
     if (node.type() == "Div" && isFirstSmall) return !hasConstant || !isSingle(small);
     if (isSingle(small)) return !hasConstant && isFirstSmall && node.type() != "Mul";
+    if (node.attribute("axis") != nullptr) return true;  // before version 7, from where the small operand begins
     if (isAmong(node.type(), "Equal Less Greater")) return true;
     if (isAmong(node.type(), "Mul Div") && !hasConstant) return isLaidAlongOpenSizes(large, small);
     if (!hasConstant && isFirstSmall) return true;  // the result gets the shape of the first
@@ -130,6 +131,25 @@ bool hasOtherShapes(const OnnxNode& node) {
 // Axes
 
 bool hasAxisFromUnknownEnd(const OnnxNode& node) { return node.number("axis", 0) < 0 && node.type() != "OneHot"; }
+
+bool hasAxisBeyond(const OnnxNode& node) {
+    const auto shape = node.inputShape(0);
+    const auto axis = node.number("axis", 0);
+    if (!shape || node.attribute("axis") == nullptr) return false;
+    if (isAmong(node.type(), "DequantizeLinear OneHot QuantizeLinear"))
+        return false;  // may be, or is one of the result
+    const auto rank = static_cast<int64_t>(shape->size());
+    return axis > rank || (axis == rank && node.type() != "Flatten");
+}
+
+bool indexesBeyond(const OnnxNode& node) {
+    const auto shape = node.inputShape(0);
+    const Shape indices = node.constantNumbers(1);
+    const int64_t axis = node.number("axis", 0);
+    if (!shape || axis < 0 || axis >= static_cast<int64_t>(shape->size())) return shape.has_value();
+    const int64_t size = (*shape)[static_cast<size_t>(axis)];
+    return size >= 0 && std::ranges::any_of(indices, [size](int64_t index) { return index >= size || index < -size; });
+}
 
 // Before version 13, ONNX flattened all dimensions from the axis on; the engine takes one of them.
 bool isSoftmaxOfSeveralDimensions(const OnnxNode& node) {
@@ -228,7 +248,8 @@ bool isPaddedUnevenlyAtStart(const OnnxNode& node) {
         const int64_t stride = i < strides.size() ? strides[i] : 1;
         const int64_t dilation = i < dilations.size() ? dilations[i] : 1;
         constexpr int64_t kMost = std::numeric_limits<int32_t>::max();  // what the engine can count
-        if (size < 1 || stride < 1 || std::max({size, stride, dilation, kernel[i]}) > kMost) return true;
+        if (std::min({size, stride, dilation, kernel[i]}) < 1 || std::max({size, stride, dilation, kernel[i]}) > kMost)
+            return true;
         const int64_t span = (kernel[i] - 1) * dilation + 1;
         const int64_t padding = ((size + stride - 1) / stride - 1) * stride + span - size;
         if (padding > 0 && padding % 2 != 0) return true;
@@ -273,7 +294,7 @@ bool hasOtherSlopes(const OnnxNode& node) {
 
 bool isOtherGru(const OnnxNode& node) {
     return node.number("linear_before_reset", 0) != 1 || node.text("direction", "forward") != "forward" ||
-           node.attribute("clip") != nullptr || node.number("layout", 0) != 0;
+           node.attribute("clip") != nullptr || node.number("layout", 0) != 0 || node.hasInput(4);
 }
 
 bool isOtherLstm(const OnnxNode& node) {
@@ -353,6 +374,7 @@ constexpr EngineLimit kLimits[] = {
     {"*", "axis is counted from the end, and the number of dimensions is not known",
      "the axis is counted from the end of an unknown number of dimensions, where the engine writes beside its memory",
      hasAxisFromUnknownEnd},
+    {"*", "axis is beyond the number of dimensions", "the axis is beyond the input's dimensions", hasAxisBeyond},
     {"Add Sub Mul Div Pow", "elements that are integers", "the engine computes integers as floats", computesIntegers},
     {"Add Sub Sum Mul Div Equal Less Greater",
      "the shapes differ, and the smaller operand is neither a single element nor has the sizes of the larger one from the "
@@ -387,6 +409,7 @@ constexpr EngineLimit kLimits[] = {
      [](const OnnxNode& node) { return node.hasInput(4) && hasNegativeAxes(node, 3); }},
     {"Squeeze Unsqueeze", "axes that are an input and counted from the end", "the engine writes beside its lists",
      [](const OnnxNode& node) { return hasNegativeAxes(node, 1); }},
+    {"Gather", "an axis or an index that is beyond the input", "the index is beyond the input", indexesBeyond},
     {"Gather", "of a variable, with an index that is a list", "the engine drops the dimension", dropsAxisOfIndex},
     {"Split", "into parts of different sizes that an input tells", "the engine makes all parts of one size",
      splitsByInput},
@@ -409,16 +432,16 @@ constexpr EngineLimit kLimits[] = {
      [](const OnnxNode& node) { return isAutoPadded(node) && !isSingle(node.numbers("dilations")); }},
     {"PRelu", "a constant slope that is neither one number nor one for each channel",
      "the engine takes the first numbers for those of the channels", hasOtherSlopes},
-    {"BatchNormalization", "training_mode", "the engine ignores training_mode",
-     [](const OnnxNode& node) { return node.number("training_mode", 0) != 0; }},
+    {"BatchNormalization", "training_mode, or spatial 0", "the engine ignores training_mode and spatial",
+     [](const OnnxNode& node) { return node.number("training_mode", 0) != 0 || node.number("spatial", 1) == 0; }},
     {"InstanceNormalization", "the first dimension is not known to be 1", "the engine computes the first row alone",
      [](const OnnxNode& node) {
          const auto shape = node.inputShape(0);
          return !shape || shape->empty() || shape->front() != 1;
      }},
     {"CumSum", "always", "the engine writes beside its memory", [](const OnnxNode& /*node*/) { return true; }},
-    {"GRU", "linear_before_reset other than 1, a direction other than forward, clip, or layout 1",
-     "the engine ignores linear_before_reset, direction, clip and layout", isOtherGru},
+    {"GRU", "linear_before_reset other than 1, a direction other than forward, clip, layout 1, or lengths of sequences",
+     "the engine ignores linear_before_reset, direction, clip, layout and lengths", isOtherGru},
     {"LSTM", "peepholes, input_forget, clip, or layout 1",
      "the engine ignores peepholes, input_forget, clip and layout", isOtherLstm},
     {"Resize Upsample", "the first two dimensions change", "the engine resizes the others alone",
@@ -431,14 +454,9 @@ constexpr EngineLimit kLimits[] = {
      "mode is linear, and a dimension shrinks or grows by what is not known before the run; pytorch_half_pixel to a "
      "size of 1; tf_crop_and_resize",
      "the engine weighs the elements otherwise", isLinearOfOtherKind},
-    {"DequantizeLinear QuantizeLinear QLinearConv QLinearMatMul", "elements of type uint8, or a scale for each channel",
-     "the engine takes uint8 for int8, and one scale for all channels",
-     [](const OnnxNode& node) {
-         const auto scale = node.inputShape(1);
-         const bool hasUnsigned = node.inputType(0) == TensorProto::UINT8 || node.inputType(2) == TensorProto::UINT8 ||
-                                  node.outputType(0) == TensorProto::UINT8;
-         return hasUnsigned || (node.type().find("Linear") > 0 && (!scale || !isSingle(*scale)));
-     }},
+    {"DequantizeLinear QuantizeLinear QLinearConv QLinearMatMul", "always",
+     "the engine takes uint8 for int8 and one scale for all channels, and leaves memory that it never set",
+     [](const OnnxNode& /*node*/) { return true; }},
 };
 
 }  // namespace

@@ -28,7 +28,7 @@ uint64_t elementCount(const EngineShape& shape) {
 bool areCountable(const EngineShapes& shapes) {
     return std::all_of(shapes.begin(), shapes.end(), [](const EngineShape& shape) {
         int64_t left = std::numeric_limits<int>::max();
-        for (const int dimension : shape) left /= std::max(dimension, 1);
+        for (const int dimension : shape) left = dimension < 0 ? 0 : left / std::max(dimension, 1);
         return left > 0;
     });
 }

@@ -10,6 +10,7 @@
 #include <onnx/defs/schema.h>
 #include <onnx/onnx_pb.h>
 #include <onnx/shape_inference/implementation.h>
+#include <unordered_set>
 
 namespace TarnoMirelo::OpenCv {
 namespace {
@@ -27,25 +28,28 @@ onnx::ModelProto parse(const char* bytes, size_t size) {
     return model;
 }
 
-// 0 where the network uses none of them.
-int operatorSetOf(const onnx::ModelProto& model) {
-    for (const auto& set : model.opset_import()) {
-        if (isOnnxDomain(set.domain())) return static_cast<int>(set.version());
-    }
-    return 0;
-}
-
-const onnx::OpSchema* schemaOf(const onnx::NodeProto& node, int operatorSet) {
-    return isOnnxDomain(node.domain()) ? onnx::OpSchemaRegistry::Schema(node.op_type(), operatorSet, "") : nullptr;
-}
-
 // Nodes needn't have names; outputs do.
 std::string nameOf(const onnx::NodeProto& node) {
     const bool byOutput = node.name().empty() && node.output_size() > 0;
     return "Node \"" + (byOutput ? node.output(0) : node.name()) + "\" (" + node.op_type() + ")";
 }
 
-[[noreturn]] void refuseConstant(const std::string& name, const std::string& found, const char* wanted) {
+int operatorSetOf(const onnx::ModelProto& model) {
+    const auto& sets = model.opset_import();
+    const auto set = std::ranges::find_if(sets, isOnnxDomain, &onnx::OperatorSetIdProto::domain);
+    const int64_t version = set == sets.end() ? 0 : set->version();
+    if (version >= 1 && version <= std::numeric_limits<int>::max()) return static_cast<int>(version);
+    const auto node = std::ranges::find_if(model.graph().node(), isOnnxDomain, &onnx::NodeProto::domain);
+    if (node == model.graph().node().end()) return 1;  // of which none is used
+    throw ModelMetaDataException(nameOf(*node) + ": the network's version of ONNX's operators is " +
+                                 std::to_string(version) + ", wanted is one from 1");
+}
+
+const onnx::OpSchema* schemaOf(const onnx::NodeProto& node, int operatorSet) {
+    return isOnnxDomain(node.domain()) ? onnx::OpSchemaRegistry::Schema(node.op_type(), operatorSet, "") : nullptr;
+}
+
+[[noreturn]] void refuseConstant(const std::string& name, const std::string& found, const std::string& wanted) {
     throw ModelMetaDataException("Constant \"" + name + "\": it " + found + ", wanted is " + wanted);
 }
 
@@ -64,6 +68,29 @@ bool isReadable(const onnx::TensorProto& constant) {
     }
 }
 
+// How many elements the data of a constant holds, of a readable type.
+uint64_t countElements(const onnx::TensorProto& constant) {
+    const bool isWide = constant.data_type() == onnx::TensorProto::INT64;
+    if (constant.has_raw_data()) {
+        const uint64_t width = isWide ? 8 : constant.data_type() == onnx::TensorProto::INT8 ? 1 : 4;
+        return constant.raw_data().size() % width == 0 ? constant.raw_data().size() / width : 0;
+    }
+    if (constant.data_type() == onnx::TensorProto::FLOAT) return static_cast<uint64_t>(constant.float_data_size());
+    if (constant.data_type() == onnx::TensorProto::DOUBLE) return static_cast<uint64_t>(constant.double_data_size());
+    return static_cast<uint64_t>(isWide ? constant.int64_data_size() : constant.int32_data_size());
+}
+
+// Nothing where they can't be counted.
+std::optional<uint64_t> countWanted(const onnx::TensorProto& constant) {
+    uint64_t count = 1;
+    for (const int64_t size : constant.dims()) {
+        if (size < 0 || size > std::numeric_limits<int>::max()) return std::nullopt;
+        count *= static_cast<uint64_t>(size);
+        if (count > static_cast<uint64_t>(std::numeric_limits<int>::max())) return std::nullopt;
+    }
+    return count;
+}
+
 void checkConstant(const std::string& name, const onnx::TensorProto& constant) {
     if (constant.data_location() == onnx::TensorProto::EXTERNAL) {
         refuseConstant(name, "lies in a file of its own", "one in the network's file");
@@ -73,18 +100,51 @@ void checkConstant(const std::string& name, const onnx::TensorProto& constant) {
         refuseConstant(name, "has elements of type " + onnx::TensorProto::DataType_Name(type),
                        "FLOAT, INT8, INT32 or INT64");
     }
+    const std::optional<uint64_t> wanted = countWanted(constant);
+    if (!wanted) refuseConstant(name, "has a shape that can't be counted", "one of up to 2^31 - 1 elements");
+    if (countElements(constant) != *wanted) {
+        refuseConstant(name, "has data for another number of elements", "data for " + std::to_string(*wanted));
+    }
 }
 
 void checkConstants(const onnx::GraphProto& graph) {
     for (const onnx::TensorProto& constant : graph.initializer()) checkConstant(constant.name(), constant);
     for (const onnx::NodeProto& node : graph.node()) {
-        if (node.op_type() != "Constant" || node.output_size() != 1) continue;
+        if (node.op_type() != "Constant") continue;
         for (const onnx::AttributeProto& attribute : node.attribute()) {
             if (attribute.name() == "value") checkConstant(node.output(0), attribute.t());
         }
     }
     if (graph.sparse_initializer_size() > 0) {
         refuseConstant(graph.sparse_initializer(0).values().name(), "is sparse", "a dense one");
+    }
+}
+
+// Numbers that bring down the engine, or the inference of shapes.
+void checkNode(const onnx::NodeProto& node) {
+    const auto refuse = [&](const std::string& why) { throw ModelMetaDataException(nameOf(node) + ": " + why); };
+    if (node.output_size() == 0 || node.output(0).empty()) refuse("it has no output, wanted is one");
+    for (const onnx::AttributeProto& attribute : node.attribute()) {
+        const std::string& name = attribute.name();
+        const auto isWrong = [](int64_t number) { return number < 1 || number > std::numeric_limits<int>::max(); };
+        const bool isSize = name == "strides" || name == "dilations" || name == "kernel_shape";
+        if ((isSize && std::ranges::any_of(attribute.ints(), isWrong)) || (name == "group" && isWrong(attribute.i()))) {
+            refuse(name + " holds a number that is not from 1 to 2^31 - 1");
+        }
+    }
+}
+
+void checkNodes(const onnx::GraphProto& graph) {
+    std::unordered_set<std::string> empty;
+    for (const onnx::TensorProto& constant : graph.initializer()) {
+        if (std::ranges::find(constant.dims(), 0) != constant.dims().end()) empty.insert(constant.name());
+    }
+    for (const onnx::NodeProto& node : graph.node()) {
+        checkNode(node);
+        if (node.op_type() != "Conv" && node.op_type() != "ConvTranspose") continue;
+        if (node.input_size() > 1 && empty.contains(node.input(1))) {
+            throw ModelMetaDataException(nameOf(node) + ": its weights are empty");
+        }
     }
 }
 
@@ -112,15 +172,16 @@ bool hasOneRow(const ModelTarget& target) {
     });
 }
 
-// Infers the types and shapes of all values for as long as it lives. A network that can't be inferred is judged by what
-// it declares.
+// Infers the types and shapes of all values for as long as it lives. What the file says of values in between is not
+// believed: it may be of another time. Of a network that can't be inferred nothing is known.
 class Inference {
  public:
-    explicit Inference(onnx::ModelProto& model) : graph_(*model.mutable_graph()), declared_(graph_.value_info()) {
+    explicit Inference(onnx::ModelProto& model) : graph_(*model.mutable_graph()) {
+        graph_.mutable_value_info()->Swap(&declared_);
         try {
             onnx::shape_inference::InferShapes(model);
         } catch (const std::exception&) {
-            *graph_.mutable_value_info() = declared_;
+            graph_.clear_value_info();
         }
     }
     Inference(const Inference&) = delete;
@@ -199,7 +260,7 @@ std::string refusalOf(onnx::ModelProto& model, int operatorSet, bool& fusesWrong
     const Inference inference(model);
     const GraphFacts facts(model.graph(), operatorSet);
     for (const onnx::NodeProto& node : model.graph().node()) {
-        if (schemaOf(node, operatorSet) == nullptr) continue;
+        if (!isOnnxDomain(node.domain())) continue;
         const OnnxNode looked(node, facts);
         fusesWrongly = fusesWrongly || isFusedWrongly(looked);
         const EngineLimit* const limit = limitOf(looked);
@@ -212,11 +273,12 @@ std::string refusalOf(onnx::ModelProto& model, int operatorSet, bool& fusesWrong
 
 OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target) {
     onnx::ModelProto model = parse(bytes, size);
+    checkNodes(model.graph());
     const int operatorSet = operatorSetOf(model);
     checkConstants(model.graph());
     OnnxFile file;
     for (const onnx::NodeProto& node : model.graph().node()) {
-        if (node.output_size() > 0) file.nodes.emplace(node.output(0), nameOf(node));
+        file.nodes.emplace(node.output(0), nameOf(node));
         if (schemaOf(node, operatorSet) == nullptr) {
             file.customOperators.insert((isOnnxDomain(node.domain()) ? "" : node.domain() + ".") + node.op_type());
         }

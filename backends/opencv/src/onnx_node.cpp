@@ -19,7 +19,8 @@ GraphFacts::GraphFacts(const onnx::GraphProto& graph, int version) : operatorSet
     for (const onnx::NodeProto& node : graph.node()) {  // a node comes after those that it takes its inputs from
         for (const std::string& value : node.output()) producers.emplace(value, &node);
         const OnnxNode looked(node, *this);
-        const auto* const value = node.op_type() == "Constant" ? looked.attribute("value") : nullptr;
+        const auto* const value =
+            node.op_type() == "Constant" && node.output_size() > 0 ? looked.attribute("value") : nullptr;
         if (value != nullptr) constants.emplace(node.output(0), &value->t());
         if (node.op_type() == "Shape" || !looked.hasVariableInput()) {
             computedConstants.insert(node.output().begin(), node.output().end());

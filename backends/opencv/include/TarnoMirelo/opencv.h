@@ -100,8 +100,9 @@ struct Options {
 ///   - `ALLOCATION_FAILED`: the tensor of an output can't get a buffer, or there is no memory for it; other outputs
 ///   that
 ///     had none may have got theirs
-/// No operation that returns a status raises. One that fails leaves the list of outputs as it was, and the tensors in
-/// it but for their elements; a load that fails leaves no network, not even the one of the load before.
+/// No operation that returns a status raises. One that fails leaves the list of outputs as it was; where the engine or
+/// an operator failed, the tensors in it may have the results' shapes, and other elements. A load that fails leaves no
+/// network, not even the one of the load before. A target without components is refused before that.
 ///
 /// **Memory**: what the engine's weights and blobs take is reported through the model's record at the
 /// first operation after the model was registered, kept up to date as shapes change, and taken back by the unload.

@@ -247,7 +247,7 @@ MireloStatus runBatch(const InputPorts& inputPorts, const OutputPorts& outputPor
     status = stacked ? *std::move(stacked) : runOneByOne(rows, run);
     if (!status.ok() && !status.warn()) return status;
     if (haveVariableOutputs(rows)) {  // one may have grown, within its buffer, over what another row has there
-        const MireloStatus apart = checkApart(inputPorts, outputPorts, rows);
+        MireloStatus apart = checkApart(inputPorts, outputPorts, rows);
         if (!apart.ok()) return apart;
     }
     if (!outputs.empty()) return status;

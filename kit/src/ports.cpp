@@ -431,10 +431,4 @@ void BoundTensors::add(std::shared_ptr<const ITensor> tensor) {
     bound_.push_back({std::move(tensor), buffer, shape});
 }
 
-bool BoundTensors::areInPlace() const {
-    return std::all_of(bound_.begin(), bound_.end(), [](const Bound& each) {
-        return each.tensor->buffer() == each.buffer && each.tensor->shape() == each.shape;
-    });
-}
-
 }  // namespace TarnoMirelo::Kit

@@ -122,7 +122,12 @@ class BoundTensors {
     /// Remembers the tensor as it is now, and keeps it alive. Null pointers are left out.
     void add(std::shared_ptr<const ITensor> tensor);
     /// Whether every tensor still has the buffer and the shape that it had.
-    bool areInPlace() const;
+    bool areInPlace() const {  // here, since a backend asks in each evaluation
+        for (const Bound& each : bound_) {
+            if (each.tensor->buffer() != each.buffer || each.tensor->shape() != each.shape) return false;
+        }
+        return true;
+    }
 
  private:
     struct Bound {

@@ -18,6 +18,7 @@
 
 #include <TarnoMirelo/model.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -123,10 +124,9 @@ class BoundTensors {
     void add(std::shared_ptr<const ITensor> tensor);
     /// Whether every tensor still has the buffer and the shape that it had.
     bool areInPlace() const {  // here, since a backend asks in each evaluation
-        for (const Bound& each : bound_) {
-            if (each.tensor->buffer() != each.buffer || each.tensor->shape() != each.shape) return false;
-        }
-        return true;
+        return std::all_of(bound_.begin(), bound_.end(), [](const Bound& each) {
+            return each.tensor->buffer() == each.buffer && each.tensor->shape() == each.shape;
+        });
     }
 
  private:

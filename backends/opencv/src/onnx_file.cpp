@@ -30,8 +30,9 @@ onnx::ModelProto parse(const char* bytes, size_t size) {
 
 // Nodes needn't have names; outputs do.
 std::string nameOf(const onnx::NodeProto& node) {
-    const bool byOutput = node.name().empty() && node.output_size() > 0;
-    return "Node \"" + (byOutput ? node.output(0) : node.name()) + "\" (" + node.op_type() + ")";
+    const auto output = std::ranges::find_if_not(node.output(), &std::string::empty);
+    const bool byOutput = node.name().empty() && output != node.output().end();
+    return "Node \"" + (byOutput ? *output : node.name()) + "\" (" + node.op_type() + ")";
 }
 
 int operatorSetOf(const onnx::ModelProto& model) {
@@ -123,7 +124,8 @@ void checkConstants(const onnx::GraphProto& graph) {
 // Numbers that bring down the engine, or the inference of shapes.
 void checkNode(const onnx::NodeProto& node) {
     const auto refuse = [&](const std::string& why) { throw ModelMetaDataException(nameOf(node) + ": " + why); };
-    if (node.output_size() == 0 || node.output(0).empty()) refuse("it has no output, wanted is one");
+    // The first one may be left out, as an LSTM's is whose last state alone is wanted.
+    if (std::ranges::all_of(node.output(), &std::string::empty)) refuse("it has no output, wanted is one");
     for (const onnx::AttributeProto& attribute : node.attribute()) {
         const std::string& name = attribute.name();
         const auto isWrong = [](int64_t number) { return number < 1 || number > std::numeric_limits<int>::max(); };
@@ -278,7 +280,7 @@ OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target)
     checkConstants(model.graph());
     OnnxFile file;
     for (const onnx::NodeProto& node : model.graph().node()) {
-        file.nodes.emplace(node.output(0), nameOf(node));
+        for (const std::string& output : node.output()) file.nodes.emplace(output, nameOf(node));
         if (schemaOf(node, operatorSet) == nullptr) {
             file.customOperators.insert((isOnnxDomain(node.domain()) ? "" : node.domain() + ".") + node.op_type());
         }

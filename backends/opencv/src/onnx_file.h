@@ -21,7 +21,7 @@ struct OnnxFile {
 
     std::vector<Input> inputs;                           // without the constants
     std::set<std::string> customOperators;               // that ONNX itself doesn't have, as "domain.type"
-    std::unordered_map<std::string, std::string> nodes;  // `Node "name" (type)`, by the node's first output
+    std::unordered_map<std::string, std::string> nodes;  // `Node "name" (type)`, by the node's outputs
     bool fusesWrongly = false;                           // the engine may not fuse its layers
     std::string repaired;                                // the file in a form that the engine reads right
 };

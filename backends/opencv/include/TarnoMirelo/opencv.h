@@ -97,9 +97,8 @@ struct Options {
 ///     is cut short; a target that does not fit the network; a node that the engine computes wrong
 ///   - `FILE_ERROR`: the component's file can't be read
 ///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text
-///   - `ALLOCATION_FAILED`: the tensor of an output can't get a buffer, or there is no memory for it; other outputs
-///   that
-///     had none may have got theirs
+///   - `ALLOCATION_FAILED`: an output's tensor can't get a buffer, or there is no memory for it; other outputs without
+///     one may have got theirs
 /// No operation that returns a status raises. One that fails leaves the list of outputs as it was; where the engine or
 /// an operator failed, the tensors in it may have the results' shapes, and other elements. A load that fails leaves no
 /// network, not even the one of the load before. A target without components is refused before that.

@@ -271,6 +271,7 @@ Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const
     }
     for (const Kit::Ports::Port& port : outputs_) {
         const NetworkValue& value = *find(opened.outputs, port.name);
+        handsInputsOut_ = handsInputsOut_ || find(opened.inputs, port.name) != nullptr;
         hasRows_ = hasRows_ && isRow(port.shape) && leavesRowsOpen(value);
     }
     if (engine().version >= kVersionWithStatistics) {

@@ -41,6 +41,10 @@ class Network {
     /// Whether the network has a constant where the input is left out.
     bool isOptional(size_t input) const { return isOptional_[input]; }
 
+    /// Whether an output is also an input, which the engine hands out itself instead of writing it where the output
+    /// points.
+    bool handsInputsOut() const { return handsInputsOut_; }
+
     /// Rows that `predict` and `bind` expect in one tensor.
     int64_t batchSize() const { return batchSize_; }
     /// Raises `InvalidArgumentsException` for no rows, or more than can be counted; `InvalidOperationException` where
@@ -96,6 +100,7 @@ class Network {
     Kit::InputPorts inputs_;
     Kit::OutputPorts outputs_;
     std::vector<bool> isOptional_;
+    bool handsInputsOut_ = false;
     bool hasRows_ = true;
     bool isFromCache_ = false;
     int64_t batchSize_ = 1;

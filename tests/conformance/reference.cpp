@@ -4,9 +4,11 @@
 #include "support/text.h"
 
 #include <TarnoMirelo/conformance.h>
+#include <TarnoMirelo/kit/texts.h>
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <iostream>
 #include <set>
 #include <string>
@@ -64,6 +66,25 @@ TEST(Contract, EachRowCatchesAFault) {
         for (const Conformance::Row& row : family.rows) rows.insert(row.name);
     }
     EXPECT_EQ(caught, rows);
+}
+
+// The page's headings and rows are the contract's.
+TEST(Contract, IsWhatThePageShows) {
+    std::string wanted;
+    for (const Conformance::Family& family : Conformance::contract()) {
+        wanted += std::string("## ") + family.name + "\n";
+        for (const Conformance::Row& row : family.rows) {
+            wanted += list("|", row.name, "|", row.situation, "|", "`" + Kit::toText(row.status) + "`", "|", row.wanted,
+                           "|\n");
+        }
+    }
+    std::string shown;
+    std::ifstream page(CONTRACT_PAGE);
+    for (std::string line; std::getline(page, line);) {
+        const bool isRow = line.rfind("| ", 0) == 0 && line.rfind("| row |", 0) != 0;
+        if (isRow || line.rfind("## ", 0) == 0) shown += line + "\n";
+    }
+    EXPECT_EQ(shown, wanted);
 }
 
 }  // namespace

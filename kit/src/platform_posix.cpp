@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace TarnoMirelo::Kit::Platform {
 namespace {
@@ -31,6 +33,11 @@ int openRegular(const Filepath& path) {
     return -1;
 }
 
+bool isSomethingElse(const std::filesystem::path& path) {
+    struct stat facts {};
+    return ::stat(path.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode);
+}
+
 }  // namespace
 
 bool isMisread(std::string_view /*name*/) { return false; }
@@ -51,6 +58,39 @@ size_t InputFile::read(void* data, size_t size) {
         done += static_cast<size_t>(more);
     }
     return done;
+}
+
+NewFile::NewFile(const Filepath& path)
+    : path_(path),
+      native_(nativePath(path)),
+      beside_(nativePath(pathBeside(path))),
+      handle_(isSomethingElse(native_)
+                  ? -1
+                  : ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666)) {
+    if (handle_ < 0) fail();
+}
+
+NewFile::~NewFile() {
+    if (handle_ >= 0) ::close(static_cast<int>(handle_));
+    if (!finished_) ::unlink(beside_.c_str());
+}
+
+void NewFile::fail() const { throw FileException("Cannot write the file " + path_.getPathString()); }
+
+void NewFile::write(const void* data, size_t size) {
+    for (size_t done = 0; done < size;) {
+        const ssize_t more = ::write(static_cast<int>(handle_), static_cast<const char*>(data) + done, size - done);
+        if (more < 0 && errno == EINTR) continue;
+        if (more <= 0) fail();
+        done += static_cast<size_t>(more);
+    }
+}
+
+void NewFile::finish() {
+    if (::fsync(static_cast<int>(handle_)) != 0) fail();
+    const int file = static_cast<int>(std::exchange(handle_, -1));
+    if (::close(file) != 0 || std::rename(beside_.c_str(), native_.c_str()) != 0) fail();
+    finished_ = true;
 }
 
 }  // namespace TarnoMirelo::Kit::Platform

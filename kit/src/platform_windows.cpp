@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <windows.h>
 
 namespace TarnoMirelo::Kit::Platform {
@@ -71,6 +72,44 @@ size_t InputFile::read(void* data, size_t size) {
         }
     }
     return done;
+}
+
+NewFile::NewFile(const Filepath& path)
+    : path_(path),
+      native_(widePath(path)),
+      beside_(widePath(pathBeside(path))),
+      handle_(reinterpret_cast<intptr_t>(
+          ::CreateFileW(beside_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr))) {
+    if (handleOf(handle_) == INVALID_HANDLE_VALUE) fail();
+    if (::GetFileType(handleOf(handle_)) == FILE_TYPE_DISK) return;
+    ::CloseHandle(handleOf(handle_));
+    fail();
+}
+
+NewFile::~NewFile() {
+    if (handleOf(handle_) != INVALID_HANDLE_VALUE) ::CloseHandle(handleOf(handle_));
+    if (!finished_) ::DeleteFileW(beside_.c_str());
+}
+
+void NewFile::fail() const { throw FileException("Cannot write the file " + path_.getPathString()); }
+
+void NewFile::write(const void* data, size_t size) {
+    constexpr size_t kMost = 1 << 30;
+    for (size_t done = 0; done < size;) {
+        const auto wanted = static_cast<DWORD>(std::min(size - done, kMost));
+        DWORD more = 0;
+        const auto* const next = static_cast<const char*>(data) + done;
+        if (::WriteFile(handleOf(handle_), next, wanted, &more, nullptr) == FALSE || more == 0) fail();
+        done += more;
+    }
+}
+
+void NewFile::finish() {
+    if (::FlushFileBuffers(handleOf(handle_)) == FALSE) fail();
+    ::CloseHandle(handleOf(std::exchange(handle_, reinterpret_cast<intptr_t>(INVALID_HANDLE_VALUE))));
+    constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    if (::MoveFileExW(beside_.c_str(), native_.c_str(), kFlags) == FALSE) fail();
+    finished_ = true;
 }
 
 }  // namespace TarnoMirelo::Kit::Platform

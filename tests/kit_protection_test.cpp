@@ -92,6 +92,9 @@ TEST(KitProtection, GivesBackWhatItWasGiven) {
             const Filepath stored = directory.write("container", stringOf(container));
             EXPECT_EQ(text(unprotectFile(stored, kTestKey, directory.path("opened"))), kSuccess);
             EXPECT_TRUE(directory.read("opened") == plain);
+            SecretBytes bytes;
+            EXPECT_EQ(text(unprotectFile(stored, kTestKey, bytes)), kSuccess);
+            EXPECT_TRUE(std::string(bytes.data(), bytes.data() + bytes.size()) == plain);
         }
         EXPECT_NE(containers[0], containers[1]);  // each has a nonce of its own
         EXPECT_NE(containers[1], containers[2]);
@@ -237,15 +240,26 @@ TEST(KitProtection, LeavesNothingBehindWhereAFileFails) {
         {protectFile(taken, kTestKey, there), "3: Cannot open the file " + taken.getPathString()},
         {protectFile(plain, kTestKey, nowhere), "3: Cannot write the file " + nowhere.getPathString()},
         {protectFile(plain, kTestKey, taken), "3: Cannot write the file " + taken.getPathString()},
-        {protectFile(plain, kTestKey, Filepath("\xFF")), "3: The path is not UTF-8: wanted is the name of a file"},
+        {protectFile(plain, kTestKey, Filepath("\xFF")), "3: The path is not UTF-8"},
     };
     for (const auto& each : cases) EXPECT_EQ(text(each.status), each.expected);
     EXPECT_EQ(directory.read("there"), "as it was");
+    SecretBytes bytes;
+    EXPECT_EQ(text(unprotectFile(container, kTestKey, bytes)), kDoesNotOpen);
+    EXPECT_EQ(text(unprotectFile(plain, kTestKey, bytes)), kDoesNotOpen);
+    EXPECT_EQ(bytes.data(), nullptr);
     for (const auto& entry : std::filesystem::directory_iterator(directory.native())) {
         EXPECT_NE(entry.path().extension(), ".part") << entry.path();
     }
     EXPECT_EQ(text(protectFile(plain, kTestKey, there)), kSuccess);
     EXPECT_EQ(opened(bytesOf(directory.read("there"))), content(kChunk + 1));
+}
+
+TEST(KitProtection, DrawsKeysThatDiffer) {
+    unsigned char keys[2][16] = {};
+    for (auto& key : keys) ASSERT_EQ(text(newProtectionKey(key)), kSuccess);
+    EXPECT_EQ(opened(protectedBytes("weights", keys[0]), keys[0]), "weights");
+    EXPECT_EQ(opened(protectedBytes("weights", keys[0]), keys[1]), kDoesNotOpen);
 }
 
 TEST(KitProtection, KeepsSecretsInOnePlace) {

@@ -26,6 +26,8 @@ class InputFile {
     InputFile& operator=(const InputFile&) = delete;
     ~InputFile();
 
+    /// In bytes, when it was opened.
+    uint64_t size() const { return size_; }
     /// Reads until `size` bytes are there or the file ends. Raises `FileException` that names the path when reading
     /// fails.
     /// @return the bytes that were read; fewer than `size` at the end alone
@@ -34,6 +36,7 @@ class InputFile {
  private:
     Filepath path_;
     intptr_t handle_;
+    uint64_t size_ = 0;
 };
 
 /// A file that appears under its name once it is whole, and takes the place of the one that was there. Until then it

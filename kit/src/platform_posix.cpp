@@ -17,20 +17,11 @@ std::string nativePath(const Filepath& path) {
     try {
         FileUtils().pathExists(path);
     } catch (const std::range_error&) {
-        throw FileException("The path is not UTF-8: wanted is the name of a file");
+        throw FileException("The path is not UTF-8");
     }
     std::string native = path.c_str();
     std::replace(native.begin(), native.end(), '\\', '/');
     return native;
-}
-
-// A pipe is not waited for.
-int openRegular(const Filepath& path) {
-    const int file = ::open(nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    struct stat facts {};
-    if (file < 0 || (::fstat(file, &facts) == 0 && S_ISREG(facts.st_mode))) return file;
-    ::close(file);
-    return -1;
 }
 
 bool isSomethingElse(const std::filesystem::path& path) {
@@ -42,8 +33,16 @@ bool isSomethingElse(const std::filesystem::path& path) {
 
 bool isMisread(std::string_view /*name*/) { return false; }
 
-InputFile::InputFile(const Filepath& path) : path_(path), handle_(openRegular(path)) {
-    if (handle_ < 0) throw FileException("Cannot open the file " + path.getPathString());
+// A pipe is not waited for.
+InputFile::InputFile(const Filepath& path)
+    : path_(path), handle_(::open(nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
+    const int file = static_cast<int>(handle_);
+    struct stat facts {};
+    const bool isRegular = file >= 0 && ::fstat(file, &facts) == 0 && S_ISREG(facts.st_mode);
+    size_ = static_cast<uint64_t>(facts.st_size);
+    if (isRegular) return;
+    if (file >= 0) ::close(file);
+    throw FileException("Cannot open the file " + path.getPathString());
 }
 
 InputFile::~InputFile() { ::close(static_cast<int>(handle_)); }

@@ -115,6 +115,20 @@ Header headerAt(const uint8_t* container, uint64_t size) {
     return header;
 }
 
+// The chunks of a container of so many bytes.
+uint64_t chunksOf(uint64_t size) {
+    if (size <= kHeaderSize) refuseContainer();
+    return (size - kHeaderSize - 1) / kSealedSize + 1;
+}
+
+// The bytes that a container of so many bytes holds.
+uint64_t contentSizeOf(uint64_t size) {
+    const uint64_t count = chunksOf(size);
+    const uint64_t sealed = size - kHeaderSize;
+    if (sealed - (count - 1) * kSealedSize < kTagSize) refuseContainer();
+    return sealed - count * kTagSize;
+}
+
 // Pieces of `size` bytes, as long as there are any; the last one may be shorter, and is empty where there is nothing.
 // @param read  gives so many bytes, fewer at the end alone
 // @param take  takes a piece and whether it is the last
@@ -222,6 +236,14 @@ SecretBytes::~SecretBytes() {
     if (bytes_ != nullptr) Cryptography::wipe(bytes_.get(), static_cast<size_t>(size_));
 }
 
+MireloStatus newProtectionKey(unsigned char* key) {
+    return statusOf([&] {
+        Wiped<Cryptography::Key> drawn;
+        Cryptography::randomBytes(drawn.value.data(), drawn.value.size());
+        std::copy(drawn.value.begin(), drawn.value.end(), key);
+    });
+}
+
 MireloStatus protect(const void* plain, uint64_t size, const unsigned char* key, std::vector<uint8_t>& container) {
     return statusOf([&] {
         if (size > kLargestProtected) refuseSize();
@@ -249,10 +271,9 @@ MireloStatus unprotect(const void* container, uint64_t size, const unsigned char
         const auto* next = static_cast<const uint8_t*>(container);
         Chunks chunks(key, headerAt(next, size));
         next += kHeaderSize;
+        SecretBytes opened(contentSizeOf(size));
+        const uint64_t count = chunksOf(size);
         uint64_t left = size - kHeaderSize;
-        const uint64_t count = left == 0 ? 1 : (left - 1) / kSealedSize + 1;
-        if (left - (count - 1) * kSealedSize < kTagSize) refuseContainer();
-        SecretBytes opened(left - count * kTagSize);
         uint8_t* to = opened.data();
         for (uint64_t number = 0; number < count; ++number) {
             const auto length = static_cast<size_t>(std::min<uint64_t>(left, kSealedSize));
@@ -273,6 +294,23 @@ MireloStatus protectFile(const Filepath& plain, const unsigned char* key, const 
 MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, const Filepath& plain) {
     return betweenFiles(container, plain,
                         [key](const auto& read, const auto& write) { unprotectPieces(key, read, write); });
+}
+
+MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, SecretBytes& plain) {
+    return statusOf([&] {
+        Platform::InputFile input(container);
+        SecretBytes opened(contentSizeOf(input.size()));
+        uint64_t done = 0;
+        unprotectPieces(
+            key, [&](uint8_t* data, size_t size) { return input.read(data, size); },
+            [&](const uint8_t* data, size_t size) {
+                if (size > opened.size() - done) refuseContainer();  // the file has grown
+                std::copy_n(data, size, opened.data() + done);
+                done += size;
+            });
+        if (done < opened.size()) refuseContainer();
+        plain = std::move(opened);
+    });
 }
 
 MireloStatus protectStream(std::istream& plain, const unsigned char* key, std::ostream& container) {

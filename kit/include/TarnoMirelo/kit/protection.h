@@ -51,6 +51,10 @@ class SecretBytes {
     uint64_t size_ = 0;
 };
 
+/// Draws a new key from the system's generator for secrets.
+/// @param key  out, on success only: 16 bytes
+MireloStatus newProtectionKey(unsigned char* key);
+
 /// Makes a container of bytes in memory.
 /// @param plain      the first byte; may be null where `size` is 0
 /// @param key        16 bytes
@@ -74,6 +78,11 @@ MireloStatus protectFile(const Filepath& plain, const unsigned char* key, const 
 /// whole.
 /// @return as above
 MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, const Filepath& plain);
+
+/// The bytes that a container in a file holds, in memory: no more than them and four MiB is needed at any time.
+/// @param plain  out, on success only
+/// @return as `unprotectFile`
+MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, SecretBytes& plain);
 
 /// Makes a container of all that a stream gives. Both streams are binary. A container that is not written to its end,
 /// since this fails, opens nowhere.

@@ -35,14 +35,14 @@ void checkOwnPath(const Filepath& manifest, FindingList& findings) {
     if (slash != std::string::npos && path[slash] == '\\') return;
     addError(findings,
              {"The loader takes another directory for the model's: it counts backslashes alone, on every system",
-              "the path " + quoted(path), "a backslash between the directory and the manifest's name",
+              "the path " + quotedExcerpt(path), "a backslash between the directory and the manifest's name",
               "Build the path with Filepath::append, from the directory and the name."});
 }
 
 // The manifest's text; false where it can't be read.
 bool readManifest(const Filepath& manifest, std::string& text, FindingList& findings) {
     const auto cannot = [&](const char* why) {
-        addError(findings, {"The manifest can't be read", why + quoted(manifest.getPathString()), "a file",
+        addError(findings, {"The manifest can't be read", why + quotedExcerpt(manifest.getPathString()), "a file",
                             "Check the path, and that the file may be read."});
         return false;
     };

@@ -19,7 +19,7 @@ using Words = FindingList::Words;
 
 constexpr size_t kMostCompared = 1000;  // names of a directory, in search of the one that was meant
 
-std::string lowered(std::string_view text) {
+std::string lowerCased(std::string_view text) {
     std::string lower(text);
     for (char& each : lower) {
         if (each >= 'A' && each <= 'Z') each = static_cast<char>(each - 'A' + 'a');
@@ -47,7 +47,7 @@ class Directories {
             if (each.getPathString() == "." || each.getPathString() == "..") continue;
             names.all.push_back(each.getPathString());
             names.exact.emplace(names.all.back(), index);
-            names.lower.emplace(lowered(names.all.back()), index);
+            names.lower.emplace(lowerCased(names.all.back()), index);
         }
         return names;
     }
@@ -75,7 +75,7 @@ Place follow(const std::string& path, const Filepath& rootDir, Directories& dire
         const Directories::Names& names = directories.in(place.path);
         std::string actual = name;
         if (names.exact.find(name) == names.exact.end()) {
-            const auto other = names.lower.find(lowered(name));
+            const auto other = names.lower.find(lowerCased(name));
             if (other == names.lower.end()) {
                 place.missing = name;
                 place.directory = place.path;
@@ -119,7 +119,7 @@ class ComponentCheck {
         if (!place.isExact) {
             report(Severity::Error, component, component.pathOffset, "/path",
                    {"The path differs from the file's in the case of letters: it is found on Windows alone",
-                    quoted(component.path), quoted(place.spelling), "Write \"" + place.spelling + "\"."});
+                    quotedExcerpt(component.path), quotedExcerpt(place.spelling), "Write \"" + place.spelling + "\"."});
         }
         uint64_t size = 0;
         const bool isFile = isReadableFile(place.path, size);
@@ -146,9 +146,10 @@ class ComponentCheck {
         const std::string_view meant = nearestName(*place.missing, candidates);
         findings_.add(
             Severity::Error, component.pathOffset, component.pointer + "/path",
-            {"Nothing is there", "no " + quoted(*place.missing) + " in " + quoted(shown(place.directory)),
+            {"Nothing is there", "no " + quotedExcerpt(*place.missing) + " in " + quotedExcerpt(shown(place.directory)),
              "the component's file",
-             meant.empty() ? "Write the path of the file, or put the file there." : "Write " + quoted(meant) + "."});
+             meant.empty() ? "Write the path of the file, or put the file there."
+                           : "Write " + quotedExcerpt(meant) + "."});
     }
 
     static std::string shown(const Filepath& directory) { return withSlashes(directory.getPathString()); }
@@ -199,7 +200,7 @@ void checkComponentFiles(const std::vector<ComponentEntry>& components, const Fi
         } catch (const std::range_error&) {
             if (!findings.count(Severity::Error)) continue;
             findings.add(Severity::Error, each.pathOffset, each.pointer + "/path",
-                         {"The path is not UTF-8", quoted(each.path), "UTF-8", "Save the manifest as UTF-8."});
+                         {"The path is not UTF-8", quotedExcerpt(each.path), "UTF-8", "Save the manifest as UTF-8."});
         }
     }
 }

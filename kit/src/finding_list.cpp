@@ -7,21 +7,21 @@
 namespace TarnoMirelo::Kit {
 namespace {
 
-constexpr size_t kMost = 1000;  // findings of a severity
+constexpr size_t kMostFindings = 1000;  // findings of a severity
 
-constexpr size_t kBlock = sizeof(uint64_t);
+constexpr size_t kAsciiBlock = sizeof(uint64_t);
 
 // Whether a block of ASCII begins there.
 bool isAscii(std::string_view text, size_t at) {
     uint64_t block = 0;
-    if (text.size() - at < kBlock) return false;
-    std::memcpy(&block, text.data() + at, kBlock);
+    if (text.size() - at < kAsciiBlock) return false;
+    std::memcpy(&block, text.data() + at, kAsciiBlock);
     return (block & 0x8080808080808080U) == 0;
 }
 
-size_t indexOf(Severity severity) { return severity == Severity::Error ? 0 : 1; }
+size_t countIndex(Severity severity) { return severity == Severity::Error ? 0 : 1; }
 
-bool continues(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
+bool continuesUtf8(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 
 // The length of the UTF-8 sequence at the text's start; 0 where it is none.
 size_t sequenceLength(std::string_view text) {
@@ -30,7 +30,7 @@ size_t sequenceLength(std::string_view text) {
     if (first < 0x80) return 1;
     const size_t length = first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : first < 0xF5 ? 4 : 0;
     if (length == 0 || text.size() < length) return 0;
-    if (!std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length), continues)) return 0;
+    if (!std::all_of(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(length), continuesUtf8)) return 0;
     const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
     const bool surrogate = first == 0xED && byte(1) >= 0xA0;
     const bool beyond = first == 0xF4 && byte(1) >= 0x90;
@@ -39,7 +39,7 @@ size_t sequenceLength(std::string_view text) {
 
 }  // namespace
 
-bool FindingList::count(Severity severity) { return ++counts_[indexOf(severity)] <= kMost; }
+bool FindingList::count(Severity severity) { return ++counts_[countIndex(severity)] <= kMostFindings; }
 
 void FindingList::add(Severity severity, std::optional<size_t> offset, std::string where, Words words) {
     findings_.push_back({offset, Finding{severity, std::move(where), 0, 0, std::move(words.what),
@@ -61,7 +61,7 @@ std::vector<Finding> FindingList::take(std::string_view text) {
                 if (text[at] == '\n') {
                     ++line;
                     column = 1;
-                } else if (!continues(text[at])) {
+                } else if (!continuesUtf8(text[at])) {
                     ++column;
                 }
             }
@@ -71,12 +71,12 @@ std::vector<Finding> FindingList::take(std::string_view text) {
         findings.push_back(std::move(placed.finding));
     }
     for (const Severity severity : {Severity::Error, Severity::Warning}) {
-        const size_t all = counts_[indexOf(severity)];
-        if (all <= kMost) continue;
+        const size_t all = counts_[countIndex(severity)];
+        if (all <= kMostFindings) continue;
         Finding& more = findings.emplace_back();
         more.severity = severity;
         more.what = "There are more of them";
-        more.found = std::to_string(all - kMost) + " more";
+        more.found = std::to_string(all - kMostFindings) + " more";
         more.wanted = "none";
         more.advice = "Mend those above, and check again.";
     }
@@ -89,7 +89,7 @@ size_t validUtf8(std::string_view text) {
     size_t at = 0;
     while (at < text.size()) {
         if (isAscii(text, at)) {
-            at += kBlock;
+            at += kAsciiBlock;
             continue;
         }
         const size_t length = sequenceLength(text.substr(at));
@@ -111,6 +111,6 @@ std::string excerpt(std::string_view text, size_t longest) {
     return at < text.size() ? out + "..." : out;
 }
 
-std::string quoted(std::string_view text) { return '"' + excerpt(text) + '"'; }
+std::string quotedExcerpt(std::string_view text) { return '"' + excerpt(text) + '"'; }
 
 }  // namespace TarnoMirelo::Kit

@@ -48,7 +48,7 @@ class FindingList {
 std::string excerpt(std::string_view text, size_t longest = 60);
 
 /// `excerpt` in quotes.
-std::string quoted(std::string_view text);
+std::string quotedExcerpt(std::string_view text);
 
 /// How many bytes of valid UTF-8 the text begins with.
 size_t validUtf8(std::string_view text);

@@ -8,7 +8,7 @@
 namespace TarnoMirelo::Kit {
 namespace {
 
-constexpr size_t kLongest = 32;  // of the names that a manifest knows, and of those that may be meant for one
+constexpr size_t kLongestName = 32;  // of the names that a manifest knows, and of those that may be meant for one
 
 // Names of other programs for the same thing.
 constexpr std::string_view kOtherWords[][2] = {
@@ -27,7 +27,7 @@ std::string lowered(std::string_view text) {
 
 // Insertions, deletions, replacements and swaps of neighbours that turn one text into the other.
 size_t distanceOf(std::string_view a, std::string_view b) {
-    std::array<std::array<size_t, kLongest + 1>, kLongest + 1> steps{};
+    std::array<std::array<size_t, kLongestName + 1>, kLongestName + 1> steps{};
     for (size_t i = 0; i <= a.size(); ++i) steps[i][0] = i;
     for (size_t j = 0; j <= b.size(); ++j) steps[0][j] = j;
     for (size_t i = 1; i <= a.size(); ++i) {
@@ -44,7 +44,7 @@ size_t distanceOf(std::string_view a, std::string_view b) {
 }  // namespace
 
 std::string_view nearestName(std::string_view name, std::span<const std::string_view> names) {
-    if (name.empty() || name.size() > kLongest) return {};
+    if (name.empty() || name.size() > kLongestName) return {};
     const std::string given = lowered(name);
     for (const auto& [word, meant] : kOtherWords) {
         if (word == given && std::find(names.begin(), names.end(), meant) != names.end()) return meant;
@@ -52,7 +52,7 @@ std::string_view nearestName(std::string_view name, std::span<const std::string_
     std::string_view nearest;
     size_t least = std::max<size_t>(1, name.size() / 3) + 1;
     for (const std::string_view candidate : names) {
-        if (candidate.size() > kLongest) continue;
+        if (candidate.size() > kLongestName) continue;
         const size_t distance = distanceOf(given, lowered(candidate));
         if (distance >= least) continue;
         least = distance;

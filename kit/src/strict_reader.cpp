@@ -163,7 +163,7 @@ class StrictReader {
             const size_t end = text_.find(isLine ? "\n" : "*/", at + 2);
             const size_t next = end == std::string_view::npos ? text_.size() : end + (isLine ? 0 : 2);
             report(Severity::Error, at, [&] {
-                return Words{"The loader refuses comments", quoted(text_.substr(at, next - at)),
+                return Words{"The loader refuses comments", quotedExcerpt(text_.substr(at, next - at)),
                              "JSON without comments", "Remove the comment."};
             });
             at = next;
@@ -234,7 +234,7 @@ class StrictReader {
         }
         frame.rule = nullptr;
         reportMember(Severity::Error, offset, key, [&] {
-            return Words{"The key is here a second time, and only the first one counts", quoted(key),
+            return Words{"The key is here a second time, and only the first one counts", quotedExcerpt(key),
                          "each key once in an object", "Remove one of the two."};
         });
     }
@@ -242,7 +242,7 @@ class StrictReader {
     static Words unknownKey(const ObjectRule& object, std::string_view key) {
         const std::vector<std::string_view> keys = keysOf(object);
         const std::string_view meant = nearestName(key, keys);
-        return {"The key is not known", quoted(key), Rules::quotedList(keys),
+        return {"The key is not known", quotedExcerpt(key), Rules::quotedList(keys),
                 meant.empty() ? "Remove it: nothing reads it." : "Write \"" + std::string(meant) + "\"."};
     }
 
@@ -370,7 +370,7 @@ class StrictReader {
             reportValue(Severity::Error, rule, value, "The text can't be used");
         } else if (rule.repeated != nullptr && !names_.emplace(text).second) {
             report(*rule.repeated, value.offset, [&] {
-                return Words{"The name is here a second time", quoted(text), "a name of its own for each",
+                return Words{"The name is here a second time", quotedExcerpt(text), "a name of its own for each",
                              "Rename one of the two."};
             });
         } else if (rule.key == "path") {
@@ -408,7 +408,7 @@ class StrictReader {
     bool onRetired(const KeyRule& rule) {
         const Frame& frame = stack_.back();
         report(Severity::Warning, frame.keyOffsets[indexOf(*frame.object, rule)], [&] {
-            return Words{"The target can't be run", quoted(rule.key), Rules::wantedValue(rule),
+            return Words{"The target can't be run", quotedExcerpt(rule.key), Rules::wantedValue(rule),
                          std::string(rule.advice)};
         });
         return false;
@@ -443,7 +443,7 @@ class StrictReader {
         } else if (isThere && isDecided && !holds && condition->refusedElsewhere) {
             reportMember(severity, frame.keyOffsets[index], rule.key, [&] {
                 return Words{
-                    "The key is not read where " + chosen(*condition, frame.choice), quoted(rule.key),
+                    "The key is not read where " + chosen(*condition, frame.choice), quotedExcerpt(rule.key),
                     "the key only where " + std::string(condition->key) + " is " + Rules::quotedList(condition->texts),
                     std::string(rule.advice)};
             });
@@ -538,7 +538,7 @@ constexpr BreakText kBreaks[] = {
 };
 
 std::string restOfLine(std::string_view text, size_t offset) {
-    return quoted(text.substr(offset, text.find_first_of("\r\n", offset) - offset));
+    return quotedExcerpt(text.substr(offset, text.find_first_of("\r\n", offset) - offset));
 }
 
 Words brokenJson(rapidjson::ParseErrorCode code, std::string_view text, size_t offset) {

@@ -375,8 +375,6 @@ TEST(KitCheck, LooksForTheFiles) {
     std::ofstream(directory.native() / "Data" / "deep" / "x.bin") << "x";
     std::string digest;
     ASSERT_TRUE(sha256("net", 3, digest).ok());
-    std::string shown = directory.native().string();
-    std::replace(shown.begin(), shown.end(), '\\', '/');
 
     EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"sha256\": \"" + digest + "\""), "");
     EXPECT_EQ(
@@ -389,9 +387,13 @@ TEST(KitCheck, LooksForTheFiles) {
               "12:79 [/targets/WinML/components/0/sha256] error: The file has another digest. Found " + wrong +
                   ", wanted " + digest + ". Get the file again, or write its size and digest anew.\n");
     const std::string at = "12:41 [/targets/WinML/components/0/path] error: ";
-    EXPECT_EQ(checkFiles(directory, "\"net.onnx\"", "\"ent.onnx\""),
-              at + "Nothing is there. Found no \"ent.onnx\" in " + quotedText(shown) +
-                  ", wanted the component's file. Write \"net.onnx\".\n");
+    EXPECT_EQ(
+        checkFiles(directory, "\"net.onnx\"", "\"ent.onnx\""),
+        at +
+            "Nothing is there. Found no \"ent.onnx\" in the manifest's directory, wanted the component's file. Write \"net.onnx\".\n");
+    EXPECT_EQ(
+        checkFiles(directory, "\"net.onnx\"", "\"Data/deep/y.bin/z\""),
+        at + "Nothing is there. Found no \"y.bin\" in \"Data/deep\", wanted the component's file. Write \"x.bin\".\n");
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("data/deep/X.bin", "type": "file")"),
               at + "The path differs from the file's in the case of letters: it is found on Windows alone. Found "
                    "\"data/deep/X.bin\", wanted \"Data/deep/x.bin\". Write \"Data/deep/x.bin\".\n");
@@ -407,8 +409,8 @@ TEST(KitCheck, LooksForTheFiles) {
         checkFiles(directory, "\"net.onnx\"", "\"\xFF\""),
         "12:41 [/targets/WinML/components/0/path] warning: The text is not UTF-8. Found \"?\", wanted UTF-8. Save "
         "the manifest as UTF-8.\n" +
-            at + "Nothing is there. Found no \"?\" in " + quotedText(shown) +
-            ", wanted the component's file. Write the path of the file, or put the file there.\n");
+            at +
+            "Nothing is there. Found no \"?\" in the manifest's directory, wanted the component's file. Write the path of the file, or put the file there.\n");
 }
 
 TEST(KitCheck, SpeaksOfTheManifestsOwnPath) {

@@ -112,8 +112,10 @@ void tryPrediction(std::vector<Finding>& findings, const std::shared_ptr<MireloM
 
 std::string toText(const Finding& finding) {
     std::string text = finding.severity == Severity::Error ? "error: " : "warning: ";
-    text += finding.what + ". Found " + finding.found + ", wanted " + finding.wanted + '.';
-    return finding.advice.empty() ? text : text + ' ' + finding.advice;
+    text += finding.what + '.';
+    if (!finding.found.empty()) text += " Found " + finding.found + ", wanted " + finding.wanted + '.';
+    if (!finding.advice.empty()) text += ' ' + finding.advice;
+    return text;
 }
 
 bool hasErrors(const std::vector<Finding>& findings) {

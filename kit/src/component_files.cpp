@@ -61,8 +61,7 @@ struct Place {
     Filepath path;
     std::string spelling;  // as the directories have it
     bool isExact = true;
-    std::optional<std::string> missing;  // the name that is not there
-    Filepath directory;                  // in which it is not
+    std::optional<std::string> missing;  // the name that is not there; `path` and `spelling` end before it
 };
 
 Place follow(const std::string& path, const Filepath& rootDir, Directories& directories) {
@@ -78,7 +77,6 @@ Place follow(const std::string& path, const Filepath& rootDir, Directories& dire
             const auto other = names.lower.find(lowerCased(name));
             if (other == names.lower.end()) {
                 place.missing = name;
-                place.directory = place.path;
                 return place;
             }
             actual = names.all[other->second];
@@ -88,11 +86,6 @@ Place follow(const std::string& path, const Filepath& rootDir, Directories& dire
         place.spelling += (place.spelling.empty() ? "" : "/") + actual;
     }
     return place;
-}
-
-std::string withSlashes(std::string path) {
-    std::replace(path.begin(), path.end(), '\\', '/');
-    return path;
 }
 
 bool isReadableFile(const Filepath& path, uint64_t& size) {
@@ -140,19 +133,18 @@ class ComponentCheck {
 
     void reportMissing(const ComponentEntry& component, const Place& place) {
         if (!findings_.count(Severity::Error)) return;
-        const std::vector<std::string>& names = directories_.in(place.directory).all;
+        const std::vector<std::string>& names = directories_.in(place.path).all;
         const std::vector<std::string_view> candidates(
             names.begin(), names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), kMostCompared)));
         const std::string_view meant = nearestName(*place.missing, candidates);
+        const std::string directory =
+            place.spelling.empty() ? "the manifest's directory" : quotedExcerpt(place.spelling);
         findings_.add(
             Severity::Error, component.pathOffset, component.pointer + "/path",
-            {"Nothing is there", "no " + quotedExcerpt(*place.missing) + " in " + quotedExcerpt(shown(place.directory)),
-             "the component's file",
+            {"Nothing is there", "no " + quotedExcerpt(*place.missing) + " in " + directory, "the component's file",
              meant.empty() ? "Write the path of the file, or put the file there."
                            : "Write " + quotedExcerpt(meant) + "."});
     }
-
-    static std::string shown(const Filepath& directory) { return withSlashes(directory.getPathString()); }
 
     void reportKind(const ComponentEntry& component, const char* found, const char* wanted) {
         report(Severity::Error, component, component.pathOffset, "/path",
@@ -170,8 +162,9 @@ class ComponentCheck {
     }
 
     void checkDigest(const ComponentEntry& component, const Filepath& path) {
-        std::string digest;
-        const MireloStatus status = sha256OfFile(path, digest);
+        std::string& digest = digests_[path.getPathString()];
+        MireloStatus status(SUCCESS, "");
+        if (digest.empty()) status = sha256OfFile(path, digest);
         if (!status.ok()) {
             report(Severity::Error, component, component.sha256Offset, "/sha256",
                    {"The file's digest can't be computed", excerpt(status.getDescription()), "a digest",
@@ -187,6 +180,7 @@ class ComponentCheck {
     const Filepath& rootDir_;
     FindingList& findings_;
     Directories directories_;
+    std::map<std::string, std::string> digests_;  // by path: components may share a file
 };
 
 }  // namespace

@@ -25,6 +25,9 @@ ExitCode Commands::run(Console& console) const {
     return chosen_(console);
 }
 
-void addCommands(Commands& commands) { addInspect(commands); }
+void addCommands(Commands& commands) {
+    addCheck(commands);
+    addInspect(commands);
+}
 
 }  // namespace TarnoMirelo::Tool

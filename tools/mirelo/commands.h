@@ -39,6 +39,7 @@ class Commands {
 /// Adds every command.
 void addCommands(Commands& commands);
 
+void addCheck(Commands& commands);
 void addInspect(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

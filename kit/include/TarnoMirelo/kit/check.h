@@ -32,7 +32,7 @@ struct Finding {
     uint64_t line = 0;    ///< from 1; 0 where it is no place in a text
     uint64_t column = 0;  ///< in characters, from 1; 0 likewise
     std::string what;     ///< what is wrong, as in "The key is not known"
-    std::string found;
+    std::string found;    ///< empty, as `wanted` is, where `what` says all
     std::string wanted;
     std::string advice;  ///< what to do, as in `Write "name".`
 };

@@ -1,4 +1,6 @@
 #include "support/bare_classes.h"
+#include "support/protection.h"
+#include "support/tar_builder.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -328,6 +330,37 @@ TEST_F(OpenCvBackend, ReadsNetworksFromMemoryAndRefusesThoseThatAreCut) {
     }
     target.components[0].buffer = whole;
     EXPECT_EQ(load(*model, target), kSuccess);
+}
+
+TEST_F(OpenCvBackend, OpensProtectedNetworks) {
+    const TempDir root;
+    const Bytes network = FileUtils().readBinaryFileToByteVector(Filepath(TEST_MODELS).append(Filepath("sum.onnx")));
+    const auto archive = TarBuilder().directory("model").file("model/sum.onnx", stringOf(network)).file("notes", "x");
+    root.write("network", stringOf(protectedBytes(stringOf(network))));
+    root.write("archive", stringOf(protectedBytes(stringOf(archive.whole()))));
+    root.write("other", stringOf(protectedBytes(stringOf(TarBuilder().file("notes", "x").whole()))));
+    const auto loadProtected = [&](const char* kind, const char* path, const unsigned char* key) {
+        ModelTarget target = kSumTarget;
+        ModelComponent& component = target.components[0];
+        component.type = kind;
+        component.path = path;
+        component.buffer = protectedBytes(stringOf(network));
+        component.setCryptoKey(key);
+        return text(model->load({MireloModelType::WinML, target, root.path()}));
+    };
+    const std::pair<const char*, const char*> kinds[] = {
+        {"secured_file", "network"}, {"secured_memory_stream", ""}, {"secured_tar", "archive"}};
+    for (const auto& [kind, path] : kinds) {
+        outputs.clear();
+        EXPECT_EQ(loadProtected(kind, path, kTestKey), kSuccess);
+        EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
+        EXPECT_EQ(loadProtected(kind, path, kOtherKey),
+                  R"(12: Component "net": the)" + kDoesNotOpen.substr(std::string("12: The").size()));
+        EXPECT_EQ(predict({a, b}), "6: The model is not loaded");
+    }
+    EXPECT_EQ(
+        loadProtected("secured_tar", "other", kTestKey),
+        R"(12: Component "net": the archive has none or several files whose name ends in ".onnx", wanted is one)");
 }
 
 TEST_F(OpenCvBackend, IsOfUseOnlyWhileLoaded) {

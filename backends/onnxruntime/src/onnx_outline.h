@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <string>
+
+namespace TarnoMirelo::OnnxRuntime {
+
+/// What the file of an ONNX network says that the engine is not asked for: read before the engine sees it.
+struct OnnxOutline {
+    std::set<std::string> operators;        // of every domain but ONNX's own, as "domain.type"
+    std::set<std::string> weightFiles;      // paths as the network has them, relative to its own folder
+    std::set<std::string> valuesWithShape;  // inputs and outputs whose number of dimensions is declared
+    uint64_t weightBytes = 0;               // of all constants, as their shapes say
+};
+
+/// Raises `ModelMetaDataException` for bytes that are no ONNX network, or only a part of one.
+OnnxOutline readOutline(const uint8_t* bytes, uint64_t size);
+
+}  // namespace TarnoMirelo::OnnxRuntime

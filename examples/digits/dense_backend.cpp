@@ -97,8 +97,9 @@ class DenseModel : public MireloModel {
 
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
         layers_.reset();
+        Kit::ComponentFiles files;
         Kit::ComponentBytes bytes;
-        MireloStatus status = Kit::readComponent(components.at(0), getRootDir(), bytes);
+        MireloStatus status = readFile(components.at(0), files, bytes);
         if (!status.ok()) return status;
         try {
             inputs_.emplace(getModelTarget());
@@ -173,6 +174,19 @@ class DenseModel : public MireloModel {
     }
 
  private:
+    // The file of layers: the component's own, or one in a protected archive.
+    MireloStatus readFile(const ModelComponent& component, Kit::ComponentFiles& files,
+                          Kit::ComponentBytes& bytes) const {
+        if (component.type != ComponentKind::SecuredTar) return Kit::readComponent(component, getRootDir(), bytes);
+        MireloStatus status = Kit::readComponentFiles(component, getRootDir(), files);
+        if (!status.ok()) return status;
+        const Kit::ComponentFiles::File* const file = files.only(".dense");
+        if (file == nullptr)
+            return {MODEL_METADATA_ERROR, "The archive has not one file whose name ends in \".dense\""};
+        bytes = Kit::ComponentBytes(file->data, file->size);
+        return status;
+    }
+
     static MireloStatus notLoaded() { return {INVALID_OPERATION, "The model is not loaded"}; }
 
     void checkTarget() const {

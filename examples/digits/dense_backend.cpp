@@ -164,11 +164,25 @@ class DenseModel : public MireloModel {
     }
 
  private:
+    // The file of layers: the component's own, or one in a protected archive.
+    MireloStatus readFile(const ModelComponent& component, Kit::ComponentFiles& files,
+                          Kit::ComponentBytes& bytes) const {
+        if (component.type != ComponentKind::SecuredTar) return Kit::readComponent(component, getRootDir(), bytes);
+        MireloStatus status = Kit::readComponentFiles(component, getRootDir(), files);
+        if (!status.ok()) return status;
+        const Kit::ComponentFiles::File* const file = files.only(".dense");
+        if (file == nullptr)
+            throw ModelMetaDataException("the archive has not one file whose name ends in \".dense\"");
+        bytes = Kit::ComponentBytes(file->data, file->size);
+        return status;
+    }
+
     static MireloStatus notLoaded() { return {INVALID_OPERATION, "The model is not loaded"}; }
 
     MireloStatus read(const ModelComponent& component) try {
+        Kit::ComponentFiles files;
         Kit::ComponentBytes bytes;
-        MireloStatus status = Kit::readComponent(component, getRootDir(), bytes);
+        MireloStatus status = readFile(component, files, bytes);
         if (!status.ok()) return status;
         const auto layers = std::make_shared<const std::vector<Layer>>(readLayers(bytes));
         inputs_.emplace(getModelTarget());

@@ -25,6 +25,10 @@ ExitCode Commands::run(Console& console) const {
     return chosen_(console);
 }
 
-void addCommands(Commands& commands) { addInspect(commands); }
+void addCommands(Commands& commands) {
+    addInspect(commands);
+    addPack(commands);
+    addUnpack(commands);
+}
 
 }  // namespace TarnoMirelo::Tool

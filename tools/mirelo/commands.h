@@ -40,5 +40,7 @@ class Commands {
 void addCommands(Commands& commands);
 
 void addInspect(Commands& commands);
+void addPack(Commands& commands);
+void addUnpack(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

@@ -28,6 +28,8 @@ ExitCode Commands::run(Console& console) const {
 void addCommands(Commands& commands) {
     addCheck(commands);
     addInspect(commands);
+    addPack(commands);
+    addUnpack(commands);
 }
 
 }  // namespace TarnoMirelo::Tool

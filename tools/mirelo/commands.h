@@ -41,5 +41,7 @@ void addCommands(Commands& commands);
 
 void addCheck(Commands& commands);
 void addInspect(Commands& commands);
+void addPack(Commands& commands);
+void addUnpack(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

@@ -27,7 +27,11 @@ ExitCode Commands::run(Console& console) const {
 
 void addCommands(Commands& commands) {
     addCheck(commands);
+    addDigest(commands);
     addInspect(commands);
+    addKeygen(commands);
+    addProtect(commands);
+    addUnprotect(commands);
 }
 
 }  // namespace TarnoMirelo::Tool

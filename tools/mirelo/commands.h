@@ -40,6 +40,10 @@ class Commands {
 void addCommands(Commands& commands);
 
 void addCheck(Commands& commands);
+void addDigest(Commands& commands);
 void addInspect(Commands& commands);
+void addKeygen(Commands& commands);
+void addProtect(Commands& commands);
+void addUnprotect(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

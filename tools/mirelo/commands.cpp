@@ -27,9 +27,13 @@ ExitCode Commands::run(Console& console) const {
 
 void addCommands(Commands& commands) {
     addCheck(commands);
+    addDigest(commands);
     addInspect(commands);
+    addKeygen(commands);
     addPack(commands);
+    addProtect(commands);
     addUnpack(commands);
+    addUnprotect(commands);
 }
 
 }  // namespace TarnoMirelo::Tool

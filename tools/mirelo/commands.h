@@ -40,8 +40,12 @@ class Commands {
 void addCommands(Commands& commands);
 
 void addCheck(Commands& commands);
+void addDigest(Commands& commands);
 void addInspect(Commands& commands);
+void addKeygen(Commands& commands);
 void addPack(Commands& commands);
+void addProtect(Commands& commands);
 void addUnpack(Commands& commands);
+void addUnprotect(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

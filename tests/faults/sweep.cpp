@@ -10,6 +10,7 @@
 
 #include <TarnoMirelo/TarnoMirelo.h>
 #include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/check.h>
 #include <TarnoMirelo/kit/components.h>
 #include <TarnoMirelo/kit/digest.h>
 #include <TarnoMirelo/kit/manager.h>
@@ -504,6 +505,17 @@ Call loadAllTargets() {
     return {[=] { return metadata->load(path); }, [] { return std::string(); }, [=] { return describe(*metadata); }};
 }
 
+Call checkManifest() {
+    const auto text = std::make_shared<std::string>();
+    const auto work = [=] {
+        const size_t none = Kit::checkManifest(Filepath(MANIFEST_DIRECTORY).append(Filepath("manifest.json"))).size();
+        const auto some = Kit::checkManifestText(R"({"name": "n", "naem": "\u0000", "version": 1.5, "x": [})");
+        *text = std::to_string(none) + std::to_string(some.size()) + Kit::toText(some.at(0));
+        return kDone;
+    };
+    return {work, [] { return std::string(); }, [=] { return *text; }};
+}
+
 Call viewMemory() {
     const auto all = std::make_shared<Registered>();
     all->manager.registerModel(all->models[1]);
@@ -655,7 +667,8 @@ int main() {
         {"Kit::setProtectionKey", giveKey},
         {"Kit::verifyPackage", verifyFiles},
         {"Kit::AllTargetsMetadata::load", loadAllTargets, kStatus},
-        {"Kit::MemoryView", viewMemory, "raises", true},  // sorting does with less memory
+        {"Kit::checkManifest", checkManifest, "raises", true},  // sorting does with less memory
+        {"Kit::MemoryView", viewMemory, "raises", true},        // likewise
         {"Kit::ScopedModel", scopeModel},
         {"Kit::TracedModel", traceModel, "raises", true},  // what a sink can't write is not the caller's
     };

@@ -1,0 +1,368 @@
+#include "network.h"
+
+#include "cache.h"
+#include "log.h"
+#include "providers.h"
+
+#include <TarnoMirelo/kit/texts.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+namespace TarnoMirelo::OnnxRuntime {
+namespace {
+
+constexpr uint32_t kVersionWithStatistics = 23;  // of allocators
+
+// Text that the engine allocates.
+std::string takeText(char* text, OrtAllocator& allocator) {
+    std::string copy = text;
+    check(api().AllocatorFree(&allocator, text));
+    return copy;
+}
+
+NetworkValue describe(std::string name, const Owned<OrtTypeInfo>& type, const OnnxOutline& outline) {
+    NetworkValue value;
+    value.name = std::move(name);
+    const OrtTensorTypeAndShapeInfo* tensor = nullptr;  // a part of the type
+    check(api().CastTypeInfoToTensorInfo(type.get(), &tensor));
+    if (tensor == nullptr) return value;
+    check(api().GetTensorElementType(tensor, &value.type));
+    size_t count = 0;
+    check(api().GetDimensionsCount(tensor, &count));
+    std::vector<int64_t> shape(count);
+    check(api().GetDimensions(tensor, shape.data(), count));
+    // The engine tells a scalar and an unknown number of dimensions alike.
+    if (count > 0 || outline.valuesWithShape.count(value.name) > 0) value.shape = std::move(shape);
+    return value;
+}
+
+using Count = OrtStatus* (*)(const OrtSession*, size_t*);
+using Type = OrtStatus* (*)(const OrtSession*, size_t, OrtTypeInfo**);
+using Name = OrtStatus* (*)(const OrtSession*, size_t, OrtAllocator*, char**);
+
+void addValues(const OrtSession& session, Count count, Type type, Name name, const OnnxOutline& outline,
+               std::vector<NetworkValue>& values) {
+    OrtAllocator* allocator = nullptr;
+    check(api().GetAllocatorWithDefaultOptions(&allocator));
+    size_t size = 0;
+    check(count(&session, &size));
+    for (size_t i = 0; i < size; ++i) {
+        char* text = nullptr;
+        check(name(&session, i, allocator, &text));
+        values.push_back(describe(takeText(text, *allocator), make<OrtTypeInfo>(type, &session, i), outline));
+    }
+}
+
+const NetworkValue* find(const std::vector<NetworkValue>& values, const std::string& name) {
+    const auto found =
+        std::find_if(values.begin(), values.end(), [&](const auto& value) { return value.name == name; });
+    return found == values.end() ? nullptr : &*found;
+}
+
+[[noreturn]] void refuse(const char* kind, const std::string& name, const std::string& text) {
+    throw ModelMetaDataException(std::string(kind) + " \"" + name + "\": " + text);
+}
+
+// What the target says of a tensor, and where it leaves a dimension or the element type open, what the network does.
+TensorDescriptor restrictedBy(const NetworkValue& value, const TensorDescriptor& declared, const char* kind) {
+    DataType type = declared.tensorType();
+    if (const DataType found = toDataType(value.type); found == DataType::Undefined || type != found) {
+        if (found == DataType::Undefined || toEngineType(type) != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED) {
+            const bool isTensor = value.type != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+            refuse(kind, value.name,
+                   (isTensor ? "the network has elements of type " + nameOf(value.type) : "the network has no tensor") +
+                       ", declared is " + Kit::toText(type));
+        }
+        type = found;
+    }
+    TensorShape shape = declared.shape();
+    if (value.shape) {
+        bool same = shape.dimension() == value.shape->size();
+        for (size_t i = 0; same && i < value.shape->size(); ++i) {
+            const int64_t network = (*value.shape)[i];
+            if (shape[i] == -1) shape[i] = network;
+            same = network == -1 || network == shape[i];
+        }
+        if (!same) {
+            refuse(kind, value.name,
+                   "the network has the shape " + Kit::toText(*value.shape) + ", declared is " +
+                       Kit::toText(declared.shape()));
+        }
+    }
+    return {shape, type};
+}
+
+std::string listOf(const std::vector<NetworkValue>& values) {
+    std::string text;
+    for (const NetworkValue& value : values) text += (text.empty() ? "\"" : ", \"") + value.name + "\"";
+    return text.empty() ? "none" : text;
+}
+
+void restrictBy(const std::vector<NetworkValue>& values, const char* kind,
+                std::vector<ModelFeatureDescriptor>& descriptors) {
+    for (ModelFeatureDescriptor& descriptor : descriptors) {
+        const NetworkValue* const value = find(values, descriptor.name());
+        if (value == nullptr) {
+            refuse(kind, descriptor.name(), "the network has none of that name, but " + listOf(values));
+        }
+        if (descriptor.type() != MireloFeatureType::Tensor) continue;  // which the ports refuse
+        const TensorDescriptor tensor = restrictedBy(*value, descriptor.tensorDescriptor(), kind);
+        descriptor = {descriptor.type(), descriptor.required(), descriptor.name(), descriptor.description(), tensor};
+    }
+}
+
+ModelTarget restrictedBy(const std::vector<NetworkValue>& inputs, const std::vector<NetworkValue>& outputs,
+                         ModelTarget target) {
+    restrictBy(inputs, "Input", target.inputs);
+    restrictBy(outputs, "Output", target.outputs);
+    for (const NetworkValue& input : inputs) {
+        const auto isThis = [&](const ModelFeatureDescriptor& each) { return each.name() == input.name; };
+        if (!input.isOptional && std::none_of(target.inputs.begin(), target.inputs.end(), isThis)) {
+            refuse("Input", input.name, "the network has it, the target lacks it");
+        }
+    }
+    return target;
+}
+
+bool isRow(const TensorShape& shape) { return shape.dimension() > 0 && (shape[0] == 1 || shape[0] == -1); }
+
+bool leavesRowsOpen(const NetworkValue& value) {
+    return !value.shape || (!value.shape->empty() && value.shape->front() == -1);
+}
+
+GraphOptimizationLevel toLevel(GraphOptimization optimization) {
+    switch (optimization) {
+        case GraphOptimization::None:
+            return ORT_DISABLE_ALL;
+        case GraphOptimization::Basic:
+            return ORT_ENABLE_BASIC;
+        case GraphOptimization::Extended:
+            return ORT_ENABLE_EXTENDED;
+        case GraphOptimization::All:
+            return ORT_ENABLE_ALL;
+    }
+    throw InvalidArgumentsException("Options: the graph optimisation has the unknown number " +
+                                    std::to_string(static_cast<int>(optimization)));
+}
+
+Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider, const Log& log) {
+    if (options.threadsWithinNodes < 0 || options.threadsBetweenNodes < 0) {
+        throw InvalidArgumentsException("Options: a number of threads is below 0");
+    }
+    Owned<OrtSessionOptions> made = make<OrtSessionOptions>(api().CreateSessionOptions);
+    check(api().SetUserLoggingFunction(made.get(), &Log::writeEngineLine, const_cast<Log*>(&log)));  // which reads it
+    check(api().SetSessionLogSeverityLevel(made.get(), log.engineLevel()));
+    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(options.graphOptimization)));
+    check(api().SetIntraOpNumThreads(made.get(), options.threadsWithinNodes));
+    check(api().SetInterOpNumThreads(made.get(), options.threadsBetweenNodes));
+    if (options.threadsBetweenNodes != 1) check(api().SetSessionExecutionMode(made.get(), ORT_PARALLEL));
+    appendProvider(*made, provider);
+    return made;
+}
+
+// What the engine allocates for a network beside its weights and its arena. It does not tell: these are the sizes that
+// the heap was seen to grow by with release 1.29.
+uint64_t bytesBesideWeights(const OnnxOutline& outline) {
+    constexpr uint64_t kSession = 64 * 1024;
+    constexpr uint64_t kNode = 3 * 1024;
+    constexpr uint64_t kConstant = 1740;
+    constexpr uint64_t kSubgraph = 10 * 1024;
+    return kSession + kNode * outline.nodes + kConstant * outline.constants + kSubgraph * outline.subgraphs +
+           outline.subgraphWeightBytes;
+}
+
+// Raises what the engine says of a network, as what it means for a component.
+template <typename Open>
+Owned<OrtSession> openSession(const Open& open) {
+    OrtSession* session = nullptr;
+    try {
+        check(open(&session));
+    } catch (const EngineFailure& failure) {
+        switch (failure.code) {
+            case ORT_NO_SUCHFILE:
+                throw FileException(failure.what());
+            case ORT_ENGINE_ERROR:
+            case ORT_EP_FAIL:
+                throw;
+            default:  // whatever it is, it is the network's: nothing else was given
+                throw ModelMetaDataException(failure.what());
+        }
+    }
+    return Owned<OrtSession>(session);
+}
+
+Owned<OrtSession> openBytes(const Kit::ComponentBytes& bytes, const OrtSessionOptions& options) {
+    return openSession([&](OrtSession** session) {
+        return api().CreateSessionFromArray(engine().environment, bytes.data(), static_cast<size_t>(bytes.size()),
+                                            &options, session);
+    });
+}
+
+Owned<OrtSession> openFile(const NetworkFile& file, const OrtSessionOptions& options) {
+    if (file.weights.empty()) return openBytes(file.bytes, options);
+    return openSession([&](OrtSession** session) {  // the engine looks for the weights beside the file
+        return api().CreateSession(engine().environment, file.path.c_str(), &options, session);
+    });
+}
+
+struct CachedSession {
+    Owned<OrtSession> session;
+    OnnxOutline outline;
+};
+
+CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP provider, const Cache& cache,
+                       const Log& log) {
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    // The engine warns that the file is for this machine alone, which the cache sees to.
+    check(api().SetSessionLogSeverityLevel(sessionOptions.get(), ORT_LOGGING_LEVEL_ERROR));
+    return cache.store([&](const std::filesystem::path& path) {
+        check(api().SetOptimizedModelFilePath(sessionOptions.get(), path.c_str()));
+        openFile(file, *sessionOptions);
+    });
+}
+
+// Nothing where the cache is of no use, which is logged.
+std::optional<CachedSession> openCached(const NetworkFile& file, const Options& options, OrtEP provider,
+                                        const Cache& cache, const Log& log) {
+    try {
+        std::optional<CachedNetwork> kept = cache.load();
+        const bool isNew = !kept;
+        if (isNew) kept = optimise(file, options, provider, cache, log);
+        OnnxOutline outline = readOutline(kept->network.data(), kept->network.size());
+        Options done = options;
+        done.graphOptimization = GraphOptimization::None;
+        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(done, provider, log);
+        if (!outline.weightFiles.empty()) {  // beside the network's own file
+            check(api().AddSessionConfigEntry(sessionOptions.get(),
+                                              "session.model_external_initializers_file_folder_path",
+                                              file.path.parent_path().string().c_str()));
+        }
+        Owned<OrtSession> session = openBytes(kept->network, *sessionOptions);
+        log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +
+                                         cache.path().getPathString());
+        return CachedSession{std::move(session), std::move(outline)};
+    } catch (const std::exception& exception) {
+        log.write(LogSeverity::Warning,
+                  "The cache file is not used: " + cache.path().getPathString() + ": " + exception.what());
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+Network::Network(const NetworkFile& file, const ModelTarget& target, const Options& options, OrtEP provider,
+                 const Cache* cache, std::shared_ptr<const Log> log)
+    : Network(open(file, options, provider, cache, *log), target, log) {}
+
+Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const Log> log)
+    : log_(std::move(log)),
+      operators_(std::move(opened.operators)),
+      session_(std::move(opened.session)),
+      runOptions_(make<OrtRunOptions>(api().CreateRunOptions)),
+      inputs_(restrictedBy(opened.inputs, opened.outputs, target)),
+      outputs_(restrictedBy(opened.inputs, opened.outputs, target)) {
+    isFromCache_ = opened.isFromCache;
+    for (const Kit::Ports::Port& port : inputs_) {
+        const NetworkValue& value = *find(opened.inputs, port.name);
+        isOptional_.push_back(value.isOptional);
+        hasRows_ = hasRows_ && isRow(port.shape) && leavesRowsOpen(value);
+    }
+    for (const Kit::Ports::Port& port : outputs_) {
+        const NetworkValue& value = *find(opened.outputs, port.name);
+        handsInputsOut_ = handsInputsOut_ || find(opened.inputs, port.name) != nullptr;
+        hasRows_ = hasRows_ && isRow(port.shape) && leavesRowsOpen(value);
+    }
+    if (engine().version >= kVersionWithStatistics) {
+        arena_ = make<OrtAllocator>(api().CreateAllocator, session_.get(), hostMemory());
+    }
+    // Weights that the engine packs for its kernels are in the arena, and the others, as they are, beside it.
+    outsideArena_ = opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, arenaBytes());
+    measureMemory();
+}
+
+uint64_t Network::arenaBytes() const {
+    if (arena_ == nullptr) return 0;
+    struct ReleasePairs {
+        void operator()(OrtKeyValuePairs* pairs) const { api().ReleaseKeyValuePairs(pairs); }
+    };
+    OrtKeyValuePairs* statistics = nullptr;
+    check(api().AllocatorGetStats(arena_.get(), &statistics));
+    const std::unique_ptr<OrtKeyValuePairs, ReleasePairs> owned(statistics);
+    const char* const total = statistics == nullptr ? nullptr : api().GetKeyValue(statistics, "TotalAllocated");
+    return total == nullptr ? 0 : std::strtoull(total, nullptr, 10);
+}
+
+void Network::measureMemory() const { memory_ = outsideArena_ + arenaBytes(); }
+
+Network::Run::Run(const Network& network, uint64_t inputBytes) : network_(network), mayGrow_(false) {
+    const auto isMost = [](auto& most, auto value) {
+        for (auto seen = most.load(); value > seen;) {
+            if (most.compare_exchange_weak(seen, value)) return true;
+        }
+        return false;
+    };
+    mayGrow_ = isMost(network.largestInputs_, inputBytes + 1);  // so that the first run counts without inputs, too
+    mayGrow_ = isMost(network.mostRunning_, ++network.running_) || mayGrow_;
+}
+
+Network::Run::~Run() {
+    --network_.running_;
+    if (!mayGrow_) return;
+    try {
+        network_.measureMemory();
+    } catch (...) {  // NOLINT(bugprone-empty-catch): what was measured before stays
+    }
+}
+
+Network::Opened Network::open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
+                              const Log& log) {
+    OperatorDomains operators(file.outline);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    operators.addTo(*sessionOptions);
+    addOperatorLibraries(*sessionOptions);
+    std::optional<CachedSession> cached;
+    if (cache != nullptr) cached = openCached(file, options, provider, *cache, log);
+    Opened opened{std::move(operators),
+                  cached ? std::move(cached->session) : openFile(file, *sessionOptions),
+                  cached.has_value(),
+                  0,
+                  0,
+                  {},
+                  {}};
+    const OnnxOutline& outline = cached ? cached->outline : file.outline;
+    opened.weightBytes = outline.weightBytes;
+    opened.bytesBesideWeights = bytesBesideWeights(outline);
+    const OrtSession& session = *opened.session;
+    const OrtApi& engine = api();
+    addValues(session, engine.SessionGetInputCount, engine.SessionGetInputTypeInfo, engine.SessionGetInputName,
+              file.outline, opened.inputs);
+    const size_t required = opened.inputs.size();
+    addValues(session, engine.SessionGetOverridableInitializerCount, engine.SessionGetOverridableInitializerTypeInfo,
+              engine.SessionGetOverridableInitializerName, file.outline, opened.inputs);
+    for (size_t i = required; i < opened.inputs.size(); ++i) opened.inputs[i].isOptional = true;
+    addValues(session, engine.SessionGetOutputCount, engine.SessionGetOutputTypeInfo, engine.SessionGetOutputName,
+              file.outline, opened.outputs);
+    return opened;
+}
+
+void Network::setBatchSize(unsigned int batchSize) {
+    const int64_t rows = batchSize;
+    if (rows == 0) throw InvalidArgumentsException("A batch can't have 0 rows");
+    const auto countable = [&](const Kit::Ports::Port& port) {
+        TensorShape shape = port.shapeOf(rows);
+        for (uint64_t i = 0; i < shape.dimension(); ++i) shape[i] = std::max<int64_t>(shape[i], 1);
+        return Kit::byteCount(port.dataType, shape).has_value();
+    };
+    if (!std::all_of(inputs_.begin(), inputs_.end(), countable) ||
+        !std::all_of(outputs_.begin(), outputs_.end(), countable)) {
+        throw InvalidArgumentsException("A batch of " + std::to_string(rows) + " rows is more than can be counted");
+    }
+    if (rows > 1 && !hasRows_) {
+        throw InvalidOperationException("The model can't take " + std::to_string(rows) + " rows at once");
+    }
+    batchSize_ = rows;
+}
+
+}  // namespace TarnoMirelo::OnnxRuntime

@@ -1,0 +1,98 @@
+#include "network_file.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+namespace TarnoMirelo::OnnxRuntime {
+namespace {
+
+constexpr char kExtension[] = ".onnx";
+
+bool isNetwork(const std::string& name) {
+    const size_t length = sizeof kExtension - 1;
+    return name.size() > length && std::equal(name.end() - length, name.end(), kExtension, [](char a, char b) {
+               return std::tolower(static_cast<unsigned char>(a)) == b;
+           });
+}
+
+// The one network of a folder, as a component of its own.
+ModelComponent findNetwork(const ModelComponent& component, const Filepath& rootDir) {
+    Filepath folder;
+    require(Kit::locateComponent(component, rootDir, folder));
+    std::vector<std::string> names;
+    for (const Filepath& name : FileUtils().findFilesByPattern(folder, std::string("*") + kExtension)) {
+        if (isNetwork(name.getPathString())) names.push_back(name.getPathString());
+    }
+    std::sort(names.begin(), names.end());
+    if (names.size() != 1) {
+        std::string found = names.empty() ? "none" : "\"" + names[0] + "\"";
+        for (size_t i = 1; i < names.size(); ++i) found += ", \"" + names[i] + "\"";
+        throw ModelMetaDataException("the folder has to hold one file whose name ends in \".onnx\", found: " + found);
+    }
+    ModelComponent network;
+    network.name = component.name;
+    network.path = component.path + "/" + names[0];
+    network.type = ComponentKind::File;
+    return network;
+}
+
+// The weights that lie in files of their own: below the network's folder, and there.
+std::vector<std::filesystem::path> locateWeights(const NetworkFile& file) {
+    std::vector<std::filesystem::path> weights;
+    for (const std::string& location : file.outline.weightFiles) {
+        const std::string about = "the weights in \"" + location + "\"";
+        if (file.path.empty()) throw ModelMetaDataException(about + " lie outside of the network, which is in memory");
+        if (location.empty() || !Kit::staysInside(location)) {
+            throw ModelMetaDataException(about + " lie outside of the network's folder");
+        }
+        std::error_code error;
+        weights.push_back(file.path.parent_path() / toSystemPath(Filepath(location)));
+        if (!std::filesystem::is_regular_file(weights.back(), error)) {
+            throw FileException(about + " are missing, or in no file");
+        }
+    }
+    return weights;
+}
+
+NetworkFile read(const ModelComponent& component, const Filepath& rootDir) {
+    NetworkFile file;
+    require(Kit::readComponent(component, rootDir, file.bytes));
+    if (component.type == ComponentKind::File) {
+        Filepath path;
+        require(Kit::locateComponent(component, rootDir, path));
+        file.path = toSystemPath(path);
+    }
+    file.outline = readOutline(file.bytes.data(), file.bytes.size());
+    file.weights = locateWeights(file);
+    return file;
+}
+
+}  // namespace
+
+void require(const MireloStatus& status) {
+    if (!status.ok() && !status.warn()) throw Exception(status.getDescription(), status.getCode());
+}
+
+std::filesystem::path toSystemPath(const Filepath& path) {
+    std::string text = path.getPathString();
+    std::replace(text.begin(), text.end(), '\\', '/');
+    try {
+        return std::filesystem::path(std::u8string(text.begin(), text.end()));
+    } catch (const std::exception&) {
+        throw FileException("The path is not UTF-8: " + path.getPathString());
+    }
+}
+
+NetworkFile readNetworkFile(const ModelComponent& component, const Filepath& rootDir) {
+    const std::string prefix = "Component \"" + component.name + "\": ";
+    try {
+        return component.type == ComponentKind::Dir ? read(findNetwork(component, rootDir), rootDir)
+                                                    : read(component, rootDir);
+    } catch (const Exception& exception) {
+        const std::string text = exception.what();
+        throw Exception(text.rfind(prefix, 0) == 0 ? text : prefix + text, exception.getStatusCode());
+    }
+}
+
+}  // namespace TarnoMirelo::OnnxRuntime

@@ -1,0 +1,300 @@
+#include "trial.h"
+
+#include <algorithm>
+
+namespace TarnoMirelo::Conformance {
+namespace {
+
+// Rows of a batch: the cases over and over, `count` of them.
+std::vector<Case> rowsOf(const Package& package, size_t count) {
+    const std::vector<Case> cases = package.rows();
+    std::vector<Case> rows;
+    for (size_t i = 0; i < count; ++i) rows.push_back(cases[i % cases.size()]);
+    return rows;
+}
+
+struct Batch {
+    Outputs inputs;
+    std::vector<Value> expected;  // row by row
+};
+
+Batch batchOf(const std::vector<Case>& rows) {
+    Batch batch;
+    for (const Case& row : rows) {
+        const Outputs inputs = featuresOf(row.inputs);
+        batch.inputs.insert(batch.inputs.end(), inputs.begin(), inputs.end());
+        batch.expected.insert(batch.expected.end(), row.outputs.begin(), row.outputs.end());
+    }
+    return batch;
+}
+
+MireloStatus predictBatch(const MireloModel& model, const Outputs& inputs, Outputs& outputs) {
+    return model.predictBatch({inputs.begin(), inputs.end()}, outputs);
+}
+
+void expectBatches(const Trial& trial, const MireloModel& model, const Package& package) {
+    for (const size_t count : {1, 2, 3, 5}) {
+        SCOPED_TRACE(std::to_string(count) + " rows");
+        const Batch batch = batchOf(rowsOf(package, count));
+        Outputs outputs;
+        Trial::expectSuccess(predictBatch(model, batch.inputs, outputs), "predictBatch");
+        trial.expectResults(outputs, batch.expected);
+    }
+}
+
+void batches(Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        expectBatches(trial, *trial.loaded(package), package);
+    }
+}
+
+void stackedBatches(Trial& trial) {
+    if (!trial.backend().makeStackingModel) GTEST_SKIP() << "The backend never runs several rows in one pass";
+    bool tried = false;
+    for (const Package& package : trial.packages()) {
+        if (!package.rowsAreIndependent) continue;
+        tried = true;
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(trial.backend().makeStackingModel, package);
+        expectBatches(trial, *model, package);
+        trial.expectPredicts(*model, package);
+    }
+    if (!tried) GTEST_SKIP() << "No package has rows that are independent";
+}
+
+// The inputs of a batch one after the other, each with all its rows; names may be mixed in any way.
+void batchInputByInput(Trial& trial) {
+    const Package* package = trial.plainWith(2, 1);
+    if (package == nullptr) package = &trial.plain();
+    const auto model = trial.loaded(*package);
+    Batch batch = batchOf(rowsOf(*package, 3));
+    std::stable_sort(batch.inputs.begin(), batch.inputs.end(), [](const auto& one, const auto& other) {
+        return one->featureDescriptor().name() > other->featureDescriptor().name();
+    });
+    Outputs outputs;
+    Trial::expectSuccess(predictBatch(*model, batch.inputs, outputs), "predictBatch");
+    trial.expectResults(outputs, batch.expected);
+}
+
+void batchInPlace(Trial& trial) {
+    std::vector<MakeModel> makers = {trial.backend().makeModel};
+    if (trial.backend().makeStackingModel) makers.push_back(trial.backend().makeStackingModel);
+    for (const MakeModel& make : makers) {
+        for (const Package& package : trial.packages()) {
+            if (&make != &makers.front() && !package.rowsAreIndependent) continue;
+            SCOPED_TRACE("package " + package.name);
+            const auto model = trial.loaded(make, package);
+            const Batch batch = batchOf(rowsOf(package, 3));
+            Outputs outputs = roomFor(batch.expected);
+            const Outputs given = outputs;
+            Trial::expectSuccess(predictBatch(*model, batch.inputs, outputs), "predictBatch");
+            EXPECT_TRUE(outputs == given) << "The list of outputs has changed";
+            trial.expectResults(given, batch.expected);
+        }
+    }
+}
+
+void emptyBatch(Trial& trial) {
+    trial.expectRefusesBatch(trial.plain(), "", [](Features& features) {
+        features.inputs.clear();
+        features.outputs.clear();
+    });
+    trial.expectRefusesBatch(trial.plain(), "", [](Features& features) { features.inputs.clear(); });
+}
+
+void unevenBatch(Trial& trial) {
+    const Package* const package = trial.plainWith(2, 1);
+    if (package == nullptr) GTEST_SKIP() << "No package has two inputs of floats and fixed shapes";
+    trial.expectRefusesBatch(*package, "", [](Features& features) { features.inputs.pop_back(); });
+    trial.expectRefusesBatch(*package, "", [](Features& features) {
+        features.inputs.pop_back();
+        features.outputs.clear();
+    });
+}
+
+void unevenOutputs(Trial& trial) {
+    const std::string name = trial.plain().cases.front().outputs.front().name;
+    trial.expectRefusesBatch(trial.plain(), name,
+                             [&](Features& features) { features.outputs.erase(features.outputs.begin()); });
+}
+
+// A failure of the second row: nothing of the first one is written by then.
+void rowOfWrongShape(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    std::vector<int64_t> shape = value.shape.shapeVector();
+    shape.insert(shape.begin(), 1);
+    const auto damage = [&](Features& features) {
+        auto& second = features.inputs[trial.plain().target().inputs.size()];
+        second = featureOver(value.name, std::make_shared<Tensor>(value.type, TensorShape(shape)));
+    };
+    trial.expectRefusesBatch(trial.plain(), value.name, damage);
+    trial.expectRefusesBatch(trial.plain(), value.name, [&](Features& features) {
+        damage(features);
+        features.outputs.clear();
+    });
+}
+
+void rowWithNullInput(Trial& trial) {
+    trial.expectRefusesBatch(trial.plain(), "", [](Features& features) { features.inputs.back() = nullptr; });
+    trial.expectRefusesBatch(trial.plain(), "", [](Features& features) { features.outputs.back() = nullptr; });
+}
+
+void rowsWithUnknownInput(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    trial.expectRefusesBatch(trial.plain(), "stranger", [&](Features& features) {
+        for (int row = 0; row < 2; ++row) {
+            features.inputs.push_back(featureOver("stranger", featureOf(value)->asTensor()));
+        }
+    });
+}
+
+void rowsWithoutInput(Trial& trial) {
+    const Package* const package = trial.plainWith(2, 1);
+    if (package == nullptr) GTEST_SKIP() << "No package has two inputs of floats and fixed shapes";
+    const std::string name = package->target().inputs.front().name();
+    trial.expectRefusesBatch(*package, name, [&](Features& features) {
+        const auto isFirst = [&](const auto& input) { return input->featureDescriptor().name() == name; };
+        features.inputs.erase(std::remove_if(features.inputs.begin(), features.inputs.end(), isFirst),
+                              features.inputs.end());
+    });
+}
+
+void rowOverAnother(Trial& trial) {
+    const Case& each = trial.plain().cases.front();
+    const Value& input = each.inputs.front();
+    const Value& output = each.outputs.front();
+    if (output.bytes.size() > input.bytes.size() || output.shape.dimension() == 0) {
+        GTEST_SKIP() << "The output of package " << trial.plain().name << " does not fit into its input";
+    }
+    trial.expectRefusesBatch(trial.plain(), output.name, [&](Features& features) {
+        ITensor& second = *features.inputs[each.inputs.size()]->asTensor();
+        features.outputs[0] =
+            featureOver(output.name, std::make_shared<BufferWrappedTensor>(output.type, output.shape, second.buffer(),
+                                                                           static_cast<uint64_t>(second.bytes())));
+    });
+}
+
+// The same value of all cases in one tensor, for ports whose first dimension counts rows.
+bool stack(const std::vector<Case>& rows, std::vector<Value> Case::*values, std::vector<Value>& stacked) {
+    stacked = rows.front().*values;
+    for (Value& value : stacked) {
+        if (value.shape.dimension() == 0 || value.shape[0] != 1) return false;
+        value.bytes.clear();
+        value.shape[0] = static_cast<int64_t>(rows.size());
+    }
+    for (const Case& row : rows) {
+        for (size_t i = 0; i < stacked.size(); ++i) {
+            const std::vector<uint8_t>& bytes = (row.*values)[i].bytes;
+            stacked[i].bytes.insert(stacked[i].bytes.end(), bytes.begin(), bytes.end());
+        }
+    }
+    return true;
+}
+
+const Package* packageOfRows(const Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        Case unused;
+        if (package.rowsAreIndependent && stack(package.rows(), &Case::inputs, unused.inputs) &&
+            stack(package.rows(), &Case::outputs, unused.outputs)) {
+            return &package;
+        }
+    }
+    return nullptr;
+}
+
+Case severalRows(const Package& package, size_t count) {
+    Case all;
+    all.name = std::to_string(count) + " rows in one tensor";
+    const std::vector<Case> rows = rowsOf(package, count);
+    stack(rows, &Case::inputs, all.inputs);
+    stack(rows, &Case::outputs, all.outputs);
+    return all;
+}
+
+void batchSize(Trial& trial) {
+    if (!trial.backend().setsBatchSize) GTEST_SKIP() << "The backend sets no batch size";
+    const Package* const package = packageOfRows(trial);
+    if (package == nullptr) GTEST_SKIP() << "No package has rows that are independent and shapes that begin with 1";
+    const auto model = trial.loaded(*package);
+    for (const unsigned int count : {3U, 1U, 2U}) {
+        const Case all = severalRows(*package, count);
+        Trial::expectSuccess(model->setBatchSize(count), "setBatchSize");
+        trial.expectPredicts(*model, all);
+        if (trial.backend().binds) {
+            Features features = featuresOf(all);
+            Binding binding;
+            Trial::expectSuccess(model->bind(features.constInputs(), features.outputs, binding), "bind");
+            Trial::expectSuccess(model->evaluate(binding), "evaluate");
+            trial.expectResults(features.outputs, all.outputs);
+        }
+    }
+    expectBatches(trial, *model, *package);  // which takes single rows all the same
+    trial.load(*model, package->components);
+    trial.expectPredicts(*model, *package);
+}
+
+void otherThanTheBatchSize(Trial& trial) {
+    if (!trial.backend().setsBatchSize) GTEST_SKIP() << "The backend sets no batch size";
+    const Package* const package = packageOfRows(trial);
+    if (package == nullptr) GTEST_SKIP() << "No package has rows that are independent and shapes that begin with 1";
+    const auto model = trial.loaded(*package);
+    Trial::expectSuccess(model->setBatchSize(2), "setBatchSize");
+    for (const size_t count : {1, 3}) {
+        const Case all = severalRows(*package, count);
+        Outputs outputs;
+        trial.expectRefused(model->predict(featuresOf(all).constInputs(), outputs), all.inputs.front().name);
+        EXPECT_TRUE(outputs.empty()) << "There are outputs, although predict has failed";
+    }
+}
+
+void batchSizeOfZero(Trial& trial) {
+    if (!trial.backend().setsBatchSize) GTEST_SKIP() << "The backend sets no batch size";
+    const auto model = trial.loaded(trial.plain());
+    trial.expectRefused(model->setBatchSize(0));
+    trial.expectPredicts(*model, trial.plain());
+}
+
+void noBatchSize(Trial& trial) {
+    if (trial.backend().setsBatchSize) GTEST_SKIP() << "The backend sets a batch size";
+    const auto model = trial.loaded(trial.plain());
+    trial.expectRefused(model->setBatchSize(2));
+    trial.expectPredicts(*model, trial.plain());
+}
+
+}  // namespace
+
+std::vector<Row> batchRows() {
+    const char* const named = "the description names the input; nothing is written, for no row";
+    return {
+        {"Batches", "predictBatch, with no outputs given", SUCCESS,
+         "what predict gives for each row by itself, row by row, in each row in the target's order", batches},
+        {"StackedBatches", "predictBatch with the host's promise that rows are independent", SUCCESS,
+         "the same results", stackedBatches},
+        {"BatchInputByInput", "a batch in another order of names", SUCCESS,
+         "the n-th feature of each name belongs to row n", batchInputByInput},
+        {"BatchInPlace", "outputs given for all rows of a batch", SUCCESS, "the results are in the given features",
+         batchInPlace},
+        {"EmptyBatch", "a batch without inputs", INVALID_ARGUMENTS, "nothing changes", emptyBatch},
+        {"UnevenBatch", "an input with more rows than another", INVALID_TYPE, "nothing changes", unevenBatch},
+        {"UnevenOutputs", "outputs of a name that are not as many as the rows", INVALID_ARGUMENTS,
+         "the description names the output; nothing changes", unevenOutputs},
+        {"RowOfWrongShape", "a row of another shape", INVALID_SHAPE, named, rowOfWrongShape},
+        {"RowWithNullFeature", "an input or output in a row that is null", INVALID_ARGUMENTS,
+         "nothing is written, for no row", rowWithNullInput},
+        {"RowsWithUnknownInput", "an input in all rows that the target doesn't have", INVALID_ARGUMENTS, named,
+         rowsWithUnknownInput},
+        {"RowsWithoutInput", "a required input left out of all rows", INVALID_ARGUMENTS, named, rowsWithoutInput},
+        {"RowOverAnother", "an output of one row in the memory of another row's input", INVALID_ARGUMENTS,
+         "the description names the output; nothing is written, for no row", rowOverAnother},
+        {"BatchSize", "setBatchSize(n), then n rows in each tensor", SUCCESS,
+         "n takes the place of a leading 1 in predict and bind, until the next load", batchSize},
+        {"OtherThanTheBatchSize", "other than n rows after setBatchSize(n)", INVALID_SHAPE,
+         "the description names the input", otherThanTheBatchSize},
+        {"BatchSizeOfZero", "setBatchSize(0)", INVALID_ARGUMENTS, "the size is the one before", batchSizeOfZero},
+        {"NoBatchSize", "setBatchSize of a backend that does not implement it", NOT_IMPLEMENTED, "nothing changes",
+         noBatchSize},
+    };
+}
+
+}  // namespace TarnoMirelo::Conformance

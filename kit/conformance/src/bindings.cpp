@@ -1,0 +1,201 @@
+#include "trial.h"
+
+namespace TarnoMirelo::Conformance {
+namespace {
+
+#define SKIP_WITHOUT_BINDINGS(trial) \
+    if (!(trial).backend().binds) GTEST_SKIP() << "The backend does not bind"
+
+// A binding, what it binds, and what is to come of it.
+struct Bound {
+    const Case* expected = nullptr;
+    Features features;
+    Binding binding;
+
+    void expectEvaluates(const Trial& trial, const MireloModel& model) {
+        Trial::expectSuccess(model.evaluate(binding), "evaluate of case " + expected->name);
+        trial.expectResults(features.outputs, expected->outputs);
+    }
+};
+
+Bound boundOf(const MireloModel& model, const Case& each, bool given) {
+    Bound bound{&each, featuresOf(each), nullptr};
+    if (!given) bound.features.outputs.clear();
+    Trial::expectSuccess(model.bind(bound.features.constInputs(), bound.features.outputs, bound.binding), "bind");
+    EXPECT_NE(bound.binding, nullptr) << "bind gives no binding";
+    return bound;
+}
+
+void evaluations(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        for (const bool given : {false, true}) {
+            SCOPED_TRACE(given ? "into given outputs" : "into new outputs");
+            for (const Case& each : package.cases) {
+                Bound bound = boundOf(*model, each, given);
+                const Outputs outputs = bound.features.outputs;
+                bound.expectEvaluates(trial, *model);
+                bound.expectEvaluates(trial, *model);
+                EXPECT_TRUE(bound.features.outputs == outputs) << "evaluate has changed the list of outputs";
+            }
+        }
+    }
+}
+
+void inputsThatChange(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        Bound bound = boundOf(*model, package.cases.front(), true);
+        for (const Case& each : package.rows()) {
+            if (!haveSameShapes(each, *bound.expected)) continue;
+            write(each.inputs, bound.features.inputs);
+            bound.expected = &each;
+            bound.expectEvaluates(trial, *model);
+        }
+    }
+}
+
+void severalBindings(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        Bound first = boundOf(*model, package.cases.front(), true);
+        Bound second = boundOf(*model, package.cases.back(), false);
+        for (int times = 0; times < 2; ++times) {
+            first.expectEvaluates(trial, *model);
+            trial.expectPredicts(*model, package);
+            second.expectEvaluates(trial, *model);
+        }
+        trial.expectResults(first.features.outputs, first.expected->outputs);
+    }
+}
+
+void bindingKeepsWhatItBinds(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    const auto model = trial.loaded(trial.plain());
+    Bound bound = boundOf(*model, trial.plain().cases.front(), true);
+    bound.features.inputs.clear();
+    const std::shared_ptr<ITensor> kept = bound.features.outputs.front()->asTensor();
+    bound.features.outputs.clear();
+    Trial::expectSuccess(model->evaluate(bound.binding), "evaluate");
+    const Value& value = bound.expected->outputs.front();
+    trial.expectResults({featureOver(value.name, kept)}, {value});
+}
+
+void failedBind(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    const auto model = trial.loaded(trial.plain());
+    Bound bound = boundOf(*model, trial.plain().cases.front(), true);
+    Outputs outputs;
+    trial.expectRefused(model->bind({}, outputs, bound.binding));
+    EXPECT_TRUE(outputs.empty()) << "There are outputs, although bind has failed";
+    bound.expectEvaluates(trial, *model);
+}
+
+void nullBinding(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    Binding binding;
+    trial.expectRefused(trial.loaded(trial.plain())->evaluate(binding));
+}
+
+void foreignBinding(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    const auto model = trial.loaded(trial.plain());
+    const auto other = trial.loaded(trial.plain());
+    Bound bound = boundOf(*other, trial.plain().cases.front(), true);
+    const Snapshot outputs(bound.features.outputs);
+    Binding foreign = std::make_shared<MireloModel::MireloBinding>();
+    trial.expectRefused(model->evaluate(foreign));
+    trial.expectRefused(model->evaluate(bound.binding));
+    Binding shared(bound.binding, foreign.get());  // shares its owner with one of the backend's
+    trial.expectRefused(other->evaluate(shared));
+    outputs.expectUnchanged(bound.features.outputs, "outputs");
+    bound.expectEvaluates(trial, *other);
+}
+
+void bindingOfEarlierLoad(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    const auto model = trial.loaded(trial.plain());
+    Bound bound = boundOf(*model, trial.plain().cases.front(), true);
+    const Snapshot outputs(bound.features.outputs);
+    trial.load(*model, trial.plain().components);
+    trial.expectRefused(model->evaluate(bound.binding));
+    outputs.expectUnchanged(bound.features.outputs, "outputs");
+}
+
+void movedTensor(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    const auto model = trial.loaded(trial.plain());
+    const Case& each = trial.plain().cases.front();
+    for (const bool isInput : {true, false}) {
+        for (const bool reshapes : {true, false}) {
+            SCOPED_TRACE(std::string(isInput ? "input" : "output") + (reshapes ? " with another shape" : " elsewhere"));
+            Features features = featuresOf(each);
+            const Value& value = isInput ? each.inputs.front() : each.outputs.front();
+            const auto tensor = std::make_shared<TrickyTensor>(value, TrickyTensor::Place::Host);
+            (isInput ? features.inputs : features.outputs).front() = featureOver(value.name, tensor);
+            Binding binding;
+            Trial::expectSuccess(model->bind(features.constInputs(), features.outputs, binding), "bind");
+            Trial::expectSuccess(model->evaluate(binding), "evaluate");
+            if (reshapes) {
+                std::vector<int64_t> shape = value.shape.shapeVector();
+                shape.insert(shape.begin(), 1);
+                ASSERT_TRUE(tensor->resize(shape).ok());
+            } else {
+                tensor->move();
+            }
+            const Snapshot outputs(features.outputs);
+            trial.expectRefused(model->evaluate(binding));
+            outputs.expectUnchanged(features.outputs, "outputs");
+        }
+    }
+}
+
+void noBindings(Trial& trial) {
+    if (trial.backend().binds) GTEST_SKIP() << "The backend binds";
+    const auto model = trial.loaded(trial.plain());
+    Features features = featuresOf(trial.plain().cases.front());
+    Binding binding;
+    const auto statusOf = [](const auto& work) {  // as the core does by default, or as a status
+        try {
+            return work();
+        } catch (...) {
+            return getStatusFromCurrentException();
+        }
+    };
+    trial.expectRefused(statusOf([&] { return model->bind(features.constInputs(), features.outputs, binding); }));
+    trial.expectRefused(statusOf([&] { return model->evaluate(binding); }));
+}
+
+}  // namespace
+
+std::vector<Row> bindingRows() {
+    return {
+        {"Evaluations", "bind, then evaluate as often as wanted", SUCCESS,
+         "the results of predict, in the features that bind was given or has made", evaluations},
+        {"InputsThatChange", "other elements in a bound input", SUCCESS, "evaluate reads what is there now",
+         inputsThatChange},
+        {"SeveralBindings", "several bindings of one model, and predictions between", SUCCESS,
+         "each keeps its inputs and outputs", severalBindings},
+        {"BindingKeepsWhatItBinds", "bound features that the host lets go", SUCCESS, "the binding keeps their tensors",
+         bindingKeepsWhatItBinds},
+        {"FailedBind", "a bind that fails", INVALID_ARGUMENTS, "the binding that was passed can still be evaluated",
+         failedBind},
+        {"NullBinding", "evaluate without a binding", INVALID_OPERATION, "nothing changes", nullBinding},
+        {"ForeignBinding", "a binding of another model or of another backend", INVALID_OPERATION,
+         "no output has changed", foreignBinding},
+        {"BindingOfEarlierLoad", "a binding from before the last load", INVALID_OPERATION, "no output has changed",
+         bindingOfEarlierLoad},
+        {"MovedTensor", "a bound tensor with another buffer or shape", INVALID_OPERATION, "no output has changed",
+         movedTensor},
+        {"NoBindings", "bind and evaluate of a backend that does not bind", NOT_IMPLEMENTED,
+         "as a status, or raised as the core does", noBindings},
+    };
+}
+
+}  // namespace TarnoMirelo::Conformance

@@ -1,0 +1,242 @@
+#include "trial.h"
+
+#include <TarnoMirelo/kit/texts.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace TarnoMirelo::Conformance {
+namespace {
+
+void predictions(Trial& trial) {
+    for (const Package& package : trial.packages()) trial.expectPredicts(*trial.loaded(package), package);
+}
+
+void repeatedPrediction(Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        const Case& each = package.cases.front();
+        const Features features = featuresOf(each);
+        Outputs first;
+        Trial::expectSuccess(model->predict(features.constInputs(), first), "predict");
+        const Snapshot results(first);
+        trial.expectPredicts(*model, package);  // other cases between them
+        Outputs second;
+        Trial::expectSuccess(model->predict(features.constInputs(), second), "the same predict again");
+        trial.expectResults(second, each.outputs);
+        results.expectUnchanged(first, "outputs of the first prediction");
+        const Case last = package.rows().back();
+        if (!haveSameShapes(last, each)) continue;
+        write(last.inputs, features.inputs);
+        Outputs third;
+        Trial::expectSuccess(model->predict(features.constInputs(), third), "predict with other elements");
+        trial.expectResults(third, last.outputs);
+    }
+}
+
+void resultsOutliveTheModel(Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const Case& each = package.cases.front();
+        Outputs outputs;
+        {
+            const auto model = trial.loaded(package);
+            Trial::expectSuccess(model->predict(featuresOf(each).constInputs(), outputs), "predict");
+            model->doUnload();
+        }
+        trial.expectResults(outputs, each.outputs);
+    }
+}
+
+void inputsStay(Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        Features features = featuresOf(package.cases.front());
+        const Snapshot before(features.inputs);
+        Outputs outputs;
+        Trial::expectSuccess(model->predict(features.constInputs(), outputs), "predict");
+        before.expectUnchanged(features.inputs, "inputs");
+        features.outputs.clear();
+        Trial::expectSuccess(model->predictBatch(features.constInputs(), features.outputs), "predictBatch");
+        before.expectUnchanged(features.inputs, "inputs");
+    }
+}
+
+void inputsInAnyOrder(Trial& trial) {
+    const Package* const package = trial.plainWith(2, 1);
+    if (package == nullptr) GTEST_SKIP() << "No package has two inputs of floats and fixed shapes";
+    const auto model = trial.loaded(*package);
+    for (const Case& each : package->cases) {
+        SCOPED_TRACE("case " + each.name);
+        Features features = featuresOf(each);
+        std::reverse(features.inputs.begin(), features.inputs.end());
+        Outputs outputs;
+        Trial::expectSuccess(model->predict(features.constInputs(), outputs), "predict");
+        trial.expectResults(outputs, each.outputs);
+    }
+}
+
+void absentInput(Trial& trial) {
+    bool tried = false;
+    for (const Package& package : trial.packages()) {
+        for (const Case& each : package.cases) {
+            if (each.inputs.size() == package.target().inputs.size()) continue;
+            tried = true;
+            SCOPED_TRACE("package " + package.name);
+            const auto model = trial.loaded(package);
+            trial.expectPredicts(*model, package);  // with and without, in turn
+            trial.expectPredicts(*model, each);
+        }
+    }
+    if (!tried) GTEST_SKIP() << "No case of a package leaves out an input";
+}
+
+bool fitsEveryType(const Value& value) {
+    for (size_t i = 0; i < value.size(); ++i) {
+        const double element = readElement(value.type, value.bytes.data() + i * widthOf(value.type));
+        if (element < 0 || element > 100 || element != static_cast<int>(element)) return false;
+    }
+    return true;
+}
+
+// Whether each element type is taken or refused as the description says.
+void elementTypes(Trial& trial) {
+    const Case& each = trial.plain().cases.front();
+    const bool canConvert = std::all_of(each.inputs.begin(), each.inputs.end(), fitsEveryType);
+    const auto model = trial.loaded(trial.plain());
+    for (const DataType type : trial.backend().floatInputTypes) {
+        if (type != DataType::Float && !canConvert) {
+            ADD_FAILURE() << "The first case of package " << trial.plain().name
+                          << " has inputs that other types can't hold, wanted are integers from 0 to 100";
+            return;
+        }
+        SCOPED_TRACE("elements of type " + Kit::toText(type));
+        Outputs inputs;
+        for (const Value& value : each.inputs) inputs.push_back(featureOf(converted(value, type)));
+        Outputs outputs;
+        Trial::expectSuccess(model->predict({inputs.begin(), inputs.end()}, outputs), "predict");
+        trial.expectResults(outputs, each.outputs);
+        trial.expectPredicts(*model, trial.plain());  // one type after the other
+    }
+}
+
+void inputOfWrongType(Trial& trial) {
+    const std::vector<DataType>& taken = trial.backend().floatInputTypes;
+    const Value& value = trial.plain().cases.front().inputs.front();
+    for (auto number = static_cast<int32_t>(DataType::Bool); number <= static_cast<int32_t>(DataType::Double);
+         ++number) {
+        const auto type = static_cast<DataType>(number);
+        if (std::find(taken.begin(), taken.end(), type) != taken.end()) continue;
+        SCOPED_TRACE("elements of type " + Kit::toText(type));
+        trial.expectRefuses(trial.plain(), value.name,
+                            [&](Features& features) { features.inputs[0] = featureOf(converted(value, type)); });
+    }
+}
+
+// The failures, each on the first input of the package.
+
+void nullInput(Trial& trial) {
+    trial.expectRefuses(trial.plain(), "", [](Features& features) { features.inputs[0] = nullptr; });
+    trial.expectRefuses(trial.plain(), "", [](Features& features) { features.inputs.push_back(nullptr); });
+}
+
+void missingInput(Trial& trial) {
+    const std::string name = trial.plain().target().inputs.front().name();
+    trial.expectRefuses(trial.plain(), name,
+                        [](Features& features) { features.inputs.erase(features.inputs.begin()); });
+}
+
+void unknownInput(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    trial.expectRefuses(trial.plain(), "stranger", [&](Features& features) {
+        features.inputs.push_back(featureOver("stranger", featureOf(value)->asTensor()));
+    });
+}
+
+void inputGivenTwice(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    trial.expectRefuses(trial.plain(), value.name,
+                        [&](Features& features) { features.inputs.push_back(featureOf(value)); });
+}
+
+void inputOfWrongKind(Trial& trial) {
+    const std::string name = trial.plain().target().inputs.front().name();
+    trial.expectRefuses(trial.plain(), name, [&](Features& features) { features.inputs[0] = numberOf(name); });
+}
+
+void inputWithoutTensor(Trial& trial) {
+    const std::string name = trial.plain().target().inputs.front().name();
+    trial.expectRefuses(trial.plain(), name,
+                        [&](Features& features) { features.inputs[0] = featureOver(name, nullptr); });
+}
+
+void inputWithoutBuffer(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    trial.expectRefuses(trial.plain(), value.name,
+                        [&](Features& features) { features.inputs[0] = withoutBuffer(value); });
+}
+
+void inputOnDevice(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    trial.expectRefuses(trial.plain(), value.name, [&](Features& features) {
+        features.inputs[0] =
+            featureOver(value.name, std::make_shared<TrickyTensor>(value, TrickyTensor::Place::Device));
+    });
+}
+
+void inputOfWrongShape(Trial& trial) {
+    const Value& value = trial.plain().cases.front().inputs.front();
+    const std::vector<int64_t> dimensions = value.shape.shapeVector();
+    std::vector<std::vector<int64_t>> shapes;
+    for (size_t i = 0; i < dimensions.size(); ++i) {
+        for (const int64_t dimension : {dimensions[i] + 1, int64_t{0}}) {
+            shapes.push_back(dimensions);
+            shapes.back()[i] = dimension;
+        }
+    }
+    shapes.push_back(dimensions);  // as many elements in more dimensions
+    shapes.back().insert(shapes.back().begin(), 1);
+    if (!dimensions.empty()) shapes.push_back({value.shape.size()});  // and in one
+    for (const auto& shape : shapes) {
+        if (shape == dimensions) continue;
+        SCOPED_TRACE("shape " + Kit::toText(shape));
+        trial.expectRefuses(trial.plain(), value.name, [&](Features& features) {
+            features.inputs[0] = featureOver(value.name, std::make_shared<Tensor>(value.type, shape));
+        });
+    }
+}
+
+}  // namespace
+
+std::vector<Row> predictionRows() {
+    const char* const named = "the description names the input";
+    return {
+        {"Predictions", "predict, with no outputs given", SUCCESS,
+         "the expected results, one new feature for each output in the target's order", predictions},
+        {"RepeatedPrediction", "the same features again, also with other elements", SUCCESS,
+         "the results of what they hold now; those of earlier predictions stay as they were", repeatedPrediction},
+        {"ResultsOutliveTheModel", "an unload, and the end of the model", SUCCESS,
+         "results that a host still holds are as they were", resultsOutliveTheModel},
+        {"InputsStay", "predict and predictBatch", SUCCESS, "the inputs are as they were", inputsStay},
+        {"InputsInAnyOrder", "inputs in another order than the target's", SUCCESS, "the same results",
+         inputsInAnyOrder},
+        {"AbsentInput", "an input left out that is not required", SUCCESS,
+         "the results of the default that the network has for it", absentInput},
+        {"ElementTypes", "elements of each type that the backend takes for floats", SUCCESS, "the same results",
+         elementTypes},
+        {"NullInput", "an input that is null", INVALID_ARGUMENTS, "nothing changes", nullInput},
+        {"MissingInput", "a required input left out", INVALID_ARGUMENTS, named, missingInput},
+        {"UnknownInput", "an input that the target doesn't have", INVALID_ARGUMENTS, named, unknownInput},
+        {"InputGivenTwice", "an input given twice", INVALID_ARGUMENTS, named, inputGivenTwice},
+        {"InputOfWrongKind", "an input that is no tensor", INVALID_TYPE, named, inputOfWrongKind},
+        {"InputWithoutTensor", "an input whose feature holds no tensor", INVALID_ARGUMENTS, named, inputWithoutTensor},
+        {"InputWithoutBuffer", "an input whose tensor has no buffer", INVALID_ARGUMENTS, named, inputWithoutBuffer},
+        {"InputOnDevice", "an input on a device that is not the backend's", INVALID_TYPE, named, inputOnDevice},
+        {"InputOfWrongType", "an input of another element type", INVALID_TENSOR_DATA_TYPE, named, inputOfWrongType},
+        {"InputOfWrongShape", "an input of another shape", INVALID_SHAPE, named, inputOfWrongShape},
+    };
+}
+
+}  // namespace TarnoMirelo::Conformance

@@ -437,7 +437,9 @@ TEST_F(OnnxRuntimeBackend, LogsToTheSinkAlone) {
     EXPECT_EQ(text(model->doUnload()), kSuccess);
     EXPECT_THAT(sink->written, HasSubstr("1 ONNX Runtime model \"m\": unloaded\n"));
     // But for this line, which the engine writes when it starts on a Windows without DirectX.
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::MatchesRegex("(Failed to create DXGI factory.\\s*)?"));
+    const std::string written = testing::internal::GetCapturedStderr();
+    const std::string known = "Failed to create DXGI factory.";
+    EXPECT_TRUE(written.empty() || written == known + "\n" || written == known + "\r\n") << written;
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 

@@ -6,7 +6,7 @@ using namespace TarnoMirelo;
 
 namespace {
 
-class UnitLength : public OnnxRuntime::Operator {
+class OnnxRuntimeUnitLength : public OnnxRuntime::Operator {
  public:
     std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const override { return inputs; }
     MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
@@ -20,5 +20,5 @@ class UnitLength : public OnnxRuntime::Operator {
 Engine onnxRuntime() {
     return {"onnxruntime",
             [](const std::string& name) { return std::make_shared<OnnxRuntime::Model>(name, MireloModelType::WinML); },
-            [] { return std::make_unique<UnitLength>(); }};
+            [] { return std::make_unique<OnnxRuntimeUnitLength>(); }};
 }

@@ -6,7 +6,7 @@ using namespace TarnoMirelo;
 
 namespace {
 
-class UnitLength : public OpenCv::Operator {
+class OpenCvUnitLength : public OpenCv::Operator {
  public:
     std::vector<TensorShape> outputShapes(const std::vector<TensorShape>& inputs) const override { return inputs; }
     MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
@@ -20,5 +20,5 @@ class UnitLength : public OpenCv::Operator {
 Engine openCv() {
     return {"opencv",
             [](const std::string& name) { return std::make_shared<OpenCv::Model>(name, MireloModelType::WinML); },
-            [] { return std::make_unique<UnitLength>(); }};
+            [] { return std::make_unique<OpenCvUnitLength>(); }};
 }

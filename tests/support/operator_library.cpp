@@ -47,13 +47,25 @@ OrtCustomOp makeNegate() {
     return op;
 }
 
+// Goes with the library, which the engine unloads after the last session that uses it.
+struct Domain {
+    Domain() = default;
+    Domain(const Domain&) = delete;
+    Domain& operator=(const Domain&) = delete;
+    ~Domain() { api->ReleaseCustomOpDomain(domain); }
+
+    OrtCustomOpDomain* domain = nullptr;
+};
+
 }  // namespace
 
 extern "C" ORT_EXPORT OrtStatus* RegisterCustomOps(OrtSessionOptions* options, const OrtApiBase* base) {
     api = base->GetApi(17);
     static const OrtCustomOp negate = makeNegate();
-    OrtCustomOpDomain* domain = nullptr;  // lives as long as the process
-    if (OrtStatus* const failed = api->CreateCustomOpDomain("example", &domain)) return failed;
-    if (OrtStatus* const failed = api->CustomOpDomain_Add(domain, &negate)) return failed;
-    return api->AddCustomOpDomain(options, domain);
+    static Domain own;
+    if (own.domain == nullptr) {
+        if (OrtStatus* const failed = api->CreateCustomOpDomain("example", &own.domain)) return failed;
+        if (OrtStatus* const failed = api->CustomOpDomain_Add(own.domain, &negate)) return failed;
+    }
+    return api->AddCustomOpDomain(options, own.domain);
 }

@@ -257,7 +257,7 @@ struct OperatorDomains::Domain {
 
     std::string name;
     OrtCustomOpDomain* domain = nullptr;
-    std::vector<std::unique_ptr<EngineOperator>> operators;
+    std::vector<std::shared_ptr<const OrtCustomOp>> operators;
 };
 
 OperatorDomains::OperatorDomains(const OnnxOutline& outline) {
@@ -266,7 +266,7 @@ OperatorDomains::OperatorDomains(const OnnxOutline& outline) {
         if (prototype == nullptr) continue;
         if (domains_.empty() || domains_.back()->name != domain) domains_.push_back(std::make_unique<Domain>(domain));
         Domain& last = *domains_.back();
-        last.operators.push_back(std::make_unique<EngineOperator>(domain, type, std::move(prototype)));
+        last.operators.push_back(std::make_shared<EngineOperator>(domain, type, std::move(prototype)));
         check(api().CustomOpDomain_Add(last.domain, last.operators.back().get()));
     }
 }

@@ -31,7 +31,9 @@ void addCommands(Commands& commands) {
     addDigest(commands);
     addInspect(commands);
     addKeygen(commands);
+    addPack(commands);
     addProtect(commands);
+    addUnpack(commands);
     addUnprotect(commands);
 }
 

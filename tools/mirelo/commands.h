@@ -43,7 +43,9 @@ void addCheck(Commands& commands);
 void addDigest(Commands& commands);
 void addInspect(Commands& commands);
 void addKeygen(Commands& commands);
+void addPack(Commands& commands);
 void addProtect(Commands& commands);
+void addUnpack(Commands& commands);
 void addUnprotect(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

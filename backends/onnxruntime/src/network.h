@@ -37,8 +37,6 @@ class Network {
     const Kit::OutputPorts& outputs() const { return outputs_; }
     /// Whether the network has a constant where the input is left out.
     bool isOptional(size_t input) const { return isOptional_[input]; }
-    /// Whether the network itself fixes the shape of every output.
-    bool fixesOutputs() const { return fixesOutputs_; }
 
     /// Rows that `predict` and `bind` expect in one tensor.
     int64_t batchSize() const { return batchSize_; }
@@ -72,6 +70,7 @@ class Network {
     struct Opened {
         Owned<OrtSession> session;
         uint64_t weightBytes;
+        uint64_t bytesBesideWeights;
         std::vector<NetworkValue> inputs;
         std::vector<NetworkValue> outputs;
     };
@@ -87,7 +86,6 @@ class Network {
     Kit::InputPorts inputs_;
     Kit::OutputPorts outputs_;
     std::vector<bool> isOptional_;
-    bool fixesOutputs_ = true;
     bool hasRows_ = true;
     int64_t batchSize_ = 1;
     Owned<OrtAllocator> arena_;  // the session's; empty where the engine tells nothing of it

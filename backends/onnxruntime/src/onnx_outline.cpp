@@ -121,10 +121,11 @@ class Reader {
 
     void readGraph(std::string_view bytes, int depth) {
         if (depth > kMostDepth) refuse();
+        if (depth > 0) ++outline_.subgraphs;
         eachText(bytes, [&](const Field& field) {
             if (field.number == 1) readNode(field.text, depth);
-            if (field.number == 5) readTensor(field.text);
-            if (field.number == 15) readSparseTensor(field.text);
+            if (field.number == 5) readTensor(field.text, depth);
+            if (field.number == 15) readSparseTensor(field.text, depth);
         });
     }
 
@@ -136,24 +137,25 @@ class Reader {
             if (field.number == 7) domain = field.text;
             if (field.number == 5) readAttribute(field.text, depth);
         });
+        if (type != "Constant") ++outline_.nodes;
         if (!domain.empty() && domain != "ai.onnx") outline_.operators.insert(domain + "." + type);
     }
 
     void readAttribute(std::string_view bytes, int depth) {
         eachText(bytes, [&](const Field& field) {
-            if (field.number == 5 || field.number == 10) readTensor(field.text);
-            if (field.number == 22 || field.number == 23) readSparseTensor(field.text);
+            if (field.number == 5 || field.number == 10) readTensor(field.text, depth);
+            if (field.number == 22 || field.number == 23) readSparseTensor(field.text, depth);
             if (field.number == 6 || field.number == 11) readGraph(field.text, depth + 1);
         });
     }
 
-    void readSparseTensor(std::string_view bytes) {
+    void readSparseTensor(std::string_view bytes, int depth) {
         eachText(bytes, [&](const Field& field) {
-            if (field.number == 1 || field.number == 2) readTensor(field.text);
+            if (field.number == 1 || field.number == 2) readTensor(field.text, depth);
         });
     }
 
-    void readTensor(std::string_view bytes) {
+    void readTensor(std::string_view bytes, int depth) {
         Message message(bytes);
         Field field;
         uint64_t elements = 1;
@@ -163,7 +165,15 @@ class Reader {
             if (field.number == 2) width = widthOf(field.value);
             if (field.number == 13) readLocation(field.text);
         }
-        outline_.weightBytes = add(outline_.weightBytes, multiply(elements, width));
+        ++outline_.constants;
+        countWeights(multiply(elements, width), depth);
+    }
+
+    // Weights of a subgraph are in the node that it belongs to, and so in each graph around it, and in the engine's
+    // form twice.
+    void countWeights(uint64_t bytes, int depth) {
+        uint64_t& sum = depth == 0 ? outline_.weightBytes : outline_.subgraphWeightBytes;
+        sum = add(sum, depth == 0 ? bytes : multiply(bytes, static_cast<uint64_t>(depth) + 2));
     }
 
     static uint64_t productOf(std::string_view dimensions) {

@@ -12,7 +12,13 @@ struct OnnxOutline {
     std::set<std::string> operators;        // of every domain but ONNX's own, as "domain.type"
     std::set<std::string> weightFiles;      // paths as the network has them, relative to its own folder
     std::set<std::string> valuesWithShape;  // inputs and outputs whose number of dimensions is declared
-    uint64_t weightBytes = 0;               // of all constants, as their shapes say
+
+    // What the engine keeps for the network, as far as the file tells.
+    uint64_t nodes = 0;  // without constants
+    uint64_t constants = 0;
+    uint64_t subgraphs = 0;
+    uint64_t weightBytes = 0;          // of the constants of the graph itself, as their shapes say
+    uint64_t subgraphWeightBytes = 0;  // of those of subgraphs, as often as the engine keeps each of them
 };
 
 /// Raises `ModelMetaDataException` for bytes that are no ONNX network, or only a part of one.

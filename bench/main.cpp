@@ -40,9 +40,9 @@ void settleAllocator() {
 
 const std::map<std::string, void (*)()>& families() {
     static const std::map<std::string, void (*)()> all{
-        {"archives", addArchives}, {"batches", addBatches}, {"files", addFiles},     {"idle", addIdleCalls},
-        {"kit", addKit},           {"logging", addLogging}, {"manager", addManager}, {"manifests", addManifests},
-        {"memory", addMemory},     {"opencv", addOpenCv}};
+        {"archives", addArchives}, {"batches", addBatches}, {"files", addFiles},          {"idle", addIdleCalls},
+        {"kit", addKit},           {"logging", addLogging}, {"manager", addManager},      {"manifests", addManifests},
+        {"memory", addMemory},     {"opencv", addOpenCv},   {"protection", addProtection}};
     return all;
 }
 

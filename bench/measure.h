@@ -89,5 +89,6 @@ void addBatches();
 void addKit();
 void addManager();
 void addLogging();
+void addProtection();
 
 }  // namespace Bench

@@ -57,7 +57,17 @@ std::vector<std::filesystem::path> locateWeights(const NetworkFile& file) {
 
 NetworkFile read(const ModelComponent& component, const Filepath& rootDir) {
     NetworkFile file;
-    require(Kit::readComponent(component, rootDir, file.bytes));
+    if (component.type == ComponentKind::SecuredTar) {
+        require(Kit::readComponentFiles(component, rootDir, file.archive));
+        const Kit::ComponentFiles::File* const network = file.archive.only(kExtension);
+        if (network == nullptr) {
+            throw ModelMetaDataException(
+                "the archive has none or several files whose name ends in \".onnx\", wanted is one");
+        }
+        file.bytes = Kit::ComponentBytes(network->data, network->size);
+    } else {
+        require(Kit::readComponent(component, rootDir, file.bytes));
+    }
     if (component.type == ComponentKind::File) {
         Filepath path;
         require(Kit::locateComponent(component, rootDir, path));

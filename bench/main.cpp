@@ -44,7 +44,7 @@ const std::map<std::string, void (*)()>& families() {
                                                        {"kit", addKit},           {"logging", addLogging},
                                                        {"manager", addManager},   {"manifests", addManifests},
                                                        {"memory", addMemory},     {"onnxruntime", addOnnxRuntime},
-                                                       {"opencv", addOpenCv}};
+                                                       {"opencv", addOpenCv},     {"protection", addProtection}};
     return all;
 }
 

@@ -90,5 +90,6 @@ void addBatches();
 void addKit();
 void addManager();
 void addLogging();
+void addProtection();
 
 }  // namespace Bench

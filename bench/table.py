@@ -28,6 +28,7 @@ PROCESSES = [
     (["files"], KEEP_MEMORY, 1, 15),
     (["archives", "manager", "logging"], {}, 1, 15),
     (["batches"], {}, 9, 5),
+    (["protection"], {}, 1, 5),
 ]
 
 # The largest ratios to the limit and to the alternative that are accepted, by the beginning of a row's name; the first
@@ -64,6 +65,7 @@ WANTED = [
     ("checkInputs|InputPorts|TracedModel", None, None),
     ("snapshot", 2.0, None),
     ("registerModel|unloadModel", None, None),
+    ("Kit::(un)?protect", 1.1, None),
 ]
 
 # Costs that grow no faster than their work: the cost of a model at 10,000 models, divided by that at 1,000. Caches make

@@ -1,6 +1,8 @@
 // Bytes as a manifest: loading ends with a documented status, what was loaded is consistent, and its inputs are
-// allocated until memory runs out.
+// allocated until memory runs out. The kit's check keeps its promises: what is refused has an error, and what has no
+// finding is kept.
 
+#include "support/manifest_promises.h"
 #include "support/memory_budget.h"
 #include "support/require.h"
 #include "support/scripted_model.h"
@@ -97,6 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         require(
             all.getTargets().contains(MireloModelType::WinML) == metadata.getTargets().contains(MireloModelType::WinML),
             "the core's own target is there as without them");
+        const std::string broken = brokenPromise({reinterpret_cast<const char*>(data), size}, path);
+        require(broken.empty(), broken.c_str());
         checkLoaded(metadata);
         require(metadata.load(path).getCode() == status.getCode(), "loading again ends as before");
     }

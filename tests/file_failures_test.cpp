@@ -1,5 +1,6 @@
 // What becomes of file operations when the system fails underneath.
 
+#include "support/full_disk.h"
 #include "support/tar_builder.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
@@ -9,31 +10,12 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace TarnoMirelo {
 namespace {
-
-// As on a disk that has room for so many bytes in a file: writing more fails.
-class Room {
- public:
-    explicit Room(rlim_t bytes) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    Room(const Room&) = delete;
-    Room& operator=(const Room&) = delete;
-    ~Room() { setrlimit(RLIMIT_FSIZE, &before_); }
-
- private:
-    rlimit before_{};
-};
 
 // As a user who may read nothing that was closed to him; root could.
 class PlainUser {

@@ -1,5 +1,7 @@
 // The kit: bytes and paths of components.
 
+#include "support/protection.h"
+#include "support/tar_builder.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -29,6 +31,14 @@ ModelComponent component(const char* kind, const std::string& path) {
 std::string bytesOf(const ComponentBytes& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), static_cast<size_t>(bytes.size())};
 }
+
+ModelComponent protectedComponent(const char* kind, const std::string& path, const unsigned char* key = kTestKey) {
+    ModelComponent made = component(kind, path);
+    made.setCryptoKey(key);
+    return made;
+}
+
+std::string archiveOf(const TarBuilder& builder) { return stringOf(builder.whole()); }
 
 }  // namespace
 
@@ -84,14 +94,13 @@ TEST(KitComponents, SayWhatIsWrong) {
         {component("file", "\xFF"), "3: " + about + "the path is not UTF-8", "same"},
         {component("memory_stream", ""), "12: " + about + "the buffer is empty, wanted is the content from the host",
          "12: " + about + R"(the kind is "memory_stream", wanted is "file" or "dir")"},
-        {component("dir", ""), "12: " + about + R"(the kind is "dir", wanted is "file" or "memory_stream")",
+        {component("dir", ""),
+         "12: " + about +
+             R"(the kind is "dir", wanted is "file", "memory_stream", "secured_file" or "secured_memory_stream")",
          "12: " + about + "the path is \"\"" + below},
         {component("secured_file", "net"),
-         "12: " + about +
-             "the kind is \"secured_file\", which is protected and can't be read, wanted is \"file\" or "
-             "\"memory_stream\"",
-         "12: " + about +
-             R"(the kind is "secured_file", which is protected and can't be read, wanted is "file" or "dir")"},
+         "12: " + about + "the key is all zero, wanted is the one that the content was protected with",
+         "12: " + about + R"(the kind is "secured_file", wanted is "file" or "dir")"},
     };
     for (const auto& each : cases) {
         ComponentBytes bytes;
@@ -102,4 +111,129 @@ TEST(KitComponents, SayWhatIsWrong) {
                   each.located == "same" ? each.read : each.located);
         EXPECT_EQ(path.getPathString(), "");
     }
+}
+
+TEST(KitComponents, AreOpenedInMemoryWhereTheyAreProtected) {
+    const TempDir root;
+    root.write("net", stringOf(protectedBytes("weights")));
+    ComponentBytes bytes;
+    ASSERT_EQ(text(readComponent(protectedComponent("secured_file", "net"), root.path(), bytes)), kSuccess);
+    EXPECT_EQ(bytesOf(bytes), "weights");
+
+    ModelComponent stream = protectedComponent("secured_memory_stream", "");
+    stream.buffer = protectedBytes("in memory");
+    ASSERT_EQ(text(readComponent(stream, root.path(), bytes)), kSuccess);
+    const ComponentBytes moved = std::move(bytes);
+    EXPECT_EQ(bytesOf(moved), "in memory");
+
+    const auto archive = TarBuilder()
+                             .directory("model/")
+                             .file("./model/net", "weights")
+                             .file("a\\b", "")
+                             .extended("path=model/\xC3\xA4")
+                             .file("cut", "more");
+    root.write("tar", stringOf(protectedBytes(archiveOf(archive))));
+    ComponentFiles files;
+    ASSERT_EQ(text(readComponentFiles(protectedComponent("secured_tar", "tar"), root.path(), files)), kSuccess);
+    const ComponentFiles kept = std::move(files);
+    std::string listed;
+    for (const ComponentFiles::File& file : kept.files()) {
+        listed += file.name + "=" + std::string(file.data, file.data + file.size) + ";";
+    }
+    EXPECT_EQ(listed, "model/net=weights;a/b=;model/\xC3\xA4=more;");
+    EXPECT_EQ(kept.find("a/b"), &kept.files()[1]);
+    EXPECT_EQ(kept.find("A/b"), nullptr);
+    EXPECT_EQ(kept.only("/net"), kept.files().data());
+    EXPECT_EQ(kept.only("/none"), nullptr);
+    EXPECT_EQ(kept.only(""), nullptr);
+}
+
+TEST(KitComponents, SayWhyTheyDoNotOpen) {
+    const TempDir root;
+    const std::string about = "Component \"net\": ";
+    const std::string refused = "12: " + about + "the" + kDoesNotOpen.substr(std::string("12: The").size());
+    root.write("net", stringOf(protectedBytes("weights")));
+    root.write("plain", "weights");
+    ModelComponent stream = protectedComponent("secured_memory_stream", "");
+    stream.buffer = protectedBytes("weights");
+    stream.buffer[40] ^= 1;
+    const struct {
+        ModelComponent component;
+        std::string expected;
+    } cases[] = {
+        {protectedComponent("secured_file", "net", kOtherKey), refused},
+        {protectedComponent("secured_file", "plain"), refused},
+        {protectedComponent("secured_file", "absent"),
+         "3: " + about + "cannot open the file " + root.path("absent").getPathString()},
+        {protectedComponent("secured_file", "../net"),
+         "12: " + about + "the path is \"../net\", wanted is a name below the model's directory"},
+        {protectedComponent("secured_file", "\xFF"), "3: " + about + "the path is not UTF-8"},
+        {protectedComponent("secured_memory_stream", ""),
+         "12: " + about + "the buffer is empty, wanted is the content from the host"},
+        {stream, refused},
+        {protectedComponent("secured_tar", "net"),
+         "12: " + about +
+             R"(the kind is "secured_tar", wanted is "file", "memory_stream", "secured_file" or "secured_memory_stream")"},
+    };
+    for (const auto& each : cases) {
+        ComponentBytes bytes;
+        EXPECT_EQ(text(readComponent(each.component, root.path(), bytes)), each.expected);
+        EXPECT_EQ(bytes.data(), nullptr);
+    }
+}
+
+// By the rules for archives on a disk, and one more: names are what a backend finds files by.
+TEST(KitComponents, RefuseArchivesThatAreNotWholeAndPlain) {
+    const TempDir root;
+    const TarBuilder good = TarBuilder().file("net", "weights");
+    const std::string whole = archiveOf(good);
+    std::string damaged = whole;
+    damaged[0] = 'm';
+    const std::pair<std::string, std::string> cases[] = {
+        {archiveOf(TarBuilder(good).file("net", "others")), R"(entry "net": its name comes twice)"},
+        {archiveOf(TarBuilder(good).file("./net", "others")), R"(entry "./net": its name comes twice)"},
+        {archiveOf(TarBuilder().file("a/b", "").file("a\\b", "")), R"(entry "a\\b": its name comes twice)"},
+        {archiveOf(TarBuilder(good).entry('2', "link")),
+         R"(entry "link": it is a symbolic link, wanted are files and directories)"},
+        {archiveOf(TarBuilder().file("../net", "")), R"(entry "../net": the name has a component "..")"},
+        {archiveOf(TarBuilder().file("/net", "")), R"(entry "/net": the name is absolute)"},
+        {damaged, "the header at byte 0: its checksum is 1821, its bytes add up to 1820"},
+        {whole.substr(0, 1024),
+         "the archive's 1024 bytes hold no end block, wanted is a block of zero bytes behind the last entry"},
+        {whole.substr(0, 1000),
+         R"(entry "net": its data is cut off: its size is 7, left are 488 bytes with the padding)"},
+        {"weights", "the archive's 7 bytes hold no end block, wanted is a block of zero bytes behind the last entry"},
+    };
+    for (const auto& [archive, expected] : cases) {
+        root.write("tar", stringOf(protectedBytes(archive)));
+        ComponentFiles files;
+        EXPECT_EQ(text(readComponentFiles(protectedComponent("secured_tar", "tar"), root.path(), files)),
+                  "12: Component \"net\": " + expected);
+        EXPECT_TRUE(files.files().empty());
+    }
+    ComponentFiles files;
+    EXPECT_EQ(text(readComponentFiles(protectedComponent("secured_file", "tar"), root.path(), files)),
+              R"(12: Component "net": the kind is "secured_file", wanted is "secured_tar")");
+}
+
+TEST(KitComponents, GetTheirKeyWhereTheyAreProtected) {
+    ModelTarget target;
+    target.components = {component("file", "a"), component("secured_file", "b"), component("secured_tar", "c"),
+                         component("secured_memory_stream", "")};
+    ModelTarget plain;
+    plain.components = {component("file", "a")};
+    ModelMetadata metadata;
+    metadata.setTargets({{MireloModelType::WinML, target}, {MireloModelType::CoreML, plain}});
+    ASSERT_EQ(text(setProtectionKey(metadata, MireloModelType::WinML, kTestKey)), kSuccess);
+    std::string keys;
+    for (const ModelComponent& each : metadata.getTargetMetadata(MireloModelType::WinML).components) {
+        keys += std::equal(kTestKey, kTestKey + 16, each.encryption.getKey()) ? "1" : "0";
+    }
+    EXPECT_EQ(keys, "0111");
+    EXPECT_EQ(text(setProtectionKey(metadata, MireloModelType::WinML, kNoKey)),
+              "7: The key is all zero, wanted are 16 bytes that are secret");
+    EXPECT_EQ(text(setProtectionKey(metadata, MireloModelType::TFLite, kTestKey)),
+              "7: The manifest has no target of type TF-Lite");
+    EXPECT_EQ(text(setProtectionKey(metadata, MireloModelType::CoreML, kTestKey)),
+              "12: No component of the target is protected");
 }

@@ -1,8 +1,12 @@
+#include "files/tar_archive.h"
 #include "platform.h"
 
 #include <TarnoMirelo/kit/components.h>
 
+#include <algorithm>
 #include <new>
+#include <optional>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -17,12 +21,31 @@ MireloStatus refuse(const ModelComponent& component, STATUS_CODE code, const std
 }
 
 MireloStatus refuseKind(const ModelComponent& component, const char* wanted) {
-    const std::string& kind = component.type;
-    const bool isProtected = kind == ComponentKind::SecuredFile || kind == ComponentKind::SecuredTar ||
-                             kind == ComponentKind::SecuredMemoryStream;
-    return refuse(component, MODEL_METADATA_ERROR,
-                  "the kind is \"" + kind + "\"" + (isProtected ? ", which is protected and can't be read" : "") +
-                      ", wanted is " + wanted);
+    return refuse(component, MODEL_METADATA_ERROR, "the kind is \"" + component.type + "\", wanted is " + wanted);
+}
+
+// The same refusal, said of a component.
+MireloStatus refuse(const ModelComponent& component, const MireloStatus& status) {
+    std::string text = status.getDescription();
+    if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z') text[0] = static_cast<char>(text[0] - 'A' + 'a');
+    return refuse(component, status.getCode(), text);
+}
+
+MireloStatus noMemory(const ModelComponent& component) {
+    return refuse(component, ALLOCATION_FAILED, "no memory for the content");
+}
+
+MireloStatus emptyBuffer(const ModelComponent& component) {
+    return refuse(component, MODEL_METADATA_ERROR, "the buffer is empty, wanted is the content from the host");
+}
+
+bool isProtected(const ModelComponent& component) {
+    return component.type == ComponentKind::SecuredFile || component.type == ComponentKind::SecuredTar ||
+           component.type == ComponentKind::SecuredMemoryStream;
+}
+
+bool isAllZero(const unsigned char* key) {
+    return std::all_of(key, key + 16, [](unsigned char byte) { return byte == 0; });
 }
 
 MireloStatus pathOf(const ModelComponent& component, const Filepath& rootDir, Filepath& path) {
@@ -60,10 +83,75 @@ MireloStatus readFile(const ModelComponent& component, const Filepath& rootDir, 
     }
 }
 
+// What the container of a protected component holds.
+MireloStatus open(const ModelComponent& component, const Filepath& rootDir, SecretBytes& plain) {
+    const unsigned char* const key = component.encryption.getKey();
+    if (isAllZero(key)) {
+        return refuse(component, MODEL_METADATA_ERROR,
+                      "the key is all zero, wanted is the one that the content was protected with");
+    }
+    MireloStatus status;
+    try {
+        if (component.type == ComponentKind::SecuredMemoryStream) {
+            if (component.buffer.empty()) return emptyBuffer(component);
+            status = unprotect(component.buffer.data(), component.buffer.size(), key, plain);
+        } else {
+            Filepath path;
+            status = pathOf(component, rootDir, path);
+            if (!status.ok()) return status;
+            status = unprotectFile(path, key, plain);
+        }
+    } catch (const std::bad_alloc&) {
+        return noMemory(component);
+    }
+    return status.ok() ? status : refuse(component, status);
+}
+
+// The files of an archive in memory; a refusal names the entry.
+std::optional<Tar::Refusal> list(const SecretBytes& archive, std::vector<ComponentFiles::File>& files) {
+    Tar::Archive reader(archive.data(), archive.size());
+    std::set<std::string> names;
+    std::optional<Tar::Entry> entry;
+    for (;;) {
+        if (std::optional<Tar::Refusal> refusal = reader.next(entry)) return refusal;
+        if (!entry) return std::nullopt;
+        if (entry->isDirectory) continue;
+        std::string name;
+        for (const std::string_view part : Tar::componentsOf(entry->name)) {
+            if (!name.empty()) name += '/';
+            name += part;
+        }
+        if (!names.insert(name).second) return Tar::refused(entry->name, "its name comes twice");
+        files.push_back({name, reinterpret_cast<const uint8_t*>(entry->data.data()), entry->data.size()});
+    }
+}
+
 }  // namespace
 
 ComponentBytes::ComponentBytes(std::unique_ptr<char[]> owned, uint64_t size)
     : owned_(std::move(owned)), data_(reinterpret_cast<const uint8_t*>(owned_.get())), size_(size) {}
+
+ComponentBytes::ComponentBytes(SecretBytes owned)
+    : secret_(std::move(owned)), data_(secret_.data()), size_(secret_.size()) {}
+
+ComponentFiles::ComponentFiles(SecretBytes owned, std::vector<File> files)
+    : owned_(std::move(owned)), files_(std::move(files)) {}
+
+const ComponentFiles::File* ComponentFiles::find(const std::string& name) const {
+    const auto found =
+        std::find_if(files_.begin(), files_.end(), [&name](const File& file) { return file.name == name; });
+    return found == files_.end() ? nullptr : &*found;
+}
+
+const ComponentFiles::File* ComponentFiles::only(const std::string& ending) const {
+    const auto ends = [&ending](const File& file) {
+        return file.name.size() >= ending.size() &&
+               file.name.compare(file.name.size() - ending.size(), ending.size(), ending) == 0;
+    };
+    const auto found = std::find_if(files_.begin(), files_.end(), ends);
+    const bool isOnly = found != files_.end() && std::none_of(found + 1, files_.end(), ends);
+    return isOnly ? &*found : nullptr;
+}
 
 bool staysInside(const std::string& path) {
     constexpr std::string_view kRefused(":\0", 2);
@@ -78,13 +166,48 @@ bool staysInside(const std::string& path) {
 
 MireloStatus readComponent(const ModelComponent& component, const Filepath& rootDir, ComponentBytes& bytes) {
     if (component.type == ComponentKind::File) return readFile(component, rootDir, bytes);
+    if (component.type == ComponentKind::SecuredFile || component.type == ComponentKind::SecuredMemoryStream) {
+        SecretBytes plain;
+        MireloStatus status = open(component, rootDir, plain);
+        if (status.ok()) bytes = ComponentBytes(std::move(plain));
+        return status;
+    }
     if (component.type != ComponentKind::MemoryStream) {
-        return refuseKind(component, R"("file" or "memory_stream")");
+        return refuseKind(component, R"("file", "memory_stream", "secured_file" or "secured_memory_stream")");
     }
-    if (component.buffer.empty()) {
-        return refuse(component, MODEL_METADATA_ERROR, "the buffer is empty, wanted is the content from the host");
-    }
+    if (component.buffer.empty()) return emptyBuffer(component);
     bytes = ComponentBytes(component.buffer.data(), component.buffer.size());
+    return {SUCCESS, ""};
+}
+
+MireloStatus readComponentFiles(const ModelComponent& component, const Filepath& rootDir, ComponentFiles& files) {
+    if (component.type != ComponentKind::SecuredTar) return refuseKind(component, R"("secured_tar")");
+    SecretBytes archive;
+    MireloStatus status = open(component, rootDir, archive);
+    if (!status.ok()) return status;
+    std::vector<ComponentFiles::File> listed;
+    if (const std::optional<Tar::Refusal> refusal = list(archive, listed)) {
+        return refuse(component, {MODEL_METADATA_ERROR, refusal->text});
+    }
+    files = ComponentFiles(std::move(archive), std::move(listed));
+    return status;
+}
+
+MireloStatus setProtectionKey(ModelMetadata& metadata, MireloModelType type, const unsigned char* key) {
+    if (isAllZero(key)) return {INVALID_ARGUMENTS, "The key is all zero, wanted are 16 bytes that are secret"};
+    ModelMetadata::Targets targets = metadata.getTargets();
+    const auto target = targets.find(type);
+    if (target == targets.end()) {
+        return {INVALID_ARGUMENTS, "The manifest has no target of type " + ModelTypeToName(type)};
+    }
+    bool found = false;
+    for (ModelComponent& component : target->second.components) {
+        if (!isProtected(component)) continue;
+        component.setCryptoKey(key);
+        found = true;
+    }
+    if (!found) return {MODEL_METADATA_ERROR, "No component of the target is protected"};
+    metadata.setTargets(targets);
     return {SUCCESS, ""};
 }
 

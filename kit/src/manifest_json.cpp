@@ -2,40 +2,20 @@
 
 #include "manifest_json.h"
 
+#include "raising_allocator.h"
+
 #include <TarnoMirelo/kit/texts.h>
 
 #include <rapidjson/document.h>
 #include <rapidjson/memorystream.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 
 namespace TarnoMirelo::Kit {
 namespace {
-
-// RapidJSON goes on with a null pointer when memory runs out. This allocator below its own raises instead.
-class RaisingAllocator {
- public:
-    [[maybe_unused]] static constexpr bool kNeedFree = true;  // part of RapidJSON's idea of an allocator
-
-    static void* Malloc(size_t size) { return size == 0 ? nullptr : present(std::malloc(size)); }
-    static void* Realloc(void* block, size_t /*oldSize*/, size_t newSize) {
-        if (newSize != 0) return present(std::realloc(block, newSize));
-        std::free(block);
-        return nullptr;
-    }
-    static void Free(void* block) { std::free(block); }
-
- private:
-    static void* present(void* block) {
-        if (block == nullptr) throw std::bad_alloc();
-        return block;
-    }
-};
 
 using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;
@@ -141,9 +121,30 @@ ModelTarget targetOf(const JsonValue& object, MireloModelType type) {
     return target;
 }
 
-}  // namespace
+const JsonValue* anyOf(const JsonValue& object, const char* name) {
+    const auto found = object.FindMember(name);
+    return found == object.MemberEnd() ? nullptr : &found->value;
+}
 
-void readTargets(const Filepath& manifest, const std::function<void(ModelTarget target)>& take) {
+FileStatement statementOf(const JsonValue& component) {
+    FileStatement statement;
+    statement.name = textOf(component, "name");
+    statement.path = textOf(component, "path");
+    statement.kind = textOf(component, "type");
+    if (const JsonValue* const size = anyOf(component, "size")) {
+        statement.hasSize = true;
+        if (size->IsUint64()) statement.size = size->GetUint64();
+    }
+    if (const JsonValue* const digest = anyOf(component, "sha256")) {
+        statement.hasDigest = true;
+        if (digest->IsString()) statement.digest = digest->GetString();
+    }
+    return statement;
+}
+
+// Calls `take` with each target that has a known key, and its type.
+template <typename Take>
+void forEachTarget(const Filepath& manifest, const Take& take) {
     // Without recursion: no depth of nesting exhausts the stack. What follows the root is not looked at.
     constexpr unsigned kFlags = rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag;
     uint64_t size = 0;
@@ -159,10 +160,26 @@ void readTargets(const Filepath& manifest, const std::function<void(ModelTarget 
     const JsonValue* const targets = find(root, "targets", &JsonValue::IsObject);
     if (targets == nullptr) return;
     for (const Key& key : kKeys) {
-        if (const JsonValue* const target = find(*targets, key.name, &JsonValue::IsObject)) {
-            take(targetOf(*target, key.type));
-        }
+        if (const JsonValue* const target = find(*targets, key.name, &JsonValue::IsObject)) take(*target, key.type);
     }
+}
+
+}  // namespace
+
+void readTargets(const Filepath& manifest, const std::function<void(ModelTarget target)>& take) {
+    forEachTarget(manifest, [&take](const JsonValue& target, MireloModelType type) { take(targetOf(target, type)); });
+}
+
+std::vector<FileStatement> readStatements(const Filepath& manifest) {
+    std::vector<FileStatement> statements;
+    forEachTarget(manifest, [&statements](const JsonValue& target, MireloModelType /*type*/) {
+        const JsonValue* const components = find(target, "components", &JsonValue::IsArray);
+        if (components == nullptr) return;
+        for (const JsonValue& element : components->GetArray()) {
+            if (element.IsObject()) statements.push_back(statementOf(element));
+        }
+    });
+    return statements;
 }
 
 }  // namespace TarnoMirelo::Kit

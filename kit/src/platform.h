@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string_view>
 
 namespace TarnoMirelo::Kit::Platform {
@@ -11,6 +12,9 @@ namespace TarnoMirelo::Kit::Platform {
 /// Whether the system takes a name in a path for something else than a file of that name: a device, or a file of
 /// another name. "." and ".." are not asked about.
 bool isMisread(std::string_view name);
+
+/// The path of a file that doesn't exist yet, beside that one. Raises what `Cryptography::randomBytes` does.
+Filepath pathBeside(const Filepath& path);
 
 /// A regular file, read from its beginning, without a buffer of its own.
 class InputFile {
@@ -22,6 +26,8 @@ class InputFile {
     InputFile& operator=(const InputFile&) = delete;
     ~InputFile();
 
+    /// In bytes, when it was opened.
+    uint64_t size() const { return size_; }
     /// Reads until `size` bytes are there or the file ends. Raises `FileException` that names the path when reading
     /// fails.
     /// @return the bytes that were read; fewer than `size` at the end alone
@@ -30,6 +36,34 @@ class InputFile {
  private:
     Filepath path_;
     intptr_t handle_;
+    uint64_t size_ = 0;
+};
+
+/// A file that appears under its name once it is whole, and takes the place of the one that was there. Until then it
+/// lies beside, under a name of its own that ends in ".part".
+class NewFile {
+ public:
+    /// Raises `FileException` that names the path when the file beside can't be made, when what is there is no regular
+    /// file, and for a path that is not UTF-8.
+    explicit NewFile(const Filepath& path);
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    /// Removes what is not finished.
+    ~NewFile();
+
+    /// Raises `FileException` that names the path where not all is written.
+    void write(const void* data, size_t size);
+    /// Has the system write everything to the disk and gives the file its name. Raises as `write`.
+    void finish();
+
+ private:
+    [[noreturn]] void fail() const;
+
+    Filepath path_;
+    std::filesystem::path native_;  // the same, and the one beside, as the system takes them
+    std::filesystem::path beside_;
+    intptr_t handle_;  // -1 once it is closed
+    bool finished_ = false;
 };
 
 }  // namespace TarnoMirelo::Kit::Platform

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace TarnoMirelo::Kit::Platform {
 namespace {
@@ -15,28 +17,32 @@ std::string nativePath(const Filepath& path) {
     try {
         FileUtils().pathExists(path);
     } catch (const std::range_error&) {
-        throw FileException("The path is not UTF-8: wanted is the name of a file");
+        throw FileException("The path is not UTF-8");
     }
     std::string native = path.c_str();
     std::replace(native.begin(), native.end(), '\\', '/');
     return native;
 }
 
-// A pipe is not waited for.
-int openRegular(const Filepath& path) {
-    const int file = ::open(nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+bool isSomethingElse(const std::filesystem::path& path) {
     struct stat facts {};
-    if (file < 0 || (::fstat(file, &facts) == 0 && S_ISREG(facts.st_mode))) return file;
-    ::close(file);
-    return -1;
+    return ::stat(path.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode);
 }
 
 }  // namespace
 
 bool isMisread(std::string_view /*name*/) { return false; }
 
-InputFile::InputFile(const Filepath& path) : path_(path), handle_(openRegular(path)) {
-    if (handle_ < 0) throw FileException("Cannot open the file " + path.getPathString());
+// A pipe is not waited for.
+InputFile::InputFile(const Filepath& path)
+    : path_(path), handle_(::open(nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
+    const int file = static_cast<int>(handle_);
+    struct stat facts {};
+    const bool isRegular = file >= 0 && ::fstat(file, &facts) == 0 && S_ISREG(facts.st_mode);
+    size_ = static_cast<uint64_t>(facts.st_size);
+    if (isRegular) return;
+    if (file >= 0) ::close(file);
+    throw FileException("Cannot open the file " + path.getPathString());
 }
 
 InputFile::~InputFile() { ::close(static_cast<int>(handle_)); }
@@ -51,6 +57,39 @@ size_t InputFile::read(void* data, size_t size) {
         done += static_cast<size_t>(more);
     }
     return done;
+}
+
+NewFile::NewFile(const Filepath& path)
+    : path_(path),
+      native_(nativePath(path)),
+      beside_(nativePath(pathBeside(path))),
+      handle_(isSomethingElse(native_)
+                  ? -1
+                  : ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666)) {
+    if (handle_ < 0) fail();
+}
+
+NewFile::~NewFile() {
+    if (handle_ >= 0) ::close(static_cast<int>(handle_));
+    if (!finished_) ::unlink(beside_.c_str());
+}
+
+void NewFile::fail() const { throw FileException("Cannot write the file " + path_.getPathString()); }
+
+void NewFile::write(const void* data, size_t size) {
+    for (size_t done = 0; done < size;) {
+        const ssize_t more = ::write(static_cast<int>(handle_), static_cast<const char*>(data) + done, size - done);
+        if (more < 0 && errno == EINTR) continue;
+        if (more <= 0) fail();
+        done += static_cast<size_t>(more);
+    }
+}
+
+void NewFile::finish() {
+    if (::fsync(static_cast<int>(handle_)) != 0) fail();
+    const int file = static_cast<int>(std::exchange(handle_, -1));
+    if (::close(file) != 0 || std::rename(beside_.c_str(), native_.c_str()) != 0) fail();
+    finished_ = true;
 }
 
 }  // namespace TarnoMirelo::Kit::Platform

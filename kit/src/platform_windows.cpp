@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <windows.h>
 
 namespace TarnoMirelo::Kit::Platform {
@@ -30,21 +31,11 @@ bool isDevice(std::string name) {
 std::wstring widePath(const Filepath& path) {
     const char* const text = path.c_str();
     const int length = ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, nullptr, 0);
-    if (length == 0) throw FileException("The path is not UTF-8: wanted is the name of a file");
+    if (length == 0) throw FileException("The path is not UTF-8");
     std::wstring wide(static_cast<size_t>(length), L'\0');
     ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, wide.data(), length);
     wide.pop_back();  // the zero behind the text
     return wide;
-}
-
-// A pipe or a device is no file here.
-HANDLE openRegular(const Filepath& path) {
-    HANDLE file =
-        ::CreateFileW(widePath(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE || ::GetFileType(file) == FILE_TYPE_DISK) return file;
-    ::CloseHandle(file);
-    return INVALID_HANDLE_VALUE;
 }
 
 HANDLE handleOf(intptr_t number) { return reinterpret_cast<HANDLE>(number); }
@@ -55,8 +46,20 @@ bool isMisread(std::string_view name) {
     return !name.empty() && (name.back() == '.' || name.back() == ' ' || isDevice(std::string(name)));
 }
 
-InputFile::InputFile(const Filepath& path) : path_(path), handle_(reinterpret_cast<intptr_t>(openRegular(path))) {
-    if (handleOf(handle_) == INVALID_HANDLE_VALUE) throw FileException("Cannot open the file " + path.getPathString());
+InputFile::InputFile(const Filepath& path)
+    : path_(path),
+      handle_(reinterpret_cast<intptr_t>(::CreateFileW(widePath(path).c_str(), GENERIC_READ,
+                                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                                       OPEN_EXISTING, 0, nullptr))) {
+    const HANDLE file = handleOf(handle_);
+    const bool isOpen = file != INVALID_HANDLE_VALUE;
+    LARGE_INTEGER size{};
+    // A pipe or a device is no file here.
+    const bool isRegular = isOpen && ::GetFileType(file) == FILE_TYPE_DISK && ::GetFileSizeEx(file, &size) != FALSE;
+    size_ = static_cast<uint64_t>(size.QuadPart);
+    if (isRegular) return;
+    if (isOpen) ::CloseHandle(file);
+    throw FileException("Cannot open the file " + path.getPathString());
 }
 
 InputFile::~InputFile() { ::CloseHandle(handleOf(handle_)); }
@@ -71,6 +74,44 @@ size_t InputFile::read(void* data, size_t size) {
         }
     }
     return done;
+}
+
+NewFile::NewFile(const Filepath& path)
+    : path_(path),
+      native_(widePath(path)),
+      beside_(widePath(pathBeside(path))),
+      handle_(reinterpret_cast<intptr_t>(
+          ::CreateFileW(beside_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr))) {
+    if (handleOf(handle_) == INVALID_HANDLE_VALUE) fail();
+    if (::GetFileType(handleOf(handle_)) == FILE_TYPE_DISK) return;
+    ::CloseHandle(handleOf(handle_));
+    fail();
+}
+
+NewFile::~NewFile() {
+    if (handleOf(handle_) != INVALID_HANDLE_VALUE) ::CloseHandle(handleOf(handle_));
+    if (!finished_) ::DeleteFileW(beside_.c_str());
+}
+
+void NewFile::fail() const { throw FileException("Cannot write the file " + path_.getPathString()); }
+
+void NewFile::write(const void* data, size_t size) {
+    constexpr size_t kMost = 1 << 30;
+    for (size_t done = 0; done < size;) {
+        const auto wanted = static_cast<DWORD>(std::min(size - done, kMost));
+        DWORD more = 0;
+        const auto* const next = static_cast<const char*>(data) + done;
+        if (::WriteFile(handleOf(handle_), next, wanted, &more, nullptr) == FALSE || more == 0) fail();
+        done += more;
+    }
+}
+
+void NewFile::finish() {
+    if (::FlushFileBuffers(handleOf(handle_)) == FALSE) fail();
+    ::CloseHandle(handleOf(std::exchange(handle_, reinterpret_cast<intptr_t>(INVALID_HANDLE_VALUE))));
+    constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+    if (::MoveFileExW(beside_.c_str(), native_.c_str(), kFlags) == FALSE) fail();
+    finished_ = true;
 }
 
 }  // namespace TarnoMirelo::Kit::Platform

@@ -17,8 +17,19 @@ std::string about(const ModelComponent& component, const std::string& text) {
 }
 
 std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& rootDir, const ModelTarget& target) {
+    Kit::ComponentFiles files;
     Kit::ComponentBytes bytes;
-    require(Kit::readComponent(component, rootDir, bytes));
+    if (component.type == ComponentKind::SecuredTar) {
+        require(Kit::readComponentFiles(component, rootDir, files));
+        const Kit::ComponentFiles::File* const network = files.only(".onnx");
+        if (network == nullptr) {
+            throw ModelMetaDataException(
+                about(component, "the archive has none or several files whose name ends in \".onnx\", wanted is one"));
+        }
+        bytes = Kit::ComponentBytes(network->data, network->size);
+    } else {
+        require(Kit::readComponent(component, rootDir, bytes));
+    }
     const auto readFile = [&] {
         try {
             return readOnnxFile(reinterpret_cast<const char*>(bytes.data()), bytes.size(), target);

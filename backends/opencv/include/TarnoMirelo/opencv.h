@@ -64,8 +64,10 @@ struct Options {
 /// A model that OpenCV runs.
 ///
 /// **Components.** A target has one: an ONNX network, of kind "file" (its path is looked up under the root directory
-/// and can't leave it) or "memory_stream" (its buffer holds the bytes). Inputs and outputs of the target are tensors
-/// that bear the names of the network's own.
+/// and can't leave it) or "memory_stream" (its buffer holds the bytes), or protected in "secured_file",
+/// "secured_memory_stream" or "secured_tar", an archive in which one name ends in ".onnx". A protected network is
+/// opened in memory with the component's key and written nowhere. Inputs and outputs of the target are tensors that
+/// bear the names of the network's own.
 ///
 /// **Inputs** are used in place: the backend copies nothing but the rows of a batch that go through in one pass, and
 /// the engine reads the tensor once into its own input blob. Element types: `UInt8`, `Int8`, `UInt16`, `Int16`,
@@ -85,7 +87,8 @@ struct Options {
 /// **Networks** that the engine is known to compute wrong are repaired while they are read, or refused with the node's
 /// name and the reason. docs/opencv.md lists them.
 ///
-/// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output, component or node:
+/// **Statuses** of every operation, apart from `SUCCESS`, as docs/contract.md has them for every backend; a description
+/// names the input, output, component or node:
 ///   - `INVALID_OPERATION`: the model is not loaded; the network can't take that many rows at once; what was bound has
 ///     moved, or belongs to another load
 ///   - `INVALID_ARGUMENTS`: an input or output that the target doesn't have, that is missing, given twice, null, or

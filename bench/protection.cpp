@@ -1,0 +1,65 @@
+// Protecting and opening containers in memory, beside the cipher library alone.
+
+#include "measure.h"
+
+#include <TarnoMirelo/kit/protection.h>
+
+#include <memory>
+#include <openssl/evp.h>
+#include <stdexcept>
+
+namespace Bench {
+namespace {
+
+using namespace TarnoMirelo;
+
+constexpr size_t kSize = size_t{64} << 20;
+constexpr unsigned char kKey[16] = {1, 2, 3};
+constexpr unsigned char kNonce[12] = {};
+
+void require(bool good) {
+    if (!good) throw std::runtime_error("the cipher fails");
+}
+
+// All bytes in one piece, into new memory that nobody fills before.
+std::unique_ptr<uint8_t[]> runCipher(const uint8_t* from, bool sealing, unsigned char* tag) {
+    std::unique_ptr<uint8_t[]> to(new uint8_t[kSize]);
+    const std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(EVP_CIPHER_CTX_new(),
+                                                                                  EVP_CIPHER_CTX_free);
+    int length = 0;
+    require(EVP_CipherInit_ex(context.get(), EVP_aes_128_gcm(), nullptr, kKey, kNonce, sealing ? 1 : 0) == 1);
+    if (!sealing) require(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, 16, tag) == 1);
+    require(EVP_CipherUpdate(context.get(), to.get(), &length, from, int{kSize}) == 1);
+    require(EVP_CipherFinal_ex(context.get(), to.get() + kSize, &length) == 1);
+    if (sealing) require(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_GET_TAG, 16, tag) == 1);
+    return to;
+}
+
+}  // namespace
+
+void addProtection() {
+    const auto plain = std::make_shared<std::vector<uint8_t>>(kSize, uint8_t{'w'});
+    const auto container = std::make_shared<std::vector<uint8_t>>();
+    require(Kit::protect(plain->data(), kSize, kKey, *container).ok());
+    const auto tag = std::make_shared<std::array<unsigned char, 16>>();
+    const std::shared_ptr<uint8_t[]> sealed = runCipher(plain->data(), true, tag->data());
+
+    const auto made = std::make_shared<std::vector<uint8_t>>();
+    const auto opened = std::make_shared<Kit::SecretBytes>();
+    const auto raw = std::make_shared<std::unique_ptr<uint8_t[]>>();
+    const auto release = [=] {  // what the round before has made
+        *made = std::vector<uint8_t>();
+        *opened = Kit::SecretBytes();
+        raw->reset();
+    };
+    const auto add = [&](const char* row, Side side, auto work) {
+        measurePrepared(std::string(row) + ", 64 MiB", side, release, work, 45);
+    };
+    add("Kit::protect", Side::Ours, [=] { require(Kit::protect(plain->data(), kSize, kKey, *made).ok()); });
+    add("Kit::protect", Side::Limit, [=] { *raw = runCipher(plain->data(), true, tag->data()); });
+    add("Kit::unprotect", Side::Ours,
+        [=] { require(Kit::unprotect(container->data(), container->size(), kKey, *opened).ok()); });
+    add("Kit::unprotect", Side::Limit, [=] { *raw = runCipher(sealed.get(), false, tag->data()); });
+}
+
+}  // namespace Bench

@@ -1,0 +1,64 @@
+#pragma once
+
+/// @file
+/// Finds the mistakes of those who package models. The loader of manifests takes what it understands and passes over
+/// the rest without a word, as it has to; the functions here say what it passes over, and what would go wrong later.
+///
+/// The functions keep no state: calls may overlap. They raise nothing but `std::bad_alloc`. Time and memory grow no
+/// faster than the manifest.
+
+#include <TarnoMirelo/files.h>
+#include <TarnoMirelo/model.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TarnoMirelo::Kit {
+
+enum class Severity {
+    Error,    ///< the model can't be used, or a value is ignored or changed
+    Warning,  ///< it works, but perhaps not as it was meant
+};
+
+/// One mistake. Texts are UTF-8 and of one line; long values are cut.
+struct Finding {
+    Severity severity = Severity::Error;
+    /// Where it is: the JSON pointer of the value, as in "/targets/WinML/inputs/0/name", empty for the root; or the
+    /// name of an archive's entry.
+    std::string where;
+    uint64_t line = 0;    ///< from 1; 0 where it is no place in a text
+    uint64_t column = 0;  ///< in characters, from 1; 0 likewise
+    std::string what;     ///< what is wrong, as in "The key is not known"
+    std::string found;    ///< empty, as `wanted` is, where `what` says all
+    std::string wanted;
+    std::string advice;  ///< what to do, as in `Write "name".`
+};
+
+/// All of a finding but its place, as in
+///
+///     error: The key is not known. Found "naem", wanted "id", "name" or "author". Write "name".
+std::string toText(const Finding& finding);
+
+/// Whether one of them is an error.
+bool hasErrors(const std::vector<Finding>& findings);
+
+/// Checks a manifest and the files that it names. Where there is no finding, `AllTargetsMetadata::load` stores every
+/// member that it has a field for. Where `ModelMetadata::load`, or `validate` for "WinML", would refuse the manifest,
+/// one finding at least is an error.
+/// @param manifest  as `ModelMetadata::load` takes it; that the loader misreads its directory is a finding, too
+/// @return in the order of the text. At most 1,000 of a severity; then one more says how many others there are.
+std::vector<Finding> checkManifest(const Filepath& manifest);
+
+/// As `checkManifest`, but looks at no file.
+/// @param text  of the manifest
+std::vector<Finding> checkManifestText(std::string_view text);
+
+/// As `checkManifest`. If there is no error, has the backend load the target of the model's type, and predicts once:
+/// inputs are zero, and a dimension that is fixed at run time is 1. What a step refuses is a finding.
+/// @param model  not registered; it is unloaded at the end. Null is refused by a finding.
+std::vector<Finding> checkPackage(const Filepath& manifest, const std::shared_ptr<MireloModel>& model);
+
+}  // namespace TarnoMirelo::Kit

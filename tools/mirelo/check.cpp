@@ -1,0 +1,81 @@
+#include "commands.h"
+#include "interrupt.h"
+#include "package.h"
+
+#include <TarnoMirelo/kit/check.h>
+
+#include <algorithm>
+
+namespace TarnoMirelo::Tool {
+namespace {
+
+// The findings of one package.
+struct Verdict {
+    std::string file;  // the manifest's, or what the command line names where there is none
+    std::vector<Kit::Finding> findings;
+};
+
+Verdict verdictOn(const std::string& path) {
+    try {
+        const Package package(path);
+        return {package.manifestText(), Kit::checkManifest(toFilepath(package.manifest()))};
+    } catch (const Failure& failure) {  // the other packages are checked all the same
+        Kit::Finding finding;
+        finding.what = failure.what();
+        // Failures name the path themselves.
+        if (finding.what.rfind(path + ": ", 0) == 0) finding.what.erase(0, path.size() + 2);
+        return {path, {finding}};
+    }
+}
+
+std::string lineOf(const Verdict& verdict, const Kit::Finding& finding, const Console& console) {
+    std::string place = verdict.file;
+    if (finding.line != 0) place += ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column);
+    const bool isError = finding.severity == Kit::Severity::Error;
+    const std::string text = Kit::toText(finding);
+    const size_t label = text.find(':') + 1;  // "error:"
+    return console.paint(Colour::Bold, place + ":") + " " +
+           console.paint(isError ? Colour::Red : Colour::Yellow, text.substr(0, label)) + text.substr(label) + "\n";
+}
+
+Json jsonOf(const Verdict& verdict, const Kit::Finding& finding) {
+    return {{"file", verdict.file},     {"severity", finding.severity == Kit::Severity::Error ? "error" : "warning"},
+            {"where", finding.where},   {"line", finding.line},
+            {"column", finding.column}, {"what", finding.what},
+            {"found", finding.found},   {"wanted", finding.wanted},
+            {"advice", finding.advice}};
+}
+
+ExitCode check(const std::vector<std::string>& paths, Console& console) {
+    Json json = {{"findings", Json::array()}};
+    bool isSound = true;
+    for (size_t i = 0; i < paths.size(); ++i) {
+        checkInterrupt();
+        if (paths.size() > 1) console.progress("checking", static_cast<double>(i) / static_cast<double>(paths.size()));
+        const Verdict verdict = verdictOn(paths[i]);
+        isSound = isSound && !Kit::hasErrors(verdict.findings);
+        for (const Kit::Finding& finding : verdict.findings) {
+            if (console.json()) {
+                json["findings"].push_back(jsonOf(verdict, finding));
+            } else {
+                console.print(lineOf(verdict, finding, console));
+            }
+        }
+        if (verdict.findings.empty() && !console.json()) console.print(verdict.file + ": no mistakes found\n");
+    }
+    if (console.json()) console.printJson(json);
+    return isSound ? kDone : kFailed;
+}
+
+}  // namespace
+
+void addCheck(Commands& commands) {
+    const auto paths = std::make_shared<std::vector<std::string>>();
+    commands
+        .add("check", "Find mistakes in packaged models", "  mirelo check digits shapes/manifest.json model.tar",
+             [paths](Console& console) { return check(*paths, console); })
+        .add_option("PATH", *paths, "manifests, folders or .tar archives")
+        ->required();
+}
+
+}  // namespace TarnoMirelo::Tool

@@ -1,0 +1,98 @@
+#include "component_exchange.h"
+
+#include "failure.h"
+#include "interrupt.h"
+
+#include <TarnoMirelo/kit/digest.h>
+
+#include <algorithm>
+#include <system_error>
+
+namespace TarnoMirelo::Tool {
+
+namespace fs = std::filesystem;
+
+ComponentExchange::~ComponentExchange() {
+    std::error_code ignored;  // there is another failure to tell already
+    for (const fs::path& each : made_) fs::remove(each, ignored);
+}
+
+void ComponentExchange::want(size_t component, const std::string& path, const std::string& type, bool isProtected) {
+    wanted_.push_back({component, path, type, isProtected});
+}
+
+std::vector<ComponentExchange::File> ComponentExchange::files() const {
+    std::vector<File> files;
+    for (const Wanted& wanted : wanted_) {
+        ManifestText::Component component = manifest_.components()[wanted.component];
+        const fs::path from = manifest_.existingFileOf(component);
+        const std::string oldPath = component.path;
+        component.path = wanted.path;
+        const bool isShared = std::any_of(files.begin(), files.end(), [&](const File& each) {
+            return each.from.lexically_normal() == from.lexically_normal();
+        });
+        if (!isShared) files.push_back({oldPath, wanted.path, from, manifest_.fileOf(component)});
+    }
+    return files;
+}
+
+// The file is the new one.
+void ComponentExchange::change(const Wanted& wanted, const fs::path& file) {
+    const ManifestText::Component component = manifest_.components()[wanted.component];
+    manifest_.set(wanted.component, "path", Json(wanted.path).dump());
+    manifest_.set(wanted.component, "type", Json(wanted.type).dump());
+    if (wanted.isProtected) {
+        manifest_.set(wanted.component, "encryption", "true");
+    } else {
+        manifest_.remove(wanted.component, "encryption");
+    }
+    if (component.hasSize) manifest_.set(wanted.component, "size", std::to_string(fs::file_size(file)));
+    if (!component.hasDigest) return;
+    std::string digest;
+    require(about(), Kit::sha256OfFile(toFilepath(file), digest));
+    manifest_.set(wanted.component, "sha256", Json(digest).dump());
+}
+
+void ComponentExchange::run(const Make& make, const std::string& work, Console& console) {
+    const std::vector<File> all = files();
+    for (const File& each : all) {
+        if (!fs::exists(fs::symlink_status(each.to))) continue;
+        throw Failure(about() + ": \"" + each.newPath + "\" is there already, wanted is a name that is free");
+    }
+    for (size_t i = 0; i < all.size(); ++i) {
+        checkInterrupt();
+        console.progress(work + " " + all[i].oldPath, static_cast<double>(i) / static_cast<double>(all.size()));
+        made_.push_back(all[i].to);
+        make(all[i].from, all[i].to);
+    }
+    for (const Wanted& each : wanted_) {
+        ManifestText::Component component = manifest_.components()[each.component];
+        component.path = each.path;
+        change(each, manifest_.fileOf(component));
+    }
+    checkInterrupt();
+    manifest_.save();
+    made_.clear();
+    removeOldFiles(all);
+    Json json = {{"manifest", about()}, {"files", Json::array()}};
+    for (const File& each : all) {
+        json["files"].push_back({{"from", each.oldPath}, {"to", each.newPath}});
+        if (!console.json()) console.print(each.oldPath + " -> " + each.newPath + "\n");
+    }
+    if (console.json()) console.printJson(json);
+}
+
+void ComponentExchange::removeOldFiles(const std::vector<File>& files) const {
+    std::string left;
+    for (const File& each : files) {
+        std::error_code error;
+        fs::remove(each.from, error);
+        if (error) left += " \"" + each.oldPath + "\" (" + error.message() + ")";
+    }
+    if (!left.empty()) {
+        throw Failure(about() +
+                      ": everything is in place, but these old files can't be removed: remove them by hand:" + left);
+    }
+}
+
+}  // namespace TarnoMirelo::Tool

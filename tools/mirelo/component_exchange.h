@@ -1,0 +1,64 @@
+#pragma once
+
+#include "console.h"
+#include "manifest_text.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace TarnoMirelo::Tool {
+
+/// New files in the place of components' files, under other names: all of them or none. The manifest names the old
+/// files until every new one is whole and on the disk, and the new ones from then on; only then the old ones go.
+class ComponentExchange {
+ public:
+    /// Makes the new file of the old one, whole and on the disk, or raises.
+    using Make = std::function<void(const std::filesystem::path& from, const std::filesystem::path& to)>;
+
+    explicit ComponentExchange(const std::string& path) : package_(path), manifest_(package_) {}
+    ComponentExchange(const ComponentExchange&) = delete;
+    ComponentExchange& operator=(const ComponentExchange&) = delete;
+    /// Removes the new files if the manifest does not name them.
+    ~ComponentExchange();
+
+    const ManifestText& manifest() const { return manifest_; }
+    std::string about() const { return package_.manifestText(); }
+
+    /// Wants another file for a component. Components may share one.
+    /// @param path          of the new file, as the manifest has it
+    /// @param isProtected   whether the manifest is to say "encryption"
+    void want(size_t component, const std::string& path, const std::string& type, bool isProtected);
+    bool empty() const { return wanted_.empty(); }
+
+    /// Does it, and prints which file replaces which. Raises `Failure` before anything is changed where a new file's
+    /// name is taken, and afterwards for an old file that can't be removed.
+    /// @param work  for the progress, as in "protecting"
+    void run(const Make& make, const std::string& work, Console& console);
+
+ private:
+    struct Wanted {
+        size_t component;
+        std::string path;
+        std::string type;
+        bool isProtected;
+    };
+    // Of one file, whoever shares it.
+    struct File {
+        std::string oldPath;
+        std::string newPath;
+        std::filesystem::path from;
+        std::filesystem::path to;
+    };
+
+    std::vector<File> files() const;
+    void change(const Wanted& wanted, const std::filesystem::path& file);
+    void removeOldFiles(const std::vector<File>& files) const;
+
+    Package package_;
+    ManifestText manifest_;
+    std::vector<Wanted> wanted_;
+    std::vector<std::filesystem::path> made_;  // and not yet named by the manifest
+};
+
+}  // namespace TarnoMirelo::Tool

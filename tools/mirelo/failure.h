@@ -1,0 +1,31 @@
+#pragma once
+
+#include <TarnoMirelo/status.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace TarnoMirelo::Tool {
+
+/// What the tool ends with.
+enum ExitCode : int {
+    kDone = 0,
+    kFailed = 1,
+    kWrongUsage = 2,
+    kInterrupted = 130,
+};
+
+/// A command can't do what it was asked for. The text is for people: the thing, what was found, what is wanted.
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// The command line itself is wrong, in a way that shows only when the command looks at it.
+struct WrongUsage : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Raises `Failure` with the thing and what the library says of it, unless that is a success or a warning.
+void require(const std::string& thing, const MireloStatus& status);
+
+}  // namespace TarnoMirelo::Tool

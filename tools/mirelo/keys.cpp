@@ -1,0 +1,24 @@
+#include "keys.h"
+
+#include "failure.h"
+#include "kit/src/platform.h"
+#include "paths.h"
+
+#include <TarnoMirelo/files.h>
+
+namespace TarnoMirelo::Tool {
+
+Kit::SecretBytes readKey(const std::string& file) {
+    const std::filesystem::path path = toPath(file);
+    if (!std::filesystem::is_regular_file(path)) throw Failure(file + ": there is no such file, wanted is a key");
+    Kit::Platform::InputFile input(toFilepath(path));
+    Kit::SecretBytes key(kKeyBytes);
+    const size_t read = input.read(key.data(), kKeyBytes);
+    if (read != kKeyBytes || input.size() != kKeyBytes) {
+        throw Failure(file + ": the file holds " + std::to_string(input.size()) +
+                      " bytes, wanted is a key of 16 bytes, as \"mirelo keygen\" makes one");
+    }
+    return key;
+}
+
+}  // namespace TarnoMirelo::Tool

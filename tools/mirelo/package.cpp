@@ -1,0 +1,98 @@
+#include "package.h"
+
+#include "failure.h"
+
+#include <algorithm>
+#include <fstream>
+#include <vector>
+
+namespace TarnoMirelo::Tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return text;
+}
+
+bool endsWith(const fs::path& path, const char* end) { return lowered(toText(path.filename())).ends_with(end); }
+
+// Nothing where no file is named like a manifest.
+std::optional<fs::path> manifestIn(const fs::path& folder, const std::string& about) {
+    if (fs::is_regular_file(folder / "manifest.json")) return folder / "manifest.json";
+    std::vector<fs::path> candidates;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+        if (entry.is_regular_file() && endsWith(entry.path(), ".json")) candidates.push_back(entry.path());
+    }
+    if (candidates.size() > 1) {
+        throw Failure(about + ": " + std::to_string(candidates.size()) +
+                      " files end in \".json\" and none is \"manifest.json\"; give the path of the manifest itself");
+    }
+    if (candidates.empty()) return std::nullopt;
+    return candidates.front();
+}
+
+// The folder in a folder with no other one.
+std::optional<fs::path> onlyFolderIn(const fs::path& folder) {
+    std::optional<fs::path> found;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+        if (!entry.is_directory()) continue;
+        if (found) return std::nullopt;
+        found = entry.path();
+    }
+    return found;
+}
+
+fs::path findManifest(const fs::path& folder, const std::string& about) {
+    std::optional<fs::path> manifest = manifestIn(folder, about);
+    if (!manifest) {
+        if (const std::optional<fs::path> inner = onlyFolderIn(folder)) manifest = manifestIn(*inner, about);
+    }
+    if (!manifest) throw Failure(about + ": there is no manifest: no file ends in \".json\"");
+    return *manifest;
+}
+
+}  // namespace
+
+Package::Package(const std::string& path) : path_(path) {
+    const fs::path given = toPath(path);
+    const fs::file_status status = fs::status(given);
+    if (!fs::exists(status)) throw Failure(path + ": nothing is there");
+    if (fs::is_directory(status)) {
+        manifest_ = findManifest(given, path);
+    } else if (endsWith(given, ".tar")) {
+        unpacked_.emplace();
+        unpackArchive(given, unpacked_->path());
+        manifest_ = findManifest(unpacked_->path(), path);
+    } else if (endsWith(given, ".gz") || endsWith(given, ".tgz") || endsWith(given, ".zip") || endsWith(given, ".xz")) {
+        throw Failure(path + ": the archive is compressed, wanted is a plain one: see \"mirelo pack --help\"");
+    } else {
+        manifest_ = given;
+    }
+}
+
+std::string Package::manifestText() const {
+    return isArchive() ? path_ + ":" + toGenericText(manifest_.lexically_relative(unpacked_->path()))
+                       : toGenericText(manifest_);
+}
+
+void Package::load(ModelMetadata& metadata) const {
+    const MireloStatus status = metadata.load(toFilepath(manifest_));
+    if (!status.ok()) {
+        throw Failure(manifestText() + ": it is no manifest that can be loaded; \"mirelo check " + path_ +
+                      "\" says why");
+    }
+}
+
+void unpackArchive(const fs::path& archive, const fs::path& folder) {
+    uint64_t size = 0;
+    const std::unique_ptr<char[]> bytes = FileUtils().readBinaryFileToBuffer(toFilepath(archive), size);
+    if (bytes == nullptr) throw Failure(toGenericText(archive) + ": the file can't be opened");
+    Filepath destination(toText(folder));
+    require(toGenericText(archive),
+            FileUtils().extractTarballOfSize(reinterpret_cast<const unsigned char*>(bytes.get()), size, destination));
+}
+
+}  // namespace TarnoMirelo::Tool

@@ -1,0 +1,120 @@
+#include "paths.h"
+
+#include "failure.h"
+
+#include <cerrno>
+#include <random>
+#include <system_error>
+#include <utility>
+
+namespace TarnoMirelo::Tool {
+namespace {
+
+std::string fromUtf8(const std::u8string& text) { return {text.begin(), text.end()}; }
+
+std::string lastError() { return errno == 0 ? "unknown reason" : std::generic_category().message(errno); }
+
+std::string randomName() {
+    constexpr char kDigits[] = "0123456789abcdefghijklmnopqrstuv";
+    std::random_device random;
+    std::string name;
+    for (int i = 0; i < 12; ++i) name += kDigits[random() % 32];
+    return name;
+}
+
+}  // namespace
+
+std::filesystem::path toPath(const std::string& text) { return std::u8string(text.begin(), text.end()); }
+
+std::string toText(const std::filesystem::path& path) { return fromUtf8(path.u8string()); }
+
+std::string toGenericText(const std::filesystem::path& path) { return fromUtf8(path.generic_u8string()); }
+
+Filepath toFilepath(const std::filesystem::path& path) {
+    Filepath directory(path.has_parent_path() ? toText(path.parent_path()) : ".");
+    return directory.append(Filepath(toText(path.filename())));
+}
+
+std::filesystem::path toPlainPath(const std::string& text) {
+    std::filesystem::path path = std::filesystem::absolute(toPath(text)).lexically_normal();
+    return path.has_filename() ? path : path.parent_path();
+}
+
+std::filesystem::path temporaryNameBeside(const std::filesystem::path& path) {
+    std::filesystem::path name = path;
+    do {
+        name.replace_filename(path.filename());
+        name += "." + randomName() + ".part";
+    } while (std::filesystem::exists(std::filesystem::symlink_status(name)));
+    return name;
+}
+
+PartialFile::PartialFile(std::filesystem::path path, bool replaces) : path_(std::move(path)) {
+    const std::filesystem::file_status status = std::filesystem::status(path_);
+    if (std::filesystem::exists(status) && !(replaces && std::filesystem::is_regular_file(status))) {
+        throw Failure(toGenericText(path_) + ": something is there already" +
+                      (replaces ? " that is no file" : "; --force replaces a file"));
+    }
+    temporary_ = temporaryNameBeside(path_);
+    errno = 0;
+    stream_.open(temporary_, std::ios::binary);
+    if (!stream_) throw Failure(toGenericText(path_) + ": the file can't be made: " + lastError());
+}
+
+PartialFile::~PartialFile() {
+    std::error_code ignored;  // as for folders
+    if (stream_.is_open()) stream_.close();
+    if (!temporary_.empty()) std::filesystem::remove(temporary_, ignored);
+}
+
+void PartialFile::write(std::string_view bytes) {
+    errno = 0;
+    if (!stream_.write(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
+        throw Failure(toGenericText(path_) + ": not everything could be written: " + lastError());
+    }
+}
+
+void PartialFile::close() {
+    errno = 0;
+    if (!stream_.is_open()) return;
+    stream_.close();
+    if (!stream_) throw Failure(toGenericText(path_) + ": not everything could be written: " + lastError());
+}
+
+void PartialFile::keep() {
+    close();
+    std::error_code error;
+    std::filesystem::rename(temporary_, path_, error);
+    if (error) throw Failure(toGenericText(path_) + ": the file can't be put there: " + error.message());
+    temporary_.clear();
+}
+
+TemporaryFolder::TemporaryFolder()
+    : TemporaryFolder(std::filesystem::temp_directory_path() / ("mirelo-" + randomName())) {
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+}
+
+TemporaryFolder::TemporaryFolder(std::filesystem::path path) : path_(std::move(path)) {
+    std::error_code error;
+    const bool made = std::filesystem::create_directory(path_, error);
+    if (made) return;
+    const std::string reason = error ? error.message() : "something is there already";
+    throw Failure(toGenericText(std::exchange(path_, {})) + ": the folder can't be made: " + reason);
+}
+
+TemporaryFolder::TemporaryFolder(TemporaryFolder&& other) noexcept : path_(std::exchange(other.path_, {})) {}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;  // a folder that can't be removed must not fail what was done
+    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+}
+
+void TemporaryFolder::renameTo(const std::filesystem::path& path) {
+    std::error_code error;
+    std::filesystem::remove(path, error);  // an empty folder; whatever else there is stays, and the renaming fails
+    std::filesystem::rename(path_, path, error);
+    if (error) throw Failure(toGenericText(path) + ": the folder can't be put there: " + error.message());
+    path_.clear();
+}
+
+}  // namespace TarnoMirelo::Tool

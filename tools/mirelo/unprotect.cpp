@@ -1,0 +1,48 @@
+#include "commands.h"
+#include "component_exchange.h"
+#include "keys.h"
+
+namespace TarnoMirelo::Tool {
+namespace {
+
+struct Options {
+    std::string path;
+    std::string keyFile;
+};
+
+std::string plainPath(const std::string& path) {
+    const std::string suffix = kProtectedSuffix;
+    return path.ends_with(suffix) ? path.substr(0, path.size() - suffix.size()) : path + ".plain";
+}
+
+ExitCode unprotect(const Options& options, Console& console) {
+    const Kit::SecretBytes key = readKey(options.keyFile);
+    ComponentExchange exchange(options.path);
+    const std::vector<ManifestText::Component>& components = exchange.manifest().components();
+    for (size_t i = 0; i < components.size(); ++i) {
+        if (components[i].type != ComponentKind::SecuredFile) continue;
+        exchange.want(i, plainPath(components[i].path), ComponentKind::File, false);
+    }
+    if (exchange.empty()) {
+        throw Failure(exchange.about() + ": no component is a protected file, wanted is one at least");
+    }
+    exchange.run(
+        [&key](const std::filesystem::path& from, const std::filesystem::path& to) {
+            require(toGenericText(from), Kit::unprotectFile(toFilepath(from), key.data(), toFilepath(to)));
+        },
+        "opening", console);
+    return kDone;
+}
+
+}  // namespace
+
+void addUnprotect(Commands& commands) {
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = commands.add("unprotect", "Decrypt the files of a packaged model in place",
+                                     "  mirelo unprotect --key-file model.key digits",
+                                     [options](Console& console) { return unprotect(*options, console); });
+    command.add_option("--key-file", options->keyFile, "the file that holds the key")->required();
+    command.add_option("PATH", options->path, "a manifest or a folder")->required();
+}
+
+}  // namespace TarnoMirelo::Tool

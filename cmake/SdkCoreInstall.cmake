@@ -14,6 +14,14 @@ file(RELATIVE_PATH includedir_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /${CMAK
 configure_file(cmake/sdk-core.pc.in sdk-core.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# What is shipped and written by others.
+install(FILES THIRD-PARTY-NOTICES.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+if(TARGET TarnoMirelo::onnxruntime AND OnnxRuntime_BUNDLED)
+    get_filename_component(engine_folder ${OnnxRuntime_LIBRARY} DIRECTORY)
+    install(FILES ${engine_folder}/../LICENSE ${engine_folder}/../ThirdPartyNotices.txt
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/onnxruntime COMPONENT onnxruntime-runtime)
+endif()
+
 # Packages are made where this project is built by itself, not as a part of another.
 if(NOT PROJECT_IS_TOP_LEVEL)
     return()

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <thread>
 
 namespace TarnoMirelo {
@@ -44,10 +43,6 @@ std::shared_ptr<MireloFeatureTensor> feature(const std::string& name, const Tens
     return std::make_shared<MireloFeatureTensor>(port(name, shape), std::move(tensor));
 }
 
-std::shared_ptr<MireloFeatureTensor> holding(const std::string& name, std::shared_ptr<ITensor> tensor) {
-    return std::make_shared<MireloFeatureTensor>(port(name, {}), std::move(tensor));
-}
-
 // Names, shapes and values, as in "y (1,3) 11 0 33;".
 std::string text(const Outputs& outputs) {
     std::string all;
@@ -65,7 +60,6 @@ class OpenCvBackend : public testing::Test {
  protected:
     OpenCvBackend() { EXPECT_EQ(load(*model, kSumTarget), kSuccess); }
     std::string predict(const Inputs& inputs) { return text(model->predict(inputs, outputs)); }
-    std::string predictBatch(const Inputs& inputs) { return text(model->predictBatch(inputs, outputs)); }
     std::string result(const std::string& status) { return status + text(outputs); }
 
     struct Sink : ILogProcessor {
@@ -90,50 +84,7 @@ class OpenCvBackend : public testing::Test {
     Outputs outputs;
 };
 
-TEST_F(OpenCvBackend, FillsAnEmptyListAndWritesIntoAGivenOne) {
-    EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
-    std::memset(outputs[0]->asTensor()->buffer(), 0, 12);
-    EXPECT_EQ(result(predict({b, a})), "1: y (1,3) 11 0 33;");  // order does not matter
-    reinterpret_cast<float*>(a->asTensor()->buffer())[0] = -10;
-    EXPECT_EQ(result(predict({b, a})), "1: y (1,3) 0 0 33;");  // the same features, with other values
-    reinterpret_cast<float*>(a->asTensor()->buffer())[0] = 1;
-    // Tensors that are still to get their shape or buffer.
-    for (const auto& output : {holding("y", std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, -1))),
-                               holding("y", std::make_shared<Tensor>(DataType::Float))}) {
-        outputs = {output};
-        EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
-    }
-}
-
-// The kit's own tests have every failure; these are the ways in which the backend gets there.
-TEST_F(OpenCvBackend, NamesTheFeatureThatDoesNotFit) {
-    const auto noBuffer = std::make_shared<BufferWrappedTensor>(DataType::Float, TensorShape(1, 3), nullptr, 0);
-    struct Case {
-        Inputs inputs;
-        Outputs outputs;
-        const char* expected;
-    };
-    const Case cases[] = {
-        {{a}, {}, R"(7: Input "b": missing)"},
-        {{a, feature("b", {2, 3}, Floats{})}, {}, R"(17: Input "b": the shape is (2, 3), wanted is (1, 3))"},
-        {{a, b}, {b}, R"(7: Output "b": the target has none of that name, but "y")"},
-        {{a, b},
-         {feature("y", {1, 3}, Floats{}, DataType::Int32)},
-         R"(9: Output "y": the element type is int32, wanted is float)"},
-        {{a, b},
-         {holding("y", b->asTensor())},
-         R"(7: Output "y": the tensor shares its memory with input "b", wanted is memory of its own)"},
-        {{a, b}, {holding("y", noBuffer)}, R"(18: Output "y": Failed allocating a new buffer when resizing a tensor)"}};
-    for (const Case& test : cases) {
-        outputs = test.outputs;
-        EXPECT_EQ(predict(test.inputs), test.expected);
-        EXPECT_EQ(outputs, test.outputs) << test.expected;
-    }
-    outputs.clear();
-    EXPECT_EQ(predict({a, b}), kSuccess);  // nothing has stuck
-}
-
-// One element type after the other, and back: a result is never that of the input before.
+// The largest elements of each type, one after the other, and back: a result is never that of the input before.
 TEST_F(OpenCvBackend, TakesTheElementTypesOfTheEngine) {
     const TensorShape shape(1, 3);
     const auto zero = feature("b", shape, Floats{0, 0, 0});
@@ -151,81 +102,6 @@ TEST_F(OpenCvBackend, TakesTheElementTypesOfTheEngine) {
                                         "6 2 65536", "7 2.5 1e+06", "8 0 0.5", "9 2 3"};
         EXPECT_EQ(result(predict({taken, zero})), "1: y (1,3) " + expected[round++] + ";");
     }
-    for (const auto& [type, name] : {std::pair(DataType::Bool, "bool"), std::pair(DataType::UInt32, "uint32"),
-                                     std::pair(DataType::Int64, "int64"), std::pair(DataType::UInt64, "uint64")}) {
-        EXPECT_EQ(predict({feature("a", shape, Floats{}, type), b}),
-                  std::string(R"(9: Input "a": the engine doesn't take elements of type )") + name);
-    }
-}
-
-TEST_F(OpenCvBackend, PredictsABatchRowByRow) {
-    const auto c = feature("a", {1, 3}, Floats{0, 0, 0});
-    const std::string expected = "y (1,3) 11 0 33;y (1,3) 10 0 30;";
-    EXPECT_EQ(result(predictBatch({a, b, c, b})), "1: " + expected);
-    for (const auto& output : outputs) std::memset(output->asTensor()->buffer(), 0, 12);
-    EXPECT_EQ(result(predictBatch({a, b, b, c})), "1: " + expected);  // into the given ones
-    // Rows of different element types can't go through together.
-    outputs.clear();
-    EXPECT_EQ(result(predictBatch({a, b, feature<double>("a", {1, 3}, {0, 0, 0}, DataType::Double), b})),
-              "1: " + expected);
-    outputs.clear();
-    EXPECT_EQ(predictBatch({a, b, c}), R"(8: Input "b": 1 features, wanted are 2 as of input "a")");
-    EXPECT_EQ(predictBatch({a, b, c, feature("b", {1, 2}, Floats{})}),
-              R"(17: Row 1: Input "b": the shape is (1, 2), wanted is (1, 3))");
-    EXPECT_TRUE(outputs.empty());
-}
-
-TEST_F(OpenCvBackend, TakesTheRowsOfABatchInOneTensor) {
-    EXPECT_EQ(text(model->setBatchSize(2)), kSuccess);
-    EXPECT_EQ(result(predict({feature("a", {2, 3}, Floats{1, 2, 3, 4, 5, 6}), feature("b", {2, 3}, Floats(6, 1.0F))})),
-              "1: y (2,3) 2 3 4 5 6 7;");
-    EXPECT_EQ(predict({a, b}), R"(17: Input "a": the shape is (1, 3), wanted is (2, 3))");
-    for (const unsigned int rows : {0U, 4'000'000'000U}) {
-        EXPECT_EQ(text(model->setBatchSize(rows)), "7: A batch can't have " + list(rows) + " rows");
-    }
-}
-
-TEST_F(OpenCvBackend, EvaluatesWhatIsBoundAsOftenAsWanted) {
-    std::shared_ptr<MireloModel::MireloBinding> binding;
-    EXPECT_EQ(text(model->bind({a}, outputs, binding)), R"(7: Input "b": missing)");
-    EXPECT_EQ(text(model->bind({a, b}, outputs, binding)), kSuccess);
-    for (const float value : {1.0F, 2.0F}) {
-        std::fill_n(reinterpret_cast<float*>(a->asTensor()->buffer()), 3, value);
-        EXPECT_EQ(result(text(model->evaluate(binding))), list("1: y (1,3)", 10 + value, 0, 30 + value) + ";");
-    }
-    const std::string moved = "6: A bound tensor has got another buffer or shape; bind again";
-    a->asTensor()->resize({3, 1});
-    EXPECT_EQ(text(model->evaluate(binding)), moved);
-    const auto grown = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, -1));
-    a = holding("a", grown);
-    grown->allocateShape({1, 3});
-    EXPECT_EQ(text(model->bind({a, b}, outputs, binding)), kSuccess);
-    EXPECT_EQ(result(text(model->evaluate(binding))), "1: y (1,3) 10 0 30;");
-    grown->allocateShape({5, 3});
-    grown->allocateShape({1, 3});  // the shape that was bound, in another buffer
-    EXPECT_EQ(text(model->evaluate(binding)), moved);
-    const std::string stranger = "6: The binding was not made by this model since it was loaded";
-    load(*model, kSumTarget);
-    for (const auto& foreign : {binding, bareBinding(), {binding, bareBinding().get()}, {}}) {
-        binding = foreign;
-        EXPECT_EQ(text(model->evaluate(binding)), stranger);
-    }
-}
-
-TEST_F(OpenCvBackend, ReturnsEachOfSeveralResults) {
-    const TensorShape shape(1, 1, 2, 2);
-    load(*model, targetOf("two_results.onnx", {port("x", shape)}, {port("squashed", shape), port("positive", shape)}));
-    const auto x = feature("x", shape, Floats{-1, 0, 0, 2});
-    const std::string row = "squashed (1,1,2,2) 0.268941 0.5 0.5 0.880797;positive (1,1,2,2) 0 0 0 2;";
-    EXPECT_EQ(result(predictBatch({x, x})), "1: " + row + row);
-    outputs = {feature("positive", shape, Floats{})};  // one of them is enough
-    EXPECT_EQ(result(predict({x})), "1: positive (1,1,2,2) 0 0 0 2;");
-    // One that can't get a buffer leaves the other as it was.
-    const auto open = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 1, 2, 2));
-    const auto none = std::make_shared<BufferWrappedTensor>(DataType::Float, shape, nullptr, 0);
-    outputs = {holding("squashed", open), holding("positive", none)};
-    EXPECT_EQ(predict({x}), R"(18: Output "positive": Failed allocating a new buffer when resizing a tensor)");
-    EXPECT_EQ(open->shape(), TensorShape(-1, 1, 2, 2));
 }
 
 // Without the host's promise, a batch is as good as its rows by themselves, whatever the network does with its first
@@ -238,9 +114,7 @@ TEST_F(OpenCvBackend, StacksRowsOnlyWhereTheHostPromisesThatTheyAreIndependent) 
         const char *apart, *stacked;
     };
     const Case cases[] = {
-        {"lstm.onnx", {1, 1, 1}, {1, 1, 1, 1}, {1}, {1}, "0.369606;0.369606;", "0.369606;0.650535;"},
         {"softmax.onnx", {1, 2}, {1, 2}, {1, 2}, {1, 2}, "1 1;1 1;", "0.5 0.5;0.5 0.5;"},
-        {"gemm.onnx", {1, 2}, {1, 2}, {1, 1}, {1, 0}, "4 6;1 2;", "4 6;1 2;"},
         {"one_row.onnx", {1, 4}, {1, 2, 2}, {1, 2, 3, 4}, {5, 6, 7, 8}, "1 2 3 4;5 6 7 8;", "1 2 3 4;5 6 7 8;"}};
     OpenCv::Options independent;
     independent.rowsAreIndependent = true;
@@ -261,38 +135,8 @@ TEST_F(OpenCvBackend, StacksRowsOnlyWhereTheHostPromisesThatTheyAreIndependent) 
     EXPECT_EQ(text(stacking->setBatchSize(2)), "6: The model can't take 2 rows at once");
 }
 
-TEST_F(OpenCvBackend, ChecksAllRowsOfABatchBeforeItChangesAny) {
-    const auto open = std::make_shared<VariableTensor>(DataType::Float, TensorShape(-1, 3));
-    outputs = {holding("y", open), feature("y", {1, 3}, Floats{})};
-    EXPECT_EQ(predictBatch({a, b, feature("a", {1, 2}, Floats(2)), b}),
-              R"(17: Row 1: Input "a": the shape is (1, 2), wanted is (1, 3))");
-    EXPECT_EQ(open->shape(), TensorShape(-1, 3));
-    // The output of one row in the memory of another row's input would change what that row reads.
-    outputs = {holding("y", b->asTensor()), feature("y", {1, 3}, Floats{})};
-    EXPECT_EQ(
-        predictBatch({a, feature("b", {1, 3}, Floats(3)), a, b}),
-        "7: Between rows: Output \"y\": the tensor shares its memory with input \"b\", wanted is memory of its own");
-}
-
-TEST_F(OpenCvBackend, TakesEveryShapeThatAManifestLeavesOpen) {
+TEST_F(OpenCvBackend, SaysWhatTheEngineCannotDo) {
     load(*model, targetOf("any_sum.onnx", {port("a", {-1, -1}), port("b", {-1, -1})}, {port("y", {-1, -1})}));
-    for (const TensorShape& shape : {TensorShape(1, 2), TensorShape(2, 1)}) {
-        outputs.clear();
-        EXPECT_EQ(result(predict({feature("a", shape, Floats{1, 2}), feature("b", shape, Floats{1, 2})})),
-                  list("1: y", shape, "2 4;"));
-    }
-    outputs.clear();
-    EXPECT_EQ(predict({a, b}), kSuccess);
-    std::shared_ptr<MireloModel::MireloBinding> between;
-    Outputs others;
-    const Inputs other = {feature("a", {1, 2}, Floats{1, 2}), feature("b", {1, 2}, Floats{3, 4})};
-    EXPECT_EQ(text(model->bind(other, others, between)), kSuccess);
-    for (int i = 0; i < 2; ++i) {  // what is bound and what was predicted before share one network
-        EXPECT_EQ(result(predict({a, b})), "1: y (1,3) 11 0 33;");
-        EXPECT_EQ(text(model->evaluate(between)), kSuccess);
-        EXPECT_EQ(text(others), "y (1,2) 4 6;");
-    }
-    outputs.clear();
     EXPECT_EQ(predict({feature("a", {1, 0}, Floats{}), b}), R"(17: Input "a": the engine can't take the shape (1, 0))");
     const std::string failure = R"(Node "ab" (Add): OpenCV)";
     EXPECT_EQ(predict({feature("a", {1, 4}, Floats{}), b}).substr(0, 4 + failure.size()), "13: " + failure);
@@ -312,11 +156,7 @@ TEST_F(OpenCvBackend, SaysWhatItCannotLoadAndWhy) {
         ModelMetadata metadata;
         EXPECT_EQ(text(metadata.load(directory.write("m", json))), kSuccess);
         const ModelTarget target = std::get<ModelTarget>(metadata.getModelCompoents(MireloModelType::WinML));
-        std::string status = expected.substr(0, expected.size() - 1);
-        if (const size_t at = status.find('@'); at != std::string::npos) status.replace(at, 1, TEST_MODELS);
-        EXPECT_EQ(load(*model, kSumTarget), kSuccess);
-        EXPECT_EQ(load(*model, target), status) << title;
-        EXPECT_EQ(predict({}) == "6: The model is not loaded", status != kSuccess) << title;  // nor is the one before
+        EXPECT_EQ(load(*model, target) + "\n", expected) << title;
     }
 }
 
@@ -363,20 +203,23 @@ TEST_F(OpenCvBackend, OpensProtectedNetworks) {
         R"(12: Component "net": the archive has none or several files whose name ends in ".onnx", wanted is one)");
 }
 
-TEST_F(OpenCvBackend, IsOfUseOnlyWhileLoaded) {
+TEST_F(OpenCvBackend, LogsLoadsAndUnloads) {
     EXPECT_EQ(log.substr(0, 46), "1 OpenCV model \"m\": Component \"net\": loaded in");
     log.clear();
     for (int times = 0; times < 2; ++times) EXPECT_EQ(text(model->doUnload()), kSuccess);
     EXPECT_EQ(log, "1 OpenCV model \"m\": unloaded\n");
-    std::shared_ptr<MireloModel::MireloBinding> binding;
-    const std::string expected = "6: The model is not loaded";
-    EXPECT_EQ(predict({}), expected);
-    EXPECT_EQ(predictBatch({}), expected);
-    EXPECT_EQ(text(model->bind({}, outputs, binding)), expected);
-    EXPECT_EQ(text(model->setBatchSize(1)), expected);
 }
 
-TEST_F(OpenCvBackend, ReportsItsMemoryAsSoonAsItHasARecord) {
+TEST_F(OpenCvBackend, TellsBindingsOfHostsWithoutTypeInformationFromItsOwn) {
+    std::shared_ptr<MireloModel::MireloBinding> binding;
+    EXPECT_EQ(text(model->bind({a, b}, outputs, binding)), kSuccess);
+    for (const auto& foreign : {bareBinding(), {binding, bareBinding().get()}}) {
+        binding = foreign;
+        EXPECT_EQ(text(model->evaluate(binding)), "6: The binding was not made by this model since it was loaded");
+    }
+}
+
+TEST_F(OpenCvBackend, ReportsTheMemoryOfAllRows) {
     ModelMetadata metadata;
     metadata.load(Filepath(DIGITS_MODEL).append(Filepath("manifest.json")));
     EXPECT_EQ(text(model->load(metadata.getModelCompoents(MireloModelType::WinML))), kSuccess);
@@ -390,6 +233,7 @@ TEST_F(OpenCvBackend, ReportsItsMemoryAsSoonAsItHasARecord) {
     const uint64_t one = reported();
     EXPECT_TRUE(one > kWeights && one < 2 * kWeights) << one;
     EXPECT_EQ(text(model->setBatchSize(40'000'000)), "7: A batch of 40000000 rows is more than the engine can count");
+    EXPECT_EQ(text(model->setBatchSize(4'000'000'000)), "7: A batch can't have 4000000000 rows");
     for (const unsigned int rows : {30'000'000U, 100U}) {
         EXPECT_EQ(text(model->setBatchSize(rows)), kSuccess);
         EXPECT_EQ(reported() - kWeights, rows * (one - kWeights));
@@ -402,15 +246,7 @@ TEST_F(OpenCvBackend, ReportsItsMemoryAsSoonAsItHasARecord) {
     EXPECT_EQ(text(model->evaluate(many)), kSuccess);
     EXPECT_EQ(reported() - kWeights, 100 * (one - kWeights));
     model->setBatchSize(1);
-    // A second registration brings a new record, which learns it all; the model is in the snapshot twice then.
-    manager.registerModel(model);
-    EXPECT_EQ(reported(), 0U);
-    EXPECT_EQ(predict({inputs.begin(), inputs.end()}), kSuccess);
-    EXPECT_EQ(reported(), 2 * one);
-    model->doUnload();
-    EXPECT_EQ(reported(), 0U);
-    EXPECT_EQ(manager.unloadModel(model).getCode(), MODEL_REFERENCE_ERROR);
-    EXPECT_EQ(model.use_count(), 1);
+    EXPECT_EQ(text(manager.unloadModel(model)), kSuccess);
 }
 
 struct Speechless : std::exception {

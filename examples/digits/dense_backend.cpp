@@ -10,6 +10,7 @@
 #include <TarnoMirelo/kit/components.h>
 #include <TarnoMirelo/kit/memory.h>
 #include <TarnoMirelo/kit/outputs.h>
+#include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
 #include <cmath>
@@ -97,19 +98,8 @@ class DenseModel : public MireloModel {
 
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
         layers_.reset();
-        Kit::ComponentBytes bytes;
-        MireloStatus status = Kit::readComponent(components.at(0), getRootDir(), bytes);
-        if (!status.ok()) return status;
-        try {
-            inputs_.emplace(getModelTarget());
-            outputs_.emplace(getModelTarget());
-            layers_ = std::make_shared<const std::vector<Layer>>(readLayers(bytes));
-            checkTarget();
-        } catch (...) {
-            layers_.reset();
-            return getStatusFromCurrentException();
-        }
-        reportMemory();
+        MireloStatus status = read(components.at(0));
+        reportMemory();  // after a failure, too: what the load before had is gone
         return status;
     }
 
@@ -169,18 +159,52 @@ class DenseModel : public MireloModel {
             return {INVALID_OPERATION, "What was bound has moved, or belongs to another load; bind again"};
         }
         run(*bound->input, *bound->output);
+        reportMemory();
         return {SUCCESS, ""};
     }
 
  private:
+    // The file of layers: the component's own, or one in a protected archive.
+    MireloStatus readFile(const ModelComponent& component, Kit::ComponentFiles& files,
+                          Kit::ComponentBytes& bytes) const {
+        if (component.type != ComponentKind::SecuredTar) return Kit::readComponent(component, getRootDir(), bytes);
+        MireloStatus status = Kit::readComponentFiles(component, getRootDir(), files);
+        if (!status.ok()) return status;
+        const Kit::ComponentFiles::File* const file = files.only(".dense");
+        if (file == nullptr) throw ModelMetaDataException("the archive has not one file whose name ends in \".dense\"");
+        bytes = Kit::ComponentBytes(file->data, file->size);
+        return status;
+    }
+
     static MireloStatus notLoaded() { return {INVALID_OPERATION, "The model is not loaded"}; }
 
-    void checkTarget() const {
-        const bool fits = inputs_->size() == 1 && outputs_->size() == 1 &&
-                          (*inputs_)[0].shape.size() == static_cast<int64_t>(layers_->front().inputs) &&
-                          (*outputs_)[0].shape.size() == static_cast<int64_t>(layers_->back().bias.size()) &&
-                          (*inputs_)[0].dataType == DataType::Float && (*outputs_)[0].dataType == DataType::Float;
-        if (!fits) throw ModelMetaDataException("The target is not what the layers take and give");
+    MireloStatus read(const ModelComponent& component) try {
+        Kit::ComponentFiles files;
+        Kit::ComponentBytes bytes;
+        MireloStatus status = readFile(component, files, bytes);
+        if (!status.ok()) return status;
+        const auto layers = std::make_shared<const std::vector<Layer>>(readLayers(bytes));
+        inputs_.emplace(getModelTarget());
+        outputs_.emplace(getModelTarget());
+        checkPort(*inputs_, layers->front().inputs);
+        checkPort(*outputs_, layers->back().bias.size());
+        layers_ = layers;
+        return status;
+    } catch (...) {
+        MireloStatus status = getStatusFromCurrentException();
+        status.setDescription("Component \"" + component.name + "\": " + status.getDescription());
+        return status;
+    }
+
+    static void checkPort(const Kit::Ports& ports, size_t elements) {
+        const Kit::Ports::Port& port = ports[0];
+        if (ports.size() == 1 && port.dataType == DataType::Float &&
+            port.shape.size() == static_cast<int64_t>(elements)) {
+            return;
+        }
+        throw ModelMetaDataException(ports.about(0, "declared is " + Kit::toText(port.dataType) + " " +
+                                                        Kit::toText(port.shape) + ", wanted are " +
+                                                        std::to_string(elements) + " floats, and no other"));
     }
 
     void run(const ITensor& input, ITensor& output) const {

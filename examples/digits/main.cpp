@@ -1,10 +1,10 @@
 // The whole road of a packaged model: from its manifest to its unload, with real images of handwritten digits.
 
+#include "../step.h"
 #include "backend.h"
 #include "package.h"
 #include "report.h"
 #include "samples.h"
-#include "step.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
 

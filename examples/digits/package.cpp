@@ -1,6 +1,6 @@
 #include "package.h"
 
-#include "step.h"
+#include "../step.h"
 
 #include <random>
 

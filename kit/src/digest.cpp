@@ -1,5 +1,5 @@
 #include "cryptography.h"
-#include "platform.h"
+#include "file_digest.h"
 
 #include <TarnoMirelo/kit/digest.h>
 
@@ -18,6 +18,17 @@ std::string hexadecimal(const Cryptography::Digest& digest) {
 
 }  // namespace
 
+std::string digestOf(Platform::InputFile& file, const std::function<void(size_t)>& onPiece) {
+    constexpr size_t kPiece = 1 << 17;
+    Cryptography::Sha256 sum;
+    std::vector<uint8_t> piece(kPiece);
+    while (const size_t size = file.read(piece.data(), kPiece)) {
+        sum.update(piece.data(), size);
+        onPiece(size);
+    }
+    return hexadecimal(sum.finish());
+}
+
 MireloStatus sha256(const void* data, uint64_t size, std::string& digest) {
     try {
         Cryptography::Sha256 sum;
@@ -30,16 +41,9 @@ MireloStatus sha256(const void* data, uint64_t size, std::string& digest) {
 }
 
 MireloStatus sha256OfFile(const Filepath& path, std::string& digest) {
-    constexpr size_t kPiece = 1 << 16;
     try {
         Platform::InputFile file(path);
-        Cryptography::Sha256 sum;
-        std::vector<uint8_t> piece(kPiece);
-        for (size_t size = kPiece; size > 0;) {
-            size = file.read(piece.data(), kPiece);
-            sum.update(piece.data(), size);
-        }
-        digest = hexadecimal(sum.finish());
+        digest = digestOf(file, [](size_t /*size*/) {});
         return {SUCCESS, ""};
     } catch (const Exception&) {
         return getStatusFromCurrentException();

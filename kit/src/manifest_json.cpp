@@ -121,9 +121,30 @@ ModelTarget targetOf(const JsonValue& object, MireloModelType type) {
     return target;
 }
 
-}  // namespace
+const JsonValue* anyOf(const JsonValue& object, const char* name) {
+    const auto found = object.FindMember(name);
+    return found == object.MemberEnd() ? nullptr : &found->value;
+}
 
-void readTargets(const Filepath& manifest, const std::function<void(ModelTarget target)>& take) {
+FileStatement statementOf(const JsonValue& component) {
+    FileStatement statement;
+    statement.name = textOf(component, "name");
+    statement.path = textOf(component, "path");
+    statement.kind = textOf(component, "type");
+    if (const JsonValue* const size = anyOf(component, "size")) {
+        statement.hasSize = true;
+        if (size->IsUint64()) statement.size = size->GetUint64();
+    }
+    if (const JsonValue* const digest = anyOf(component, "sha256")) {
+        statement.hasDigest = true;
+        if (digest->IsString()) statement.digest = digest->GetString();
+    }
+    return statement;
+}
+
+// Calls `take` with each target that has a known key, and its type.
+template <typename Take>
+void forEachTarget(const Filepath& manifest, const Take& take) {
     // Without recursion: no depth of nesting exhausts the stack. What follows the root is not looked at.
     constexpr unsigned kFlags = rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag;
     uint64_t size = 0;
@@ -139,10 +160,26 @@ void readTargets(const Filepath& manifest, const std::function<void(ModelTarget 
     const JsonValue* const targets = find(root, "targets", &JsonValue::IsObject);
     if (targets == nullptr) return;
     for (const Key& key : kKeys) {
-        if (const JsonValue* const target = find(*targets, key.name, &JsonValue::IsObject)) {
-            take(targetOf(*target, key.type));
-        }
+        if (const JsonValue* const target = find(*targets, key.name, &JsonValue::IsObject)) take(*target, key.type);
     }
+}
+
+}  // namespace
+
+void readTargets(const Filepath& manifest, const std::function<void(ModelTarget target)>& take) {
+    forEachTarget(manifest, [&take](const JsonValue& target, MireloModelType type) { take(targetOf(target, type)); });
+}
+
+std::vector<FileStatement> readStatements(const Filepath& manifest) {
+    std::vector<FileStatement> statements;
+    forEachTarget(manifest, [&statements](const JsonValue& target, MireloModelType /*type*/) {
+        const JsonValue* const components = find(target, "components", &JsonValue::IsArray);
+        if (components == nullptr) return;
+        for (const JsonValue& element : components->GetArray()) {
+            if (element.IsObject()) statements.push_back(statementOf(element));
+        }
+    });
+    return statements;
 }
 
 }  // namespace TarnoMirelo::Kit

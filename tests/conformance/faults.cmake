@@ -1,5 +1,5 @@
 # Each planted fault is caught by the test that it is for, which names the row:
-# cmake -D "PROGRAM=<program, with what runs it>" -P faults.cmake
+# cmake -D PROGRAM=<program> -P faults.cmake
 execute_process(COMMAND ${PROGRAM} --faults OUTPUT_VARIABLE list COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[A-Za-z]+ [A-Za-z]+\\.[A-Za-z]+" faults "${list}")
 list(LENGTH faults count)

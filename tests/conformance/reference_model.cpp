@@ -194,7 +194,13 @@ MireloStatus ReferenceModel::read(ModelComponent component, std::shared_ptr<Netw
     auto name = graphName({reinterpret_cast<const char*>(bytes.data()), static_cast<size_t>(bytes.size())});
     if (!name && has(Fault::TakesDamagedFiles)) name = "identity";
     if (!name) return {MODEL_METADATA_ERROR, "Component \"" + component.name + "\": it holds no ONNX network"};
-    network = std::make_shared<Network>(*name, bytes.size(), getModelTarget());
+    ModelTarget target = getModelTarget();
+    for (ModelFeatureDescriptor& output : target.outputs) {
+        if (!has(Fault::TrustsTheNetwork)) break;
+        const std::vector<int64_t> open(output.tensorDescriptor().shape().dimension(), -1);
+        output = {MireloFeatureType::Tensor, true, output.name(), "", TensorDescriptor(open, DataType::Undefined)};
+    }
+    network = std::make_shared<Network>(*name, bytes.size(), target);
     return status;
 }
 
@@ -432,7 +438,12 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
         status = checkTypes(network.inputs, network.types, tensors, has(Fault::ConvertsEveryType));
     }
     if (!status.ok()) return status;
-    const std::vector<Computed> computed = compute(network, tensors);
+    std::vector<Computed> computed = compute(network, tensors);
+    if (has(Fault::RemembersInputs)) {
+        if (lastInput_ == tensors[0].get()) computed = lastResults_;
+        lastInput_ = tensors[0].get();
+        lastResults_ = computed;
+    }
     std::vector<Kit::Result> results;
     for (const Computed& result : computed) results.push_back(result.asResult());
     if (has(Fault::ReusesNewOutputs) && into.empty() && !lastOutputs_.empty()) into = lastOutputs_;

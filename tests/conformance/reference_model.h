@@ -59,6 +59,8 @@ class ReferenceModel : public MireloModel {
     mutable Kit::MemoryReporter reporter_;
     mutable bool hasReported_ = false;
     mutable Outputs lastOutputs_;
+    mutable const ITensor* lastInput_ = nullptr;
+    mutable std::vector<Computed> lastResults_;
     mutable std::shared_ptr<MireloBinding> lastBinding_;
     mutable std::shared_ptr<const MireloModel> self_;
 };

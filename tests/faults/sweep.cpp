@@ -2,6 +2,7 @@
 // its objects as they were or as documented, leaks nothing, and works when it is called again.
 
 #include "faults/allocations.h"
+#include "support/protection.h"
 #include "support/scripted_model.h"
 #include "support/tar_builder.h"
 #include "support/temp_dir.h"
@@ -11,9 +12,11 @@
 #include <TarnoMirelo/kit/batch_run.h>
 #include <TarnoMirelo/kit/check.h>
 #include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/kit/digest.h>
 #include <TarnoMirelo/kit/manager.h>
 #include <TarnoMirelo/kit/memory.h>
 #include <TarnoMirelo/kit/outputs.h>
+#include <TarnoMirelo/kit/package.h>
 #include <TarnoMirelo/kit/targets.h>
 #include <TarnoMirelo/kit/texts.h>
 #include <TarnoMirelo/kit/trace.h>
@@ -411,6 +414,91 @@ Call readFileOfComponent() {
         [=] { return std::to_string(bytes->size()); }, [=] { return std::to_string(bytes->size() > 100); }};
 }
 
+// In memory and in files, there and back.
+Call protectContent() {
+    const auto directory = std::make_shared<TempDir>();
+    directory->write("plain", kLong);
+    const auto opened = std::make_shared<std::string>();
+    return {[=] {
+                Bytes container;
+                Kit::SecretBytes plain;
+                MireloStatus status = Kit::protect(kLong.data(), kLong.size(), kTestKey, container);
+                if (status.ok()) status = Kit::unprotect(container.data(), container.size(), kTestKey, plain);
+                const Filepath file = directory->path("container");
+                if (status.ok()) status = Kit::protectFile(directory->path("plain"), kTestKey, file);
+                if (status.ok()) status = Kit::unprotectFile(file, kTestKey, plain);
+                if (status.ok()) status = Kit::unprotectFile(file, kTestKey, directory->path("opened"));
+                *opened = std::string(plain.data(), plain.data() + plain.size());
+                return status;
+            },
+            [=] {  // no half file is left, under whatever name
+                size_t files = 0;
+                for (const auto& entry : std::filesystem::directory_iterator(directory->native())) {
+                    files += entry.path().extension() == ".part" ? 1 : 0;
+                }
+                return std::to_string(files);
+            },
+            [=] { return *opened + directory->read("opened"); }};
+}
+
+Call refuseContainer() {
+    const auto plain = std::make_shared<Kit::SecretBytes>();
+    return {[=] {
+                const MireloStatus status = Kit::unprotect(kLong.data(), kLong.size(), kTestKey, *plain);
+                return status.getCode() == MODEL_METADATA_ERROR ? kDone : status;
+            },
+            [=] { return std::to_string(plain->size()); }};
+}
+
+Call readProtectedComponent(const char* kind) {
+    const auto directory = std::make_shared<TempDir>();
+    const auto component = std::make_shared<ModelComponent>();
+    component->name = kLong;
+    component->path = kLong;
+    component->type = kind;
+    component->setCryptoKey(kTestKey);
+    directory->write(kLong, stringOf(protectedBytes(stringOf(TarBuilder().file(kLong, "w").file("f", "x").whole()))));
+    const auto read = std::make_shared<uint64_t>(0);
+    return {[=] {
+                return orRaise([&] {
+                    Kit::ComponentFiles files;
+                    Kit::ComponentBytes bytes;
+                    MireloStatus status = component->type == ComponentKind::SecuredTar
+                                              ? Kit::readComponentFiles(*component, directory->path(), files)
+                                              : Kit::readComponent(*component, directory->path(), bytes);
+                    if (status.ok()) *read = files.files().size() + bytes.size();
+                    return status;
+                });
+            },
+            [=] { return std::string(); }, [=] { return std::to_string(*read); }};
+}
+
+Call giveKey() {
+    const auto metadata = std::make_shared<ModelMetadata>();
+    ModelTarget made = target();
+    made.components[1].type = ComponentKind::SecuredFile;
+    metadata->setTargets({{MireloModelType::WinML, made}});
+    const auto key = [=] {
+        const auto& components = metadata->getTargetMetadata(MireloModelType::WinML).components;
+        return std::to_string(components.at(1).encryption.getKey()[1]);
+    };
+    return {[=] { return Kit::setProtectionKey(*metadata, MireloModelType::WinML, kTestKey); },
+            [=] { return metadata->getTargetMetadata(MireloModelType::WinML).components.at(1).path; }, key};
+}
+
+Call verifyFiles() {
+    const auto directory = std::make_shared<TempDir>();
+    directory->write(kLong, "weights");
+    std::string digest;
+    Kit::sha256("weights", 7, digest);
+    const Filepath manifest = directory->write(
+        "manifest.json", R"({"targets": {"WinML": {"components": [{"name": "net", "type": "file", "path": ")" + kLong +
+                             R"(", "sha256": ")" + digest + "\"}]}}}");
+    const auto report = std::make_shared<Kit::PackageReport>();
+    return {[=] { return Kit::verifyPackage(manifest, *report); },
+            [=] { return std::string(directory->path().c_str()); }, [=] { return std::to_string(report->verified); }};
+}
+
 Call loadAllTargets() {
     const auto metadata = std::make_shared<Kit::AllTargetsMetadata>();
     const Filepath path = Filepath(MANIFEST_DIRECTORY).append(Filepath("manifest.json"));
@@ -572,6 +660,12 @@ int main() {
         {"Kit::writeOutputs, given", [] { return writeResults(true); }},
         {"Kit::runBatch", runRows},
         {"Kit::readComponent", readFileOfComponent},
+        {"Kit::protect and its like", protectContent},
+        {"Kit::unprotect, refused", refuseContainer, "raises", true},  // or without a text
+        {"Kit::readComponent, protected", [] { return readProtectedComponent(ComponentKind::SecuredFile); }},
+        {"Kit::readComponentFiles", [] { return readProtectedComponent(ComponentKind::SecuredTar); }},
+        {"Kit::setProtectionKey", giveKey},
+        {"Kit::verifyPackage", verifyFiles},
         {"Kit::AllTargetsMetadata::load", loadAllTargets, kStatus},
         {"Kit::checkManifest", checkManifest, "raises", true},  // sorting does with less memory
         {"Kit::MemoryView", viewMemory, "raises", true},        // likewise

@@ -127,6 +127,7 @@ void checkNode(const onnx::NodeProto& node) {
     // The first one may be left out, as an LSTM's is whose last state alone is wanted.
     if (std::ranges::all_of(node.output(), &std::string::empty)) refuse("it has no output, wanted is one");
     for (const onnx::AttributeProto& attribute : node.attribute()) {
+        if (attribute.has_g() || attribute.graphs_size() > 0) refuse("it holds a graph, which the engine can't run");
         const std::string& name = attribute.name();
         const auto isWrong = [](int64_t number) { return number < 1 || number > std::numeric_limits<int>::max(); };
         const bool isSize = name == "strides" || name == "dilations" || name == "kernel_shape";
@@ -136,13 +137,25 @@ void checkNode(const onnx::NodeProto& node) {
     }
 }
 
-void checkNodes(const onnx::GraphProto& graph) {
+// The inference of shapes trusts that a node has the inputs, outputs and attributes of its operator.
+void checkSchema(const onnx::NodeProto& node, int operatorSet) {
+    const onnx::OpSchema* const schema = schemaOf(node, operatorSet);
+    if (schema == nullptr) return;
+    try {
+        schema->Verify(node);
+    } catch (const std::exception& exception) {
+        throw ModelMetaDataException(nameOf(node) + ": " + exception.what());
+    }
+}
+
+void checkNodes(const onnx::GraphProto& graph, int operatorSet) {
     std::unordered_set<std::string> empty;
     for (const onnx::TensorProto& constant : graph.initializer()) {
         if (std::ranges::find(constant.dims(), 0) != constant.dims().end()) empty.insert(constant.name());
     }
     for (const onnx::NodeProto& node : graph.node()) {
         checkNode(node);
+        checkSchema(node, operatorSet);
         if (node.op_type() != "Conv" && node.op_type() != "ConvTranspose") continue;
         if (node.input_size() > 1 && empty.contains(node.input(1))) {
             throw ModelMetaDataException(nameOf(node) + ": its weights are empty");
@@ -220,16 +233,24 @@ void countAxesFromStart(onnx::NodeProto& node, const GraphFacts& facts) {
     }
 }
 
-// The engine takes the size of a kernel from the attribute alone, which may be left out.
-void writeKernelShape(onnx::NodeProto& node, const GraphFacts& facts) {
-    if (node.op_type() != "Conv" && node.op_type() != "ConvTranspose") return;
-    const OnnxNode looked(node, facts);
-    const auto weights = looked.inputShape(1);
-    if (looked.attribute("kernel_shape") != nullptr || !weights || weights->size() < 3) return;
-    onnx::AttributeProto& kernel = *node.add_attribute();
-    kernel.set_name("kernel_shape");
-    kernel.set_type(onnx::AttributeProto::INTS);
-    for (size_t i = 2; i < weights->size(); ++i) kernel.add_ints((*weights)[i]);
+// Written before shapes are inferred: the engine takes the size of a kernel from the attribute alone, and the inference
+// reads beside it where the weights have not as many dimensions as the input.
+void writeKernelShapes(onnx::GraphProto& graph, const GraphFacts& facts) {
+    for (onnx::NodeProto& node : *graph.mutable_node()) {
+        if (node.op_type() != "Conv" && node.op_type() != "ConvTranspose") continue;
+        const bool isLeftOut = OnnxNode(node, facts).attribute("kernel_shape") == nullptr;
+        if (!isLeftOut || schemaOf(node, facts.operatorSet) == nullptr) continue;
+        const std::string& weights = node.input(1);
+        const bool isDeclared = facts.constants.contains(weights) || facts.inputs.contains(weights);
+        const auto shape = isDeclared ? facts.shapeOf(weights) : std::nullopt;
+        if (!shape || shape->size() < 3) {
+            throw ModelMetaDataException(nameOf(node) + ": kernel_shape is left out, and its weights don't tell it");
+        }
+        onnx::AttributeProto& kernel = *node.add_attribute();
+        kernel.set_name("kernel_shape");
+        kernel.set_type(onnx::AttributeProto::INTS);
+        kernel.mutable_ints()->Add(shape->begin() + 2, shape->end());
+    }
 }
 
 // Reversed where it is left out, which depends on the number of dimensions.
@@ -244,6 +265,7 @@ void writePermutation(onnx::NodeProto& node, const GraphFacts& facts) {
 }
 
 void repair(onnx::ModelProto& model, int operatorSet) {
+    writeKernelShapes(*model.mutable_graph(), GraphFacts(model.graph(), operatorSet));
     const Inference inference(model);
     const GraphFacts facts(model.graph(), operatorSet);
     for (onnx::NodeProto& node : *model.mutable_graph()->mutable_node()) {
@@ -251,7 +273,6 @@ void repair(onnx::ModelProto& model, int operatorSet) {
         if (schema == nullptr) continue;
         writeDefaults(node, *schema);
         countAxesFromStart(node, facts);
-        writeKernelShape(node, facts);
         writePermutation(node, facts);
     }
     model.clear_producer_name();  // the engine reads the networks of some exporters in another way
@@ -275,8 +296,8 @@ std::string refusalOf(onnx::ModelProto& model, int operatorSet, bool& fusesWrong
 
 OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target) {
     onnx::ModelProto model = parse(bytes, size);
-    checkNodes(model.graph());
     const int operatorSet = operatorSetOf(model);
+    checkNodes(model.graph(), operatorSet);
     checkConstants(model.graph());
     OnnxFile file;
     for (const onnx::NodeProto& node : model.graph().node()) {

@@ -51,11 +51,7 @@ void inputsThatChange(Trial& trial) {
         const auto model = trial.loaded(package);
         Bound bound = boundOf(*model, package.cases.front(), true);
         for (const Case& each : package.rows()) {
-            bool sameShapes = true;
-            for (size_t i = 0; i < each.inputs.size(); ++i) {
-                sameShapes = sameShapes && each.inputs[i].shape == bound.expected->inputs[i].shape;
-            }
-            if (!sameShapes) continue;
+            if (!haveSameShapes(each, *bound.expected)) continue;
             write(each.inputs, bound.features.inputs);
             bound.expected = &each;
             bound.expectEvaluates(trial, *model);

@@ -162,6 +162,35 @@ void componentOfUnknownKind(Trial& trial) {
     }
 }
 
+// The package with another declaration of its first output.
+MireloModel::Components declaring(const Package& package, const TensorDescriptor& tensor) {
+    MireloModel::Components components = package.components;
+    ModelFeatureDescriptor& output = std::get<ModelTarget>(components).outputs.front();
+    output = {MireloFeatureType::Tensor, true, output.name(), output.description(), tensor};
+    return components;
+}
+
+void targetThatDoesNotFit(Trial& trial) {
+    const Package& package = trial.plain();
+    const Case& each = package.cases.front();
+    const TensorDescriptor declared = package.target().outputs.front().tensorDescriptor();
+    std::vector<int64_t> longer = declared.shape().shapeVector();
+    if (longer.empty()) longer.push_back(1);
+    longer.back() += 1;
+    const std::pair<const char*, TensorDescriptor> others[] = {
+        {"another shape", TensorDescriptor(TensorShape(longer), declared.tensorType())},
+        {"another element type", TensorDescriptor(declared.shape(), DataType::Int32)}};
+    for (const auto& [name, tensor] : others) {
+        SCOPED_TRACE(std::string(name) + " of an output");
+        const auto model = trial.make();
+        MireloStatus status = model->load(declaring(package, tensor));
+        Outputs outputs;
+        if (status.ok()) status = model->predict(featuresOf(each).constInputs(), outputs);
+        trial.expectRefused(status, each.outputs.front().name);
+        EXPECT_TRUE(outputs.empty()) << "There are outputs, although the target does not fit";
+    }
+}
+
 void componentsOfEachKind(Trial& trial) {
     loadWith(trial, bytesOf(trial.plain()), [&](MireloModel::Components components) {
         const auto model = trial.make();
@@ -261,6 +290,9 @@ std::vector<Row> loadingRows() {
          "the description names the component", componentOutsideRoot},
         {"ComponentOfUnknownKind", "a component of a kind that the backend doesn't know", MODEL_METADATA_ERROR,
          "the description names the component", componentOfUnknownKind},
+        {"TargetThatDoesNotFit", "an output declared with another shape or element type than the network's",
+         MODEL_METADATA_ERROR, "from the load, or else from predict; the description names the output",
+         targetThatDoesNotFit},
         {"ComponentsOfEachKind", "a component in a file or in memory", SUCCESS,
          "one in memory is read from its buffer alone", componentsOfEachKind},
         {"SecondLoad", "another load of a loaded model", SUCCESS, "the model is the one of the last load", secondLoad},

@@ -99,6 +99,11 @@ Value converted(const Value& value, DataType type) {
     return other;
 }
 
+bool haveSameShapes(const Case& one, const Case& other) {
+    return std::equal(one.inputs.begin(), one.inputs.end(), other.inputs.begin(), other.inputs.end(),
+                      [](const Value& a, const Value& b) { return a.shape == b.shape; });
+}
+
 void write(const std::vector<Value>& values, const Outputs& features) {
     for (size_t i = 0; i < values.size(); ++i) {
         std::copy(values[i].bytes.begin(), values[i].bytes.end(), features[i]->asTensor()->buffer());

@@ -58,6 +58,8 @@ Outputs roomFor(const std::vector<Value>& values);
 Features featuresOf(const Case& each);
 /// Those values as elements of another type.
 Value converted(const Value& value, DataType type);
+/// Whether the inputs of two cases, which have the same names, have the same shapes too.
+bool haveSameShapes(const Case& one, const Case& other);
 /// Copies the elements into the feature's tensor, which has room for them.
 void write(const std::vector<Value>& values, const Outputs& features);
 

@@ -33,11 +33,6 @@ save("any_sum",
 # A list of any length.
 save("list", [helper.make_node("Relu", ["x"], ["y"])], [("x", ["n"])], [("y", ["n"])])
 
-# Two results of one image.
-save("two_results",
-     [helper.make_node("Relu", ["x"], ["positive"]), helper.make_node("Sigmoid", ["x"], ["squashed"])],
-     [("x", ["rows", 1, 2, 2])], [("positive", ["rows", 1, 2, 2]), ("squashed", ["rows", 1, 2, 2])])
-
 # Holds a shape that fits one row only.
 save("one_row",
      [helper.make_node("Relu", ["x"], ["r"]), helper.make_node("Reshape", ["r", "shape"], ["y"])],
@@ -48,24 +43,7 @@ save("operator",
      [helper.make_node("Shift", ["x", "shift"], ["shifted"], domain="test"), helper.make_node("Relu", ["shifted"], ["y"])],
      [("x", ["rows", 3])], [("y", ["rows", 3])], [("shift", numpy.array([[1, 2, 3]], dtype=numpy.float32))])
 
-# y = x . weights, where the weights are as ONNX has them by default, and square: nothing but the result tells them from
-# their transpose.
-save("gemm",
-     [helper.make_node("Gemm", ["x", "weights"], ["y"])],
-     [("x", ["rows", 2])], [("y", ["rows", 2])],
-     [("weights", numpy.array([[1, 2], [3, 4]], dtype=numpy.float32))])
-
-# Two whose results for a row depend on the rows before or beside it, though their shapes begin with a 1.
-save("lstm",
-     [helper.make_node("LSTM", ["x", "weights", "recurrence"], ["y"], hidden_size=1)],
-     [("x", ["rows", 1, 1])], [("y", ["rows", 1, 1, 1])],
-     [("weights", numpy.ones([1, 4, 1], dtype=numpy.float32)), ("recurrence", numpy.ones([1, 4, 1], dtype=numpy.float32))])
+# One whose result for a row depends on the rows beside it, though its shapes begin with a 1.
 save("softmax",
      [helper.make_node("Softmax", ["x"], ["y"], axis=0)],
      [("x", ["rows", 2])], [("y", ["rows", 2])])
-
-# Its shapes stack, but the engine multiplies a single row only.
-save("product",
-     [helper.make_node("Conv", ["x", "kernel"], ["c"], kernel_shape=[1, 1]), helper.make_node("MatMul", ["c", "z"], ["y"])],
-     [("x", ["rows", 1, 2, 2]), ("z", ["rows", 1, 2, 2])], [("y", ["rows", 1, 2, 2])],
-     [("kernel", numpy.full([1, 1, 1, 1], 2, dtype=numpy.float32))])

@@ -87,7 +87,8 @@ struct Options {
 /// **Networks** that the engine is known to compute wrong are repaired while they are read, or refused with the node's
 /// name and the reason. docs/opencv.md lists them.
 ///
-/// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output, component or node:
+/// **Statuses** of every operation, apart from `SUCCESS`, as docs/contract.md has them for every backend; a description
+/// names the input, output, component or node:
 ///   - `INVALID_OPERATION`: the model is not loaded; the network can't take that many rows at once; what was bound has
 ///     moved, or belongs to another load
 ///   - `INVALID_ARGUMENTS`: an input or output that the target doesn't have, that is missing, given twice, null, or

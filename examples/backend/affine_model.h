@@ -1,0 +1,39 @@
+#pragma once
+
+#include "affine_engine.h"
+
+#include <TarnoMirelo/kit/memory.h>
+#include <TarnoMirelo/kit/ports.h>
+#include <TarnoMirelo/model.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+/// Runs affine networks on the CPU. The const operations of one model may overlap.
+class AffineModel : public TarnoMirelo::MireloModel {
+ public:
+    using MireloModel::MireloModel;
+
+ protected:
+    TarnoMirelo::MireloStatus onLoad(const std::vector<TarnoMirelo::ModelComponent>& components) override;
+    TarnoMirelo::MireloStatus onUnload() override;
+    TarnoMirelo::MireloStatus onSetBatchSize(const unsigned int& rows) override;
+    TarnoMirelo::MireloStatus onPredict(const Inputs& inputs, Outputs& outputs) const override;
+    TarnoMirelo::MireloStatus onPredictBatch(const Inputs& inputs, Outputs& outputs) const override;
+
+ private:
+    struct Loaded {
+        AffineEngine::Network network;
+        TarnoMirelo::Kit::InputPorts inputs;
+        TarnoMirelo::Kit::OutputPorts outputs;
+    };
+
+    TarnoMirelo::MireloStatus read(const std::vector<TarnoMirelo::ModelComponent>& components);
+    TarnoMirelo::MireloStatus run(const Inputs& inputs, Outputs& outputs, int64_t rows) const;
+    void reportMemory() const;
+
+    std::unique_ptr<const Loaded> loaded_;  // null: not loaded
+    mutable std::mutex reporterMutex_;
+    mutable TarnoMirelo::Kit::MemoryReporter reporter_;
+};

@@ -171,8 +171,7 @@ class DenseModel : public MireloModel {
         MireloStatus status = Kit::readComponentFiles(component, getRootDir(), files);
         if (!status.ok()) return status;
         const Kit::ComponentFiles::File* const file = files.only(".dense");
-        if (file == nullptr)
-            throw ModelMetaDataException("the archive has not one file whose name ends in \".dense\"");
+        if (file == nullptr) throw ModelMetaDataException("the archive has not one file whose name ends in \".dense\"");
         bytes = Kit::ComponentBytes(file->data, file->size);
         return status;
     }

@@ -4,7 +4,7 @@
 #include "../digits/package.h"
 #include "../digits/report.h"
 #include "../digits/samples.h"
-#include "../digits/step.h"
+#include "../step.h"
 
 #include <TarnoMirelo/kit/components.h>
 #include <TarnoMirelo/kit/manager.h>

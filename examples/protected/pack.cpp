@@ -2,7 +2,7 @@
 // is none.
 
 #include "../digits/package.h"
-#include "../digits/step.h"
+#include "../step.h"
 
 #include <TarnoMirelo/kit/protection.h>
 

@@ -81,6 +81,7 @@ OrtEP Model::executionProvider() const {
 // be another thing next time, and may be a part of the optimised network.
 std::unique_ptr<Cache> Model::cacheFor(const ModelComponent& component, const NetworkFile& network) const {
     if (options_.cacheDirectory.getPathString().empty() || usesHostOperators(network.outline)) return nullptr;
+    if (network.isProtected) return nullptr;  // the file would not be
     try {
         return std::make_unique<Cache>(options_.cacheDirectory, getName(), component.name, network,
                                        options_.graphOptimization, executionProvider());

@@ -2,6 +2,7 @@
 # ONNXRUNTIME_ROOT names (include/ and lib/, as in the vendor's releases), under build/engines/onnxruntime of the
 # checkout, and with pkg-config. Defines OnnxRuntime::OnnxRuntime, and
 #   OnnxRuntime_LIBRARY   the shared library, or the DLL
+#   OnnxRuntime_DIRECTORY the folder that it lies in
 #   OnnxRuntime_SONAME    the name that programs look for at run time
 #   OnnxRuntime_BUNDLED   whether it lies in a folder of its own, where no program looks
 
@@ -44,6 +45,7 @@ find_package_handle_standard_args(OnnxRuntime
     REQUIRED_VARS OnnxRuntime_LIBRARY OnnxRuntime_INCLUDE_DIR OnnxRuntime_SONAME
     VERSION_VAR OnnxRuntime_VERSION)
 
+get_filename_component(OnnxRuntime_DIRECTORY "${OnnxRuntime_LIBRARY}" DIRECTORY)
 if(OnnxRuntime_FOUND AND NOT TARGET OnnxRuntime::OnnxRuntime)
     if(UNIX AND NOT APPLE)
         # The engine gives its one symbol the version of its release. A program that is linked with it starts with that

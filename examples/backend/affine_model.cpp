@@ -82,21 +82,25 @@ MireloStatus AffineModel::onSetBatchSize(const unsigned int& /*rows*/) {
     return {NOT_IMPLEMENTED, "This backend takes one row in a tensor"};
 }
 
-MireloStatus AffineModel::onPredict(const Inputs& inputs, Outputs& outputs) const try {
+MireloStatus AffineModel::onPredict(const Inputs& inputs, Outputs& outputs) const {
     if (loaded_ == nullptr) return notLoaded();
-    return run(inputs, outputs, 1);
-} catch (...) {
-    return getStatusFromCurrentException();
+    try {
+        return run(inputs, outputs, 1);
+    } catch (...) {
+        return getStatusFromCurrentException();
+    }
 }
 
-MireloStatus AffineModel::onPredictBatch(const Inputs& inputs, Outputs& outputs) const try {
+MireloStatus AffineModel::onPredictBatch(const Inputs& inputs, Outputs& outputs) const {
     if (loaded_ == nullptr) return notLoaded();
     const auto runRows = [this](const Inputs& rowInputs, Outputs& rowOutputs, int64_t rows) {
         return run(rowInputs, rowOutputs, rows);
     };
-    return Kit::runBatch(loaded_->inputs, loaded_->outputs, inputs, outputs, Kit::Stacking::Never, runRows);
-} catch (...) {
-    return getStatusFromCurrentException();
+    try {
+        return Kit::runBatch(loaded_->inputs, loaded_->outputs, inputs, outputs, Kit::Stacking::Never, runRows);
+    } catch (...) {
+        return getStatusFromCurrentException();
+    }
 }
 
 MireloStatus AffineModel::run(const Inputs& inputs, Outputs& outputs, int64_t rows) const {

@@ -1,112 +1,107 @@
 #pragma once
 
-#include <vector>
+// What can be wrong with the reference backend, each with the test that is to fail.
+#define PLANTED_FAULTS(FAULT)                                          \
+    FAULT(AnswersUnloaded, "Reference.NotLoaded")                      \
+    FAULT(TakesDamagedFiles, "Reference.DamagedComponent")             \
+    FAULT(TakesMissingFileForMetadata, "Reference.MissingComponent")   \
+    FAULT(FollowsEveryPath, "Reference.ComponentOutsideRoot")          \
+    FAULT(TakesEveryKind, "Reference.ComponentOfUnknownKind")          \
+    FAULT(TrustsTheNetwork, "Reference.TargetThatDoesNotFit")          \
+    FAULT(ReadsMemoryFromFile, "Reference.ComponentsOfEachKind")       \
+    FAULT(KeepsFirstNetwork, "Reference.SecondLoad")                   \
+    FAULT(KeepsNetworkOfFailedLoad, "Reference.FailedLoad")            \
+    FAULT(RefusesSecondUnload, "Reference.UnloadTwice")                \
+    FAULT(StampsBatches, "Reference.UsageProperties")                  \
+    FAULT(TransposesWeights, "Reference.Predictions")                  \
+    FAULT(ComputesInFloats, "Reference.Predictions")                   \
+    FAULT(ReversesNewOutputs, "Reference.Predictions")                 \
+    FAULT(ReusesNewOutputs, "Reference.RepeatedPrediction")            \
+    FAULT(RemembersInputs, "Reference.RepeatedPrediction")             \
+    FAULT(LendsItsMemory, "Reference.ResultsOutliveTheModel")          \
+    FAULT(WritesIntoInputs, "Reference.InputsStay")                    \
+    FAULT(GoesByOrder, "Reference.InputsInAnyOrder")                   \
+    FAULT(IgnoresDefault, "Reference.AbsentInput")                     \
+    FAULT(ReinterpretsElements, "Reference.ElementTypes")              \
+    FAULT(IgnoresNullInput, "Reference.NullInput")                     \
+    FAULT(InventsMissingInput, "Reference.MissingInput")               \
+    FAULT(IgnoresUnknownInput, "Reference.UnknownInput")               \
+    FAULT(TakesLastOfTwoInputs, "Reference.InputGivenTwice")           \
+    FAULT(RaisesForKind, "Reference.InputOfWrongKind")                 \
+    FAULT(TakesNoTensorForOperation, "Reference.InputWithoutTensor")   \
+    FAULT(ReadsNoBuffer, "Reference.InputWithoutBuffer")               \
+    FAULT(ReadsDeviceMemory, "Reference.InputOnDevice")                \
+    FAULT(ConvertsEveryType, "Reference.InputOfWrongType")             \
+    FAULT(ReshapesInputs, "Reference.InputOfWrongShape")               \
+    FAULT(NamesNothing, "Reference.MissingInput")                      \
+    FAULT(SaysNothing, "Reference.NullInput")                          \
+    FAULT(ClearsOutputsOnFailure, "Reference.MissingInput")            \
+    FAULT(WipesOutputsFirst, "Reference.MissingInput")                 \
+    FAULT(ReplacesOutputs, "Reference.OutputsInPlace")                 \
+    FAULT(SortsOutputs, "Reference.OutputsInAnyOrder")                 \
+    FAULT(WantsAllOutputs, "Reference.SomeOutputs")                    \
+    FAULT(WantsBuffers, "Reference.OpenOutputs")                       \
+    FAULT(IgnoresNullOutput, "Reference.NullOutput")                   \
+    FAULT(IgnoresUnknownOutput, "Reference.UnknownOutput")             \
+    FAULT(IgnoresSecondOutput, "Reference.OutputGivenTwice")           \
+    FAULT(IgnoresNumberAsOutput, "Reference.OutputOfWrongKind")        \
+    FAULT(IgnoresOutputWithoutTensor, "Reference.OutputWithoutTensor") \
+    FAULT(IgnoresOutputOnDevice, "Reference.OutputOnDevice")           \
+    FAULT(IgnoresOutputOfOtherType, "Reference.OutputOfWrongType")     \
+    FAULT(IgnoresOutputOfOtherShape, "Reference.OutputOfWrongShape")   \
+    FAULT(ShapesBeforeChecking, "Reference.OutputWithoutBuffer")       \
+    FAULT(IgnoresOutputOverInput, "Reference.OutputOverInput")         \
+    FAULT(IgnoresOutputOverOutput, "Reference.OutputOverOutput")       \
+    FAULT(EvaluatesOnce, "Reference.Evaluations")                      \
+    FAULT(ComputesAtBind, "Reference.InputsThatChange")                \
+    FAULT(KeepsOneBinding, "Reference.SeveralBindings")                \
+    FAULT(BorrowsBoundTensors, "Reference.BindingKeepsWhatItBinds")    \
+    FAULT(DropsBindingOnFailure, "Reference.FailedBind")               \
+    FAULT(TakesNullBinding, "Reference.NullBinding")                   \
+    FAULT(TakesBindingOfOtherModel, "Reference.ForeignBinding")        \
+    FAULT(TakesBindingOfEarlierLoad, "Reference.BindingOfEarlierLoad") \
+    FAULT(IgnoresMoves, "Reference.MovedTensor")                       \
+    FAULT(BindsNothing, "Minimal.NoBindings")                          \
+    FAULT(StacksWithoutPromise, "Reference.Batches")                   \
+    FAULT(ReversesStack, "Reference.StackedBatches")                   \
+    FAULT(GoesByOrderInBatches, "Reference.BatchInputByInput")         \
+    FAULT(ReplacesOutputsOfBatch, "Reference.BatchInPlace")            \
+    FAULT(TakesEmptyBatch, "Reference.EmptyBatch")                     \
+    FAULT(TakesUnevenBatch, "Reference.UnevenBatch")                   \
+    FAULT(IgnoresUnevenOutputs, "Reference.UnevenOutputs")             \
+    FAULT(RunsRowsUnchecked, "Reference.RowOfWrongShape")              \
+    FAULT(RunsRowsCheckedAlone, "Reference.RowOverAnother")            \
+    FAULT(RaisesForNullRow, "Reference.RowWithNullFeature")            \
+    FAULT(IgnoresUnknownRows, "Reference.RowsWithUnknownInput")        \
+    FAULT(InventsMissingRows, "Reference.RowsWithoutInput")            \
+    FAULT(KeepsBatchSize, "Reference.BatchSize")                       \
+    FAULT(IgnoresBatchSize, "Reference.OtherThanTheBatchSize")         \
+    FAULT(TakesBatchSizeOfZero, "Reference.BatchSizeOfZero")           \
+    FAULT(SaysNothingOfBatchSize, "Minimal.NoBatchSize")               \
+    FAULT(ReportsAtLoadOnly, "Reference.MemoryAfterRegistration")      \
+    FAULT(AddsWithEachLoad, "Reference.MemoryOfLoad")                  \
+    FAULT(ClearsRecord, "Reference.MemoryOfUnload")                    \
+    FAULT(KeepsReportOfFailedLoad, "Reference.MemoryOfFailedLoad")     \
+    FAULT(ReportsOnce, "Reference.MemoryOfNewRecord")                  \
+    FAULT(ReportsOfAllModels, "Reference.MemoryOfSeveralModels")       \
+    FAULT(HoldsItself, "Reference.EndOfTheModel")                      \
+    FAULT(SharesOneEngine, "Reference.DistinctModels")                 \
+    FAULT(RefusesOverlap, "Reference.OverlappingOperations")
 
 namespace TarnoMirelo {
 
-/// What can be wrong with the reference backend, by the row of the contract that is to catch it.
-enum class Fault {
-    None,
-    // Loading
-    AnswersUnloaded,
-    TakesDamagedFiles,
-    TakesMissingFileForMetadata,
-    FollowsEveryPath,
-    TakesEveryKind,
-    TrustsTheNetwork,
-    ReadsMemoryFromFile,
-    KeepsFirstNetwork,
-    KeepsNetworkOfFailedLoad,
-    RefusesSecondUnload,
-    StampsBatches,
-    // Predictions
-    TransposesWeights,
-    ComputesInFloats,
-    ReversesNewOutputs,
-    ReusesNewOutputs,
-    RemembersInputs,
-    LendsItsMemory,
-    WritesIntoInputs,
-    GoesByOrder,
-    IgnoresDefault,
-    ReinterpretsElements,
-    IgnoresNullInput,
-    InventsMissingInput,
-    IgnoresUnknownInput,
-    TakesLastOfTwoInputs,
-    RaisesForKind,
-    TakesNoTensorForOperation,
-    ReadsNoBuffer,
-    ReadsDeviceMemory,
-    ConvertsEveryType,
-    ReshapesInputs,
-    NamesNothing,
-    SaysNothing,
-    ClearsOutputsOnFailure,
-    WipesOutputsFirst,
-    // Outputs
-    ReplacesOutputs,
-    SortsOutputs,
-    WantsAllOutputs,
-    WantsBuffers,
-    IgnoresNullOutput,
-    IgnoresUnknownOutput,
-    IgnoresSecondOutput,
-    IgnoresNumberAsOutput,
-    IgnoresOutputWithoutTensor,
-    IgnoresOutputOnDevice,
-    IgnoresOutputOfOtherType,
-    IgnoresOutputOfOtherShape,
-    ShapesBeforeChecking,
-    IgnoresOutputOverInput,
-    IgnoresOutputOverOutput,
-    // Bindings
-    EvaluatesOnce,
-    ComputesAtBind,
-    KeepsOneBinding,
-    BorrowsBoundTensors,
-    DropsBindingOnFailure,
-    TakesNullBinding,
-    TakesBindingOfOtherModel,
-    TakesBindingOfEarlierLoad,
-    IgnoresMoves,
-    BindsNothing,
-    // Batches
-    StacksWithoutPromise,
-    ReversesStack,
-    GoesByOrderInBatches,
-    ReplacesOutputsOfBatch,
-    TakesEmptyBatch,
-    TakesUnevenBatch,
-    IgnoresUnevenOutputs,
-    RunsRowsUnchecked,
-    RunsRowsCheckedAlone,
-    RaisesForNullRow,
-    IgnoresUnknownRows,
-    InventsMissingRows,
-    KeepsBatchSize,
-    IgnoresBatchSize,
-    TakesBatchSizeOfZero,
-    SaysNothingOfBatchSize,
-    // Memory
-    ReportsAtLoadOnly,
-    AddsWithEachLoad,
-    ClearsRecord,
-    KeepsReportOfFailedLoad,
-    ReportsOnce,
-    ReportsOfAllModels,
-    HoldsItself,
-    // Threads
-    SharesOneEngine,
-    RefusesOverlap,
-};
+#define ENUMERATOR(name, test) name,
+enum class Fault { None, PLANTED_FAULTS(ENUMERATOR) };
+#undef ENUMERATOR
 
 struct PlantedFault {
     Fault fault;
     const char* name;
-    const char* test;  ///< the one that is to fail
+    const char* test;
 };
 
-const std::vector<PlantedFault>& plantedFaults();
+#define TABLE_ROW(name, test) {Fault::name, #name, test},
+inline constexpr PlantedFault kPlantedFaults[] = {PLANTED_FAULTS(TABLE_ROW)};
+#undef TABLE_ROW
 
 }  // namespace TarnoMirelo

@@ -8,6 +8,7 @@ Commands::Commands() : application_("Makes, checks, looks into and tries out pac
     application_.set_version_flag("--version", "mirelo " MIRELO_VERSION, "Print the version and exit");
     application_.set_help_flag("-h,--help", "Print this help and exit");
     application_.require_subcommand(1);
+    application_.allow_windows_style_options(false);  // "/x" is a path
     application_.footer("\"mirelo COMMAND --help\" tells more of a command, with an example.");
 }
 

@@ -25,7 +25,7 @@ ExitCode protect(const Options& options, Console& console) {
     if (exchange.empty()) throw Failure(exchange.about() + ": no component is a plain file, wanted is one at least");
     exchange.run(
         [&key](const std::filesystem::path& from, const std::filesystem::path& to) {
-            require(toText(from), Kit::protectFile(toFilepath(from), key.data(), toFilepath(to)));
+            require(toGenericText(from), Kit::protectFile(toFilepath(from), key.data(), toFilepath(to)));
         },
         "protecting", console);
     return kDone;

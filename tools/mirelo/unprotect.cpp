@@ -28,7 +28,7 @@ ExitCode unprotect(const Options& options, Console& console) {
     }
     exchange.run(
         [&key](const std::filesystem::path& from, const std::filesystem::path& to) {
-            require(toText(from), Kit::unprotectFile(toFilepath(from), key.data(), toFilepath(to)));
+            require(toGenericText(from), Kit::unprotectFile(toFilepath(from), key.data(), toFilepath(to)));
         },
         "opening", console);
     return kDone;

@@ -2,6 +2,7 @@
 
 #include "log.h"
 #include "operator_domain.h"
+#include "telemetry.h"
 
 #include <TarnoMirelo/kit/texts.h>
 #include <TarnoMirelo/tensor.h>
@@ -38,6 +39,7 @@ Engine open() {
         engine.api->ReleaseStatus(status);
         throw MLFrameworkException("ONNX Runtime does not start: " + text);
     };
+    declineTelemetry();
     require(engine.api->CreateEnvWithCustomLogger(&Log::writeEngineLine, nullptr, ORT_LOGGING_LEVEL_WARNING, "sdk-core",
                                                   &engine.environment));
     require(engine.api->DisableTelemetryEvents(engine.environment));

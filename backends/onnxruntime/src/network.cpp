@@ -159,6 +159,8 @@ Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider
     check(api().SetIntraOpNumThreads(made.get(), options.threadsWithinNodes));
     check(api().SetInterOpNumThreads(made.get(), options.threadsBetweenNodes));
     if (options.threadsBetweenNodes != 1) check(api().SetSessionExecutionMode(made.get(), ORT_PARALLEL));
+    // It takes a padding with zeros into the MaxPool behind it, which pads with what is below every value.
+    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers", "Pad_Fusion"));
     appendProvider(*made, provider);
     return made;
 }

@@ -33,7 +33,7 @@ MireloStatus predictBatch(const MireloModel& model, const Outputs& inputs, Outpu
 }
 
 void expectBatches(const Trial& trial, const MireloModel& model, const Package& package) {
-    for (const size_t count : {1, 2, 3, 5}) {
+    for (const size_t count : {1U, 2U, 3U, 5U}) {
         SCOPED_TRACE(std::to_string(count) + " rows");
         const Batch batch = batchOf(rowsOf(package, count));
         Outputs outputs;
@@ -240,7 +240,7 @@ void otherThanTheBatchSize(Trial& trial) {
     if (package == nullptr) GTEST_SKIP() << "No package has rows that are independent and shapes that begin with 1";
     const auto model = trial.loaded(*package);
     Trial::expectSuccess(model->setBatchSize(2), "setBatchSize");
-    for (const size_t count : {1, 3}) {
+    for (const size_t count : {1U, 3U}) {
         const Case all = severalRows(*package, count);
         Outputs outputs;
         trial.expectRefused(model->predict(featuresOf(all).constInputs(), outputs), all.inputs.front().name);

@@ -2,9 +2,6 @@
 
 /// @file
 /// A backend over ONNX Runtime: runs the ONNX component of a "WinML" target, on Linux and on Windows.
-///
-/// Releases of the engine from Microsoft collect what they are used for, with files in the user's folders, and send it.
-/// The library turns that off while it is loaded, by `ORT_DISABLE_TELEMETRY` in the process's environment.
 
 #include <TarnoMirelo/config.h>
 #include <TarnoMirelo/feature.h>

@@ -1,8 +1,12 @@
-// Protecting and opening containers in memory, beside the cipher library alone.
+// Protecting and opening containers in memory, beside the cipher library alone; and loading a network that is
+// protected, beside the same one in plain.
 
 #include "measure.h"
 
 #include <TarnoMirelo/kit/protection.h>
+#if defined(VOICE_NETWORK)  // where the engine and the network could be fetched
+#include <TarnoMirelo/onnxruntime.h>
+#endif
 
 #include <memory>
 #include <openssl/evp.h>
@@ -35,6 +39,37 @@ std::unique_ptr<uint8_t[]> runCipher(const uint8_t* from, bool sealing, unsigned
     return to;
 }
 
+#if defined(VOICE_NETWORK)
+
+// Loads the network from the scratch directory.
+void load(const char* file, const char* kind) {
+    ModelMetadata metadata;
+    require(metadata.load(Filepath(VOICE_MANIFEST)).ok());
+    ModelTarget target = metadata.getTargetMetadata(MireloModelType::WinML);
+    target.components[0].path = file;
+    target.components[0].type = kind;
+    target.components[0].setCryptoKey(kKey);
+    OnnxRuntime::Options options;
+    options.threadsWithinNodes = 1;
+    OnnxRuntime::Model model("voice", MireloModelType::WinML, MireloConfig(), options);
+    require(model.load({MireloModelType::WinML, target, Filepath(scratchDirectory().string())}).ok());
+}
+
+void addLoads() {
+    const Filepath plain(scratchDirectory() / "voice.onnx");
+    std::filesystem::copy_file(VOICE_NETWORK, plain.getPathString());
+    require(Kit::protectFile(plain, kKey, Filepath(scratchDirectory() / "voice.protected")).ok());
+    const auto nothing = [] {};
+    measurePrepared(
+        "load, voice, protected", Side::Ours, nothing, [] { load("voice.protected", "secured_file"); }, 15);
+    measurePrepared(
+        "load, voice, protected", Side::Limit, nothing, [] { load("voice.onnx", "file"); }, 15);
+}
+
+#else
+void addLoads() {}
+#endif
+
 }  // namespace
 
 void addProtection() {
@@ -60,6 +95,7 @@ void addProtection() {
     add("Kit::unprotect", Side::Ours,
         [=] { require(Kit::unprotect(container->data(), container->size(), kKey, *opened).ok()); });
     add("Kit::unprotect", Side::Limit, [=] { *raw = runCipher(sealed.get(), false, tag->data()); });
+    addLoads();
 }
 
 }  // namespace Bench

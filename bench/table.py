@@ -66,6 +66,7 @@ WANTED = [
     ("snapshot", 2.0, None),
     ("registerModel|unloadModel", None, None),
     ("Kit::(un)?protect", 1.1, None),
+    ("load, voice, protected", 1.3, None),
 ]
 
 # Costs that grow no faster than their work: the cost of a model at 10,000 models, divided by that at 1,000. Caches make

@@ -1,6 +1,8 @@
 // What is this engine's own; that the backend keeps the contract of a backend is tested by conformance/onnxruntime.cpp.
 
 #include "support/onnx_writer.h"
+#include "support/protection.h"
+#include "support/tar_builder.h"
 #include "support/temp_dir.h"
 #include "support/text.h"
 
@@ -191,6 +193,61 @@ TEST_F(OnnxRuntimeBackend, FindsWeightsBesideTheNetworkAlone) {
               "12: " + begin + R"(the weights in "weights.bin" lie outside of the network, which is in memory)");
 }
 
+TEST_F(OnnxRuntimeBackend, OpensProtectedNetworks) {
+    const Descriptors x = {describe("x", {1, 2})};
+    const Descriptors y = {describe("y", {1, 2})};
+    const auto loadProtected = [&](const std::string& kind, const std::string& plain, const unsigned char* key) {
+        folder.write("protected", stringOf(protectedBytes(plain)));
+        auto asked = components("protected", kind, x, y);
+        ModelComponent& component = std::get<ModelTarget>(asked).components[0];
+        component.buffer = protectedBytes(plain);
+        component.setCryptoKey(key);
+        return text(model->load(asked));
+    };
+    const auto archive = [](const TarBuilder& builder) { return stringOf(builder.whole()); };
+    const auto with = [](const std::string& location) {
+        return network({node("Add", {"x", "w"}, {"y"})}, {port("x", DataType::Float, {1, 2})},
+                       {port("y", DataType::Float, {1, 2})},
+                       {outside(constant("w", DataType::Float, {1, 2}), location)});
+    };
+    const Floats weights = {10, 20};
+    const std::string bytes(reinterpret_cast<const char*>(weights.data()), weights.size() * sizeof(float));
+    const std::pair<const char*, std::string> good[] = {
+        {"secured_file", sum()},
+        {"secured_memory_stream", sum()},
+        {"secured_tar", archive(TarBuilder().file("sum.onnx", sum()).file("notes", "x"))},
+        {"secured_tar", archive(TarBuilder().file("net/a.ONNX", with("w/w.bin")).file("net/w/w.bin", bytes))},
+        {"secured_tar", archive(TarBuilder().file("w.bin", bytes).file("a.onnx", with("w.bin")))},
+    };
+    for (const auto& [kind, plain] : good) {
+        EXPECT_EQ(loadProtected(kind, plain, kTestKey), kSuccess) << kind;
+        EXPECT_EQ(predict({feature("x", {1, 2}, Floats{1, 2})}), "(1,2) 11 22");
+        EXPECT_EQ(loadProtected(kind, plain, kOtherKey),
+                  R"(12: Component "net": the)" + kDoesNotOpen.substr(std::string("12: The").size()));
+        EXPECT_EQ(predict({feature("x", {1, 2}, Floats{1, 2})}), "6: The model is not loaded");
+    }
+
+    // Beside the protected file in the folder: what isn't in the archive is not taken from a disk.
+    folder.write("w.bin", bytes);
+    const std::string begin = R"(12: Component "net": )";
+    const std::pair<std::string, std::string> refused[] = {
+        {archive(TarBuilder().file("a.onnx", with("w.bin"))), R"(the weights in "w.bin" are missing in the archive)"},
+        {archive(TarBuilder().file("n/a.onnx", with("../w.bin")).file("w.bin", bytes)),
+         R"(the weights in "../w.bin" lie outside of the network's folder)"},
+        {archive(TarBuilder().file("a.onnx", sum()).file("b.onnx", sum())),
+         R"(the archive has to hold one file whose name ends in ".onnx", found: "a.onnx", "b.onnx")"},
+        {archive(TarBuilder().file("w.bin", bytes)),
+         R"(the archive has to hold one file whose name ends in ".onnx", found: none)"},
+    };
+    for (const auto& [plain, expected] : refused) {
+        EXPECT_EQ(loadProtected("secured_tar", plain, kTestKey), begin + expected);
+    }
+    EXPECT_EQ(loadProtected("secured_file", with("w.bin"), kTestKey),
+              begin + R"(the weights in "w.bin" lie outside of the network, which is in memory)");
+    const std::string cut = archive(TarBuilder().file("a.onnx", with("w.bin")).file("w.bin", bytes.substr(0, 4)));
+    EXPECT_THAT(loadProtected("secured_tar", cut, kTestKey), HasSubstr(begin));
+}
+
 TEST_F(OnnxRuntimeBackend, TakesEveryElementTypeInPlace) {
     for (int number = 1; number <= 12; ++number) {
         const auto type = static_cast<DataType>(number);
@@ -328,6 +385,15 @@ TEST_F(OnnxRuntimeCache, IsUsedByTheNextLoadUntilSomethingChanges) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.native() / "cache"), {}), 1);
     folder.write("net.onnx", "no network");
     EXPECT_EQ(query(), CacheStatus::NotCached);
+}
+
+TEST_F(OnnxRuntimeCache, KeepsNothingOfProtectedNetworks) {
+    folder.write("protected", stringOf(protectedBytes(sum())));
+    asked = components("protected", ComponentKind::SecuredFile, {describe("x", {1, 2})}, {describe("y", {1, 2})});
+    std::get<ModelTarget>(asked).components[0].setCryptoKey(kTestKey);
+    EXPECT_EQ(use(), "0 (1,2) 11 22");
+    EXPECT_EQ(query(), CacheStatus::NotCached);
+    EXPECT_FALSE(std::filesystem::exists(folder.native() / "cache"));
 }
 
 TEST_F(OnnxRuntimeCache, IsNeverUsedDamaged) {

@@ -55,6 +55,7 @@ void deriveKey(const unsigned char* key, const Header& header, Cryptography::Key
     info[sizeof kMagicAndVersion] = 1;  // the number of the block
     Wiped<Cryptography::Digest> extracted;
     Wiped<Cryptography::Digest> expanded;
+    // NOLINTNEXTLINE(readability-suspicious-call-argument): HKDF has the salt as HMAC's key, and the key as its message
     extracted.value = Cryptography::hmacSha256(salt, kSaltSize, key, Cryptography::kKeySize);
     expanded.value = Cryptography::hmacSha256(extracted.value.data(), extracted.value.size(), info, sizeof info);
     std::copy_n(expanded.value.begin(), derived.size(), derived.begin());

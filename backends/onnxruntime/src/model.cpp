@@ -80,11 +80,8 @@ OrtEP Model::executionProvider() const {
 // Null for none, also where it can't be made: a cache must not fail the load. What is protected must not lie in the
 // open. What operators of the host's compute may be another thing next time, and be a part of the optimised network.
 std::unique_ptr<Cache> Model::cacheFor(const ModelComponent& component, const NetworkFile& network) const {
-    const bool isPlain = component.type == ComponentKind::File || component.type == ComponentKind::Dir ||
-                         component.type == ComponentKind::MemoryStream;
-    if (options_.cacheDirectory.getPathString().empty() || !isPlain || usesHostOperators(network.outline)) {
-        return nullptr;
-    }
+    if (options_.cacheDirectory.getPathString().empty() || usesHostOperators(network.outline)) return nullptr;
+    if (network.isProtected) return nullptr;  // the file would not be
     try {
         return std::make_unique<Cache>(options_.cacheDirectory, getName(), component.name, network,
                                        options_.graphOptimization, executionProvider());

@@ -14,6 +14,7 @@ namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
 constexpr uint32_t kVersionWithStatistics = 23;  // of allocators
+constexpr uint32_t kVersionWithWeightsInMemory = 18;
 
 // Text that the engine allocates.
 std::string takeText(char* text, OrtAllocator& allocator) {
@@ -209,6 +210,28 @@ Owned<OrtSession> openFile(const NetworkFile& file, const OrtSessionOptions& opt
     });
 }
 
+// Has the engine take weights from memory, in place of the files that the network names; it copies them.
+void addArchivedWeights(const NetworkFile& file, OrtSessionOptions& options) {
+    if (file.archivedWeights.empty()) return;
+    if (engine().version < kVersionWithWeightsInMemory) {
+        throw ModelMetaDataException("weights in files of their own within an archive need ONNX Runtime 1." +
+                                     std::to_string(kVersionWithWeightsInMemory) + " or later, found is " +
+                                     engine().release);
+    }
+    std::vector<std::filesystem::path::string_type> names;
+    std::vector<char*> buffers;
+    std::vector<size_t> sizes;
+    for (const auto& [location, weights] : file.archivedWeights) {
+        names.push_back(std::filesystem::path(std::u8string(location.begin(), location.end())).native());
+        buffers.push_back(const_cast<char*>(reinterpret_cast<const char*>(weights->data)));  // only read
+        sizes.push_back(static_cast<size_t>(weights->size));
+    }
+    std::vector<const ORTCHAR_T*> texts;
+    for (const auto& name : names) texts.push_back(name.c_str());
+    check(api().AddExternalInitializersFromFilesInMemory(&options, texts.data(), buffers.data(), sizes.data(),
+                                                         texts.size()));
+}
+
 struct CachedSession {
     Owned<OrtSession> session;
     OnnxOutline outline;
@@ -324,6 +347,7 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
     const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
     operators.addTo(*sessionOptions);
     addOperatorLibraries(*sessionOptions);
+    addArchivedWeights(file, *sessionOptions);
     std::optional<CachedSession> cached;
     if (cache != nullptr) cached = openCached(file, options, provider, *cache, log);
     Opened opened{std::move(operators),

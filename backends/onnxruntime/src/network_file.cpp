@@ -16,23 +16,29 @@ bool isNetwork(const std::string& name) {
            });
 }
 
+// The one name of a network among those of a folder or an archive.
+std::string onlyNetwork(std::vector<std::string> names, const char* where) {
+    names.erase(std::remove_if(names.begin(), names.end(), [](const auto& name) { return !isNetwork(name); }),
+                names.end());
+    std::sort(names.begin(), names.end());
+    if (names.size() == 1) return names[0];
+    std::string found = names.empty() ? "none" : "\"" + names[0] + "\"";
+    for (size_t i = 1; i < names.size(); ++i) found += ", \"" + names[i] + "\"";
+    throw ModelMetaDataException(std::string("the ") + where +
+                                 " has to hold one file whose name ends in \".onnx\", found: " + found);
+}
+
 // The one network of a folder, as a component of its own.
 ModelComponent findNetwork(const ModelComponent& component, const Filepath& rootDir) {
     Filepath folder;
     require(Kit::locateComponent(component, rootDir, folder));
     std::vector<std::string> names;
     for (const Filepath& name : FileUtils().findFilesByPattern(folder, std::string("*") + kExtension)) {
-        if (isNetwork(name.getPathString())) names.push_back(name.getPathString());
-    }
-    std::sort(names.begin(), names.end());
-    if (names.size() != 1) {
-        std::string found = names.empty() ? "none" : "\"" + names[0] + "\"";
-        for (size_t i = 1; i < names.size(); ++i) found += ", \"" + names[i] + "\"";
-        throw ModelMetaDataException("the folder has to hold one file whose name ends in \".onnx\", found: " + found);
+        names.push_back(name.getPathString());
     }
     ModelComponent network;
     network.name = component.name;
-    network.path = component.path + "/" + names[0];
+    network.path = component.path + "/" + onlyNetwork(std::move(names), "folder");
     network.type = ComponentKind::File;
     return network;
 }
@@ -55,19 +61,41 @@ std::vector<std::filesystem::path> locateWeights(const NetworkFile& file) {
     return weights;
 }
 
-NetworkFile read(const ModelComponent& component, const Filepath& rootDir) {
-    NetworkFile file;
-    if (component.type == ComponentKind::SecuredTar) {
-        require(Kit::readComponentFiles(component, rootDir, file.archive));
-        const Kit::ComponentFiles::File* const network = file.archive.only(kExtension);
-        if (network == nullptr) {
-            throw ModelMetaDataException(
-                "the archive has none or several files whose name ends in \".onnx\", wanted is one");
+// The weights that lie in the archive of the network, below its own folder there.
+void findArchivedWeights(const std::string& network, NetworkFile& file) {
+    const std::string folder = network.substr(0, network.rfind('/') + 1);  // nothing at the top
+    for (const std::string& location : file.outline.weightFiles) {
+        const std::string about = "the weights in \"" + location + "\"";
+        if (location.empty() || !Kit::staysInside(location)) {
+            throw ModelMetaDataException(about + " lie outside of the network's folder");
         }
-        file.bytes = Kit::ComponentBytes(network->data, network->size);
-    } else {
-        require(Kit::readComponent(component, rootDir, file.bytes));
+        const std::u8string inside = toSystemPath(Filepath(location)).lexically_normal().generic_u8string();
+        const Kit::ComponentFiles::File* const weights =
+            file.archive.find(folder + std::string(inside.begin(), inside.end()));
+        if (weights == nullptr) throw ModelMetaDataException(about + " are missing in the archive");
+        file.archivedWeights.emplace_back(location, weights);
     }
+}
+
+NetworkFile readArchive(const ModelComponent& component, const Filepath& rootDir) {
+    NetworkFile file;
+    file.isProtected = true;
+    require(Kit::readComponentFiles(component, rootDir, file.archive));
+    std::vector<std::string> names;
+    for (const Kit::ComponentFiles::File& each : file.archive.files()) names.push_back(each.name);
+    const Kit::ComponentFiles::File& network = *file.archive.find(onlyNetwork(std::move(names), "archive"));
+    file.bytes = Kit::ComponentBytes(network.data, network.size);
+    file.outline = readOutline(network.data, network.size);
+    findArchivedWeights(network.name, file);
+    return file;
+}
+
+NetworkFile read(const ModelComponent& component, const Filepath& rootDir) {
+    if (component.type == ComponentKind::SecuredTar) return readArchive(component, rootDir);
+    NetworkFile file;
+    file.isProtected =
+        component.type == ComponentKind::SecuredFile || component.type == ComponentKind::SecuredMemoryStream;
+    require(Kit::readComponent(component, rootDir, file.bytes));
     if (component.type == ComponentKind::File) {
         Filepath path;
         require(Kit::locateComponent(component, rootDir, path));

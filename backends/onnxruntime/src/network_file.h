@@ -5,6 +5,8 @@
 #include <TarnoMirelo/kit/components.h>
 
 #include <filesystem>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace TarnoMirelo::OnnxRuntime {
@@ -18,10 +20,16 @@ struct NetworkFile {
     std::filesystem::path path;
     /// Of the weights that lie in files of their own.
     std::vector<std::filesystem::path> weights;
+    /// The files of a protected archive, in which the bytes lie.
+    Kit::ComponentFiles archive;
+    /// Weights that lie in the archive, by the path that the network has for them.
+    std::vector<std::pair<std::string, const Kit::ComponentFiles::File*>> archivedWeights;
+    /// Whether the component is protected: nothing of it may be written anywhere.
+    bool isProtected = false;
 };
 
-/// Reads the network of a component of any kind. Raises what is wrong with it, the
-/// component's name before the text. Its weights are there.
+/// Reads the network of a component of any kind. Raises what is wrong with it, the component's name before the text.
+/// Its weights are there.
 NetworkFile readNetworkFile(const ModelComponent& component, const Filepath& rootDir);
 
 /// The system's own form of a path in UTF-8. Raises `FileException` where the text is none.

@@ -103,9 +103,10 @@ MIRELO_ONNXRUNTIME_API std::vector<std::shared_ptr<Device>> devices();
 ///     files of their own lie in the same folder or below it.
 ///   - "dir": a folder under the root directory that holds one file whose name ends in ".onnx", and its weights.
 ///   - "memory_stream": the component's buffer holds the bytes, the weights among them.
-///   - "secured_file", "secured_memory_stream", and "secured_tar", an archive in which one name ends in ".onnx":
-///   protected,
-///     opened in memory with the component's key and written nowhere. The network holds its weights.
+///   - "secured_file", "secured_memory_stream": the same, protected.
+///   - "secured_tar": a protected archive that holds one file whose name ends in ".onnx", and its weights in the same
+///     folder or below it; those need ONNX Runtime 1.18.
+/// What is protected is opened in memory with the component's key, and nothing of it is written anywhere.
 /// Inputs and outputs of the target are tensors that bear the names of the network's own. An input that the network has
 /// a constant for may be left out.
 ///
@@ -132,8 +133,8 @@ MIRELO_ONNXRUNTIME_API std::vector<std::shared_ptr<Device>> devices();
 /// of a model and a component. It is used when it is whole, which its digest tells, and when network, weights,
 /// optimisation, execution provider, release of the engine and processor are those that it was made with. What goes
 /// wrong with it is logged as a warning, and the network loaded without. Networks with operators of the host's or of
-/// its libraries are not kept, for the engine may have computed them, nor are protected ones. Whoever can write to the
-/// folder decides what is computed.
+/// its libraries are not kept: the engine may have computed them. Protected ones aren't, either: the file would be
+/// plain. Whoever can write to the folder decides what is computed.
 ///
 /// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output or component:
 ///   - `INVALID_OPERATION`: the model is not loaded; the network can't take that many rows at once; what was bound has

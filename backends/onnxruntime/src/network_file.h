@@ -13,7 +13,6 @@ namespace TarnoMirelo::OnnxRuntime {
 
 /// A network as it lies in a component.
 struct NetworkFile {
-    Kit::ComponentFiles archive;  // what the bytes are borrowed from, for a component that is one
     Kit::ComponentBytes bytes;
     OnnxOutline outline;
     /// Where the bytes come from; empty for a component in memory, and for a protected one, which is opened there.

@@ -85,7 +85,7 @@ class OnnxRuntimeBackend : public testing::Test {
         return text(model->load(written(bytes, inputs, outputs)));
     }
     std::string loadSum() { return load(sum(), {describe("x", {1, 2})}, {describe("y", {1, 2})}); }
-    std::string predict(MireloModel& of, const Inputs& inputs) {
+    static std::string predict(MireloModel& of, const Inputs& inputs) {
         Outputs outputs;
         const MireloStatus status = of.predict(inputs, outputs);
         return status.ok() ? text(*outputs.at(0)->asTensor()) : text(status);
@@ -456,7 +456,7 @@ class Widen : public OnnxRuntime::Operator {
                          const std::vector<std::shared_ptr<ITensor>>& outputs) override {
         const int64_t count = inputs[0]->shape().size();
         auto* const to = reinterpret_cast<int64_t*>(outputs.at(0)->buffer());
-        for (int64_t i = 0; i < count; ++i) to[i] = 2 * inputs[0]->buffer()[i];
+        for (int64_t i = 0; i < count; ++i) to[i] = int64_t{2} * inputs[0]->buffer()[i];
         if (count > 0 && to[0] == 20) return {RANGE_ERROR, "ten"};
         if (count > 0 && to[0] == 40) throw std::runtime_error("twenty");
         *reinterpret_cast<int64_t*>(outputs.at(1)->buffer()) = count;

@@ -20,7 +20,8 @@ bool isKnown(const TensorShape& shape) {
 Owned<OrtValue> wrap(const ITensor& tensor) {
     const TensorShape& shape = tensor.shape();
     constexpr int64_t kNone = 0;
-    const int64_t* const dimensions = shape.dimension() == 0 ? &kNone : &shape[0];
+    const int64_t* const dimensions =
+        shape.dimension() == 0 ? &kNone : &shape[0];  // NOLINT(readability-container-data-pointer): data() is not const
     OrtValue* value = nullptr;
     check(api().CreateTensorWithDataAsOrtValue(
         hostMemory(), const_cast<uint8_t*>(tensor.buffer()), static_cast<size_t>(tensor.bytes()), dimensions,
@@ -148,6 +149,7 @@ void runAndCopy(const Network& network, const Feeds& feeds, const Kit::InputTens
     const Kit::OutputPorts& ports = network.outputs();
     const std::vector<size_t> wanted = wantedOutputs(arrange(network, inputs, outputs, rows), outputs.empty());
     std::vector<const char*> names;
+    names.reserve(wanted.size());
     for (const size_t i : wanted) names.push_back(ports[i].name.c_str());
     std::vector<OrtValue*> values(wanted.size());
     feeds.run(network, names, values);

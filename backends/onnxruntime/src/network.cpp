@@ -35,7 +35,7 @@ NetworkValue describe(std::string name, const Owned<OrtTypeInfo>& type, const On
     std::vector<int64_t> shape(count);
     check(api().GetDimensions(tensor, shape.data(), count));
     // The engine tells a scalar and an unknown number of dimensions alike.
-    if (count > 0 || outline.valuesWithShape.count(value.name) > 0) value.shape = std::move(shape);
+    if (count > 0 || outline.valuesWithShape.contains(value.name)) value.shape = std::move(shape);
     return value;
 }
 
@@ -168,10 +168,10 @@ Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider
 // What the engine allocates for a network beside its weights and its arena. It does not tell: these are the sizes that
 // the heap was seen to grow by with release 1.29.
 uint64_t bytesBesideWeights(const OnnxOutline& outline) {
-    constexpr uint64_t kSession = 64 * 1024;
-    constexpr uint64_t kNode = 3 * 1024;
-    constexpr uint64_t kConstant = 1740;
-    constexpr uint64_t kSubgraph = 10 * 1024;
+    constexpr uint64_t kSession = 65'536;
+    constexpr uint64_t kNode = 3'072;
+    constexpr uint64_t kConstant = 1'740;
+    constexpr uint64_t kSubgraph = 10'240;
     return kSession + kNode * outline.nodes + kConstant * outline.constants + kSubgraph * outline.subgraphs +
            outline.subgraphWeightBytes;
 }
@@ -321,7 +321,7 @@ uint64_t Network::arenaBytes() const {
 
 void Network::measureMemory() const { memory_ = outsideArena_ + arenaBytes(); }
 
-Network::Run::Run(const Network& network, uint64_t inputBytes) : network_(network), mayGrow_(false) {
+Network::Run::Run(const Network& network, uint64_t inputBytes) : network_(network) {
     const auto isMost = [](auto& most, auto value) {
         for (auto seen = most.load(); value > seen;) {
             if (most.compare_exchange_weak(seen, value)) return true;

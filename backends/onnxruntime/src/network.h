@@ -73,7 +73,7 @@ class Network {
 
      private:
         const Network& network_;
-        bool mayGrow_;
+        bool mayGrow_ = false;
     };
 
  private:

@@ -116,7 +116,7 @@ std::filesystem::path toSystemPath(const Filepath& path) {
     std::string text = path.getPathString();
     std::replace(text.begin(), text.end(), '\\', '/');
     try {
-        return std::filesystem::path(std::u8string(text.begin(), text.end()));
+        return {std::u8string(text.begin(), text.end())};
     } catch (const std::exception&) {
         throw FileException("The path is not UTF-8: " + path.getPathString());
     }

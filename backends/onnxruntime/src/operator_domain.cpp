@@ -179,10 +179,12 @@ void setOutput(OrtShapeInferContext& context, size_t index, const TensorDescript
     const std::vector<int64_t> shape = output.shape().shapeVector();
     check(api().SetDimensions(info.get(), shape.data(), shape.size()));
     std::vector<std::string> names;
+    names.reserve(shape.size());
     for (const int64_t size : shape) {
         names.push_back(size < 0 ? "operator_dimension_" + std::to_string(++unknown) : std::string());
     }
     std::vector<const char*> texts;
+    texts.reserve(names.size());
     for (const std::string& name : names) texts.push_back(name.c_str());
     check(api().SetSymbolicDimensions(info.get(), texts.data(), texts.size()));
     check(api().ShapeInferContext_SetOutputTypeShape(&context, index, info.get()));
@@ -262,7 +264,7 @@ struct OperatorDomains::Domain {
 
 OperatorDomains::OperatorDomains(const OnnxOutline& outline) {
     for (const auto& [domain, type] : outline.operators) {  // in the order of the domains
-        std::unique_ptr<Operator> prototype = createOperator(domain + "." + type);
+        std::unique_ptr<Operator> prototype = createOperator(std::string(domain).append(".").append(type));
         if (prototype == nullptr) continue;
         if (domains_.empty() || domains_.back()->name != domain) domains_.push_back(std::make_unique<Domain>(domain));
         Domain& last = *domains_.back();
@@ -299,7 +301,8 @@ std::optional<MireloStatus> operatorStatusIn(const std::string& engineText) {
     const size_t end = begin == std::string::npos ? begin : engineText.find(kStatusEnd, begin);
     if (end == std::string::npos) return std::nullopt;
     // The text may be anybody's: a failure never becomes a success.
-    auto code = static_cast<STATUS_CODE>(std::atoi(engineText.c_str() + begin + sizeof kStatusBegin - 1));
+    auto code =
+        static_cast<STATUS_CODE>(std::strtol(engineText.c_str() + begin + sizeof kStatusBegin - 1, nullptr, 10));
     if (code == SUCCESS || code == WARNING || code == 0) code = ML_FRAMEWORK_ERROR;
     return MireloStatus(code, engineText.substr(end + sizeof kStatusEnd - 1));
 }

@@ -336,14 +336,14 @@ TEST(KitCheck, KeepsItsPromisesForManifestsMadeByTheRules) {
                R"(], "outputs": [)" + feature("x") + "]}";
     };
     size_t sound = 0;
-    for (int i = 0; i < 6000; ++i) {
+    for (int i = 0; i < 2000; ++i) {
         const std::string more = pick({"", R"(, "CoreML": )" + target(), R"(, "TFJS": )" + target()});
         const std::string version = pick({"-2147483648", "2147483647", "0", "-0", "2147483648"});
         const std::string text = R"({"version": )" + version + R"(, "targets": {"WinML": )" + target() + more + "}}";
         EXPECT_EQ(brokenPromise(text, fresh(directory, text)), "") << text;
         sound += checkManifestText(text).empty() ? 1 : 0;
     }
-    EXPECT_GT(sound, 300U);
+    EXPECT_GT(sound, 100U);
 }
 
 TEST(KitCheck, TakesAnyDepthAndAnyNumberOfMistakes) {

@@ -159,7 +159,7 @@ void writeConditions(Writer& out, const ObjectRule& object) {
     for (const KeyRule& rule : object.keys) {
         if (!hasCondition(rule)) continue;
         const Condition& condition = *rule.condition;
-        writeImplication(out, condition.key, condition.texts, rule.key, false);
+        if (condition.requiredThere) writeImplication(out, condition.key, condition.texts, rule.key, false);
         if (!condition.refusedElsewhere) continue;
         std::vector<std::string_view> others;
         for (const std::string_view each : findRule(object, condition.key)->allowed) {
@@ -236,7 +236,11 @@ std::string makeSchema() {
 std::string neededText(const KeyRule& rule) {
     if (rule.required) return "yes";
     if (rule.condition == nullptr) return "";
-    return (rule.condition->refusedElsewhere ? "for, and only for, " : "for ") + quotedList(rule.condition->texts);
+    const Condition& condition = *rule.condition;
+    const char* const when = !condition.requiredThere     ? "no; only for "
+                             : condition.refusedElsewhere ? "for, and only for, "
+                                                          : "for ";
+    return when + quotedList(condition.texts);
 }
 
 std::string makeTables() {

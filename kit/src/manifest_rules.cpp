@@ -26,6 +26,8 @@ constexpr std::string_view kPixelTypes[] = {"one", "BGR", "RGB", "RGBA", "BGRA"}
 constexpr std::string_view kTensorOnly[] = {"tensor"};
 constexpr std::string_view kImageOnly[] = {"image"};
 
+constexpr std::string_view kFileKinds[] = {ComponentKind::File, ComponentKind::SecuredFile, ComponentKind::SecuredTar};
+constexpr Condition kIsFile{.key = "type", .texts = kFileKinds, .requiredThere = false, .refusedElsewhere = true};
 constexpr Condition kOnDisk{.key = "type", .texts = kKindsOnDisk};
 constexpr Condition kSecured{
     .key = "type", .texts = kSecuredKinds, .refusedElsewhere = true, .severity = Severity::Warning};
@@ -145,13 +147,15 @@ constexpr KeyRule kComponentKeys[] = {
     {.key = "size",
      .kind = Kind::Integer,
      .meaning = "the file's length in bytes, for `Kit::verifyPackage`",
-     .advice = "Write the file's length in bytes, or remove the key."},
+     .advice = "Write the file's length in bytes, or remove the key.",
+     .condition = &kIsFile},
     {.key = "sha256",
      .meaning = "the file's SHA-256, for `Kit::verifyPackage`",
      .advice = "Write the file's digest, or remove the key.",
      .accepts = isDigest,
      .pattern = "^[0-9a-f]{64}$",
-     .form = "64 lower-case hexadecimal digits"},
+     .form = "64 lower-case hexadecimal digits",
+     .condition = &kIsFile},
 };
 
 constexpr KeyRule kFeatureKeys[] = {

@@ -20,10 +20,11 @@ enum class Kind {
     Retired,  ///< once in use, no longer supported
 };
 
-/// A key that is wanted where another key of the same object has one of these texts.
+/// What a key depends on: whether another key of the same object has one of these texts.
 struct Condition {
     std::string_view key;
     std::span<const std::string_view> texts;
+    bool requiredThere = true;
     bool refusedElsewhere = false;
     Severity severity = Severity::Error;  ///< where it is missing, and where it is refused
 };

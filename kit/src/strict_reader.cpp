@@ -433,7 +433,7 @@ class StrictReader {
         const bool holds = isDecided && std::find(condition->texts.begin(), condition->texts.end(), frame.choice) !=
                                             condition->texts.end();
         const Severity severity = condition == nullptr ? Severity::Error : condition->severity;
-        if (!isThere && (rule.required || holds)) {
+        if (!isThere && (rule.required || (holds && condition->requiredThere))) {
             if (!findings_.count(severity)) return;
             const std::string key = '"' + std::string(rule.key) + '"';
             const std::string because = holds ? " where " + chosen(*condition, frame.choice) : "";

@@ -39,10 +39,12 @@ void settleAllocator() {
 }
 
 const std::map<std::string, void (*)()>& families() {
-    static const std::map<std::string, void (*)()> all{
-        {"archives", addArchives}, {"batches", addBatches}, {"files", addFiles},          {"idle", addIdleCalls},
-        {"kit", addKit},           {"logging", addLogging}, {"manager", addManager},      {"manifests", addManifests},
-        {"memory", addMemory},     {"opencv", addOpenCv},   {"protection", addProtection}};
+    static const std::map<std::string, void (*)()> all{{"archives", addArchives}, {"batches", addBatches},
+                                                       {"files", addFiles},       {"idle", addIdleCalls},
+                                                       {"kit", addKit},           {"logging", addLogging},
+                                                       {"manager", addManager},   {"manifests", addManifests},
+                                                       {"memory", addMemory},     {"onnxruntime", addOnnxRuntime},
+                                                       {"opencv", addOpenCv},     {"protection", addProtection}};
     return all;
 }
 

@@ -80,6 +80,7 @@ void registerRows();
 const std::filesystem::path& scratchDirectory();
 
 void addIdleCalls();
+void addOnnxRuntime();
 void addOpenCv();
 void addManifests();
 void addMemory();

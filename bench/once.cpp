@@ -4,44 +4,13 @@
 //   heap_growth                  bytes that a million calls of predict leave on the heap
 // With a number as argument, it only calls predict that often; callgrind counts the instructions.
 
+#include "allocations.h"
 #include "idle_model.h"
 
 #include <cstdlib>
 #include <iostream>
 #include <malloc.h>
 #include <string>
-
-// Names of the C library's own. NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* block, size_t size);
-}
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
-namespace {
-
-uint64_t allocations = 0;
-
-}  // namespace
-
-// They replace the C library's: every allocation of the process comes through here.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
-extern "C" {
-__attribute__((visibility("default"))) void* malloc(size_t size) {
-    ++allocations;
-    return __libc_malloc(size);
-}
-__attribute__((visibility("default"))) void* calloc(size_t count, size_t size) {
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-__attribute__((visibility("default"))) void* realloc(void* block, size_t size) {
-    ++allocations;
-    return __libc_realloc(block, size);
-}
-}
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace {
 
@@ -52,12 +21,12 @@ uint64_t countVariableTensor() {
     const TensorShape large(16, 4096);
     const TensorShape small(1, 64);
     tensor.allocateShape(large);
-    const uint64_t before = allocations;
+    const uint64_t before = Bench::allocations();
     for (int i = 0; i < 500; ++i) {
         tensor.allocateShape(small);
         tensor.allocateShape(large);
     }
-    return allocations - before;
+    return Bench::allocations() - before;
 }
 
 void predict(int times) {
@@ -71,11 +40,11 @@ void predict(int times) {
 
 uint64_t countPredictAllocations() {
     predict(1);
-    const uint64_t before = allocations;
+    const uint64_t before = Bench::allocations();
     predict(1);
-    const uint64_t once = allocations - before;
+    const uint64_t once = Bench::allocations() - before;
     predict(1001);
-    return allocations - before - 2 * once;
+    return Bench::allocations() - before - 2 * once;
 }
 
 int64_t heapGrowth() {

@@ -23,6 +23,7 @@ PROCESSES = [
     (["idle"], {}, 1, 15),
     (["kit"], {}, 1, 15),
     (["opencv"], {}, 9, 5),
+    (["onnxruntime"], {}, 5, 5),
     (["manifests", "memory"], {}, 1, 15),
     (["files"], KEEP_MEMORY, 1, 15),
     (["archives", "manager", "logging"], {}, 1, 15),
@@ -36,8 +37,16 @@ WANTED = [
     ("predict, idle backend beside threads", None, None),
     ("predict, idle", None, 0.2),
     ("evaluate, idle", None, 0.2),
-    ("predict, digits", None, None),
-    ("(evaluate, digits|predict, convolutions|evaluate, convolutions)", 1.05, None),
+    ("predict, digits over OpenCV", None, None),
+    ("(evaluate, digits|predict, convolutions|evaluate, convolutions) over OpenCV", 1.05, None),
+    ("predict, voice", 1.1, None),
+    ("evaluate, voice", 1.05, None),
+    ("predict, digits over ONNX Runtime", 1.6, None),
+    ("evaluate, digits over ONNX Runtime", 1.25, None),
+    ("load, (voice|48 layers)", 1.05, None),
+    ("load, ", None, None),
+    ("load from the cache, (voice|48 layers)", None, 0.8),
+    ("load from the cache", None, None),
     ("predictBatch", None, None),
     ("ModelMetadata::load", 1.5, None),
     ("allocateInputs, (1 KB|.*beside)", None, None),
@@ -124,6 +133,12 @@ def start_times(programs, spawns=1000):
     return least
 
 
+def counts(program):
+    """What a program prints, by name."""
+    printed = subprocess.run([program], check=True, capture_output=True, text=True).stdout
+    return dict(line.split() for line in printed.splitlines())
+
+
 def instructions():
     """The instructions of a predict, and the most that the check allows."""
     check = subprocess.run([ROOT / ".ci/check_instructions"], capture_output=True, text=True)
@@ -170,6 +185,10 @@ class Table:
         good = most is None or value <= most
         self.line(name, f"{value:.3g}{unit}", "", "" if most is None else f"{most:g}{unit}", "", "", good)
 
+    def gain(self, name, value, least):
+        self.line(name, f"{value:.3g}", "", "" if least is None else f">={least:g}", "", "",
+                  least is None or value >= least)
+
     def line(self, name, ours, limit, limit_wanted, other, other_wanted, good):
         self.over += not good
         print(f"{name:<66} {ours:>9} {limit:>9} {limit_wanted:>7} {other:>9} {other_wanted:>7}  "
@@ -192,12 +211,16 @@ def main():
     for name, row, other, share, most in DIFFERENCES:
         beyond = 0 if other is None else rows[other]["ours"]
         table.figure(name, (rows[row]["ours"] - beyond) / share, most, " ns")
-    counted = dict(line.split() for line in subprocess.run(
-        [f"{build}/bench/sdk-core-bench-once"], check=True, capture_output=True, text=True).stdout.splitlines())
+    counted = counts(f"{build}/bench/sdk-core-bench-once") | counts(f"{build}/bench/sdk-core-bench-onnxruntime_once")
     table.figure("VariableTensor, allocations of 1,000 changes", int(counted["variable_tensor_allocations"]), 0)
     table.figure("predict, allocations of 1,000 calls", int(counted["predict_allocations"]), 0)
     table.figure("predict, heap growth of a million calls", int(counted["heap_growth"]), 0, " B")
     table.figure("predict, instructions", *instructions())
+    table.figure("evaluate, voice over ONNX Runtime, allocations beyond the engine's",
+                 int(counted["evaluate_allocations"]), 0)
+    table.gain("evaluate, voice over ONNX Runtime, throughput of two threads", float(counted["two_threads"]), 1.8)
+    table.gain("evaluate, voice by the engine alone, throughput of two threads", float(counted["two_threads_engine"]),
+               None)
     # Once more, minutes later: a shared machine may be slow for seconds.
     empty, runtime, load = map(min, before, start_times(starts))
     start = "start to a loaded manifest, beyond"

@@ -8,6 +8,11 @@
 
 namespace TarnoMirelo::Tool {
 
+void addProtectionOptions(CLI::App& command, ProtectionOptions& options) {
+    command.add_option("--key-file", options.keyFile, "the file that holds the key")->required();
+    command.add_option("PATH", options.path, "a manifest or a folder")->required();
+}
+
 Kit::SecretBytes readKey(const std::string& file) {
     const std::filesystem::path path = toPath(file);
     if (!std::filesystem::is_regular_file(path)) throw Failure(file + ": there is no such file, wanted is a key");

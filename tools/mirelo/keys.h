@@ -2,6 +2,7 @@
 
 #include <TarnoMirelo/kit/protection.h>
 
+#include <CLI/CLI.hpp>
 #include <string>
 
 namespace TarnoMirelo::Tool {
@@ -9,6 +10,14 @@ namespace TarnoMirelo::Tool {
 inline constexpr uint64_t kKeyBytes = 16;
 /// At the end of the names of protected files.
 inline constexpr const char* kProtectedSuffix = ".protected";
+
+/// What `protect` and `unprotect` are told.
+struct ProtectionOptions {
+    std::string path;
+    std::string keyFile;
+};
+
+void addProtectionOptions(CLI::App& command, ProtectionOptions& options);
 
 /// The key in a file. Raises `Failure` where the file can't be read or holds anything else than 16 bytes.
 Kit::SecretBytes readKey(const std::string& file);

@@ -5,12 +5,7 @@
 namespace TarnoMirelo::Tool {
 namespace {
 
-struct Options {
-    std::string path;
-    std::string keyFile;
-};
-
-ExitCode protect(const Options& options, Console& console) {
+ExitCode protect(const ProtectionOptions& options, Console& console) {
     const Kit::SecretBytes key = readKey(options.keyFile);
     ComponentExchange exchange(options.path);
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
@@ -34,12 +29,11 @@ ExitCode protect(const Options& options, Console& console) {
 }  // namespace
 
 void addProtect(Commands& commands) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ProtectionOptions>();
     CLI::App& command = commands.add("protect", "Encrypt the files of a packaged model in place",
                                      "  mirelo keygen model.key\n  mirelo protect --key-file model.key digits",
                                      [options](Console& console) { return protect(*options, console); });
-    command.add_option("--key-file", options->keyFile, "the file that holds the key")->required();
-    command.add_option("PATH", options->path, "a manifest or a folder")->required();
+    addProtectionOptions(command, *options);
 }
 
 }  // namespace TarnoMirelo::Tool

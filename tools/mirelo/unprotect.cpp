@@ -5,17 +5,12 @@
 namespace TarnoMirelo::Tool {
 namespace {
 
-struct Options {
-    std::string path;
-    std::string keyFile;
-};
-
 std::string plainPath(const std::string& path) {
     const std::string suffix = kProtectedSuffix;
     return path.ends_with(suffix) ? path.substr(0, path.size() - suffix.size()) : path + ".plain";
 }
 
-ExitCode unprotect(const Options& options, Console& console) {
+ExitCode unprotect(const ProtectionOptions& options, Console& console) {
     const Kit::SecretBytes key = readKey(options.keyFile);
     ComponentExchange exchange(options.path);
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
@@ -37,12 +32,11 @@ ExitCode unprotect(const Options& options, Console& console) {
 }  // namespace
 
 void addUnprotect(Commands& commands) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ProtectionOptions>();
     CLI::App& command = commands.add("unprotect", "Decrypt the files of a packaged model in place",
                                      "  mirelo unprotect --key-file model.key digits",
                                      [options](Console& console) { return unprotect(*options, console); });
-    command.add_option("--key-file", options->keyFile, "the file that holds the key")->required();
-    command.add_option("PATH", options->path, "a manifest or a folder")->required();
+    addProtectionOptions(command, *options);
 }
 
 }  // namespace TarnoMirelo::Tool

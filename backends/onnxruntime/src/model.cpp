@@ -77,8 +77,8 @@ OrtEP Model::executionProvider() const {
     return device == nullptr ? OrtEP::Undefined : device->getORTType();
 }
 
-// Null for none, also where it can't be made: a cache must not fail the load. What operators of the host's compute may
-// be another thing next time, and may be a part of the optimised network.
+// Null for none, also where it can't be made: a cache must not fail the load. What is protected must not lie in the
+// open. What operators of the host's compute may be another thing next time, and be a part of the optimised network.
 std::unique_ptr<Cache> Model::cacheFor(const ModelComponent& component, const NetworkFile& network) const {
     if (options_.cacheDirectory.getPathString().empty() || usesHostOperators(network.outline)) return nullptr;
     if (network.isProtected) return nullptr;  // the file would not be

@@ -36,7 +36,7 @@ TEST(KitFileFailures, AFullDiskGetsNoHalfFile) {
     const Filepath plain = from.write("plain", content);
     const Filepath container = from.write("container", stringOf(protectedBytes(content)));
     const Filepath target = to.path("file");
-    for (const rlim_t bytes : {0, 31, 32, 1000, 1048608, 2999999}) {
+    for (const rlim_t bytes : {0UL, 31UL, 32UL, 1000UL, 1048608UL, 2999999UL}) {
         const Room room(bytes);
         EXPECT_EQ(text(protectFile(plain, kTestKey, target)), "3: Cannot write the file " + target.getPathString());
         EXPECT_EQ(text(unprotectFile(container, kTestKey, target)),
@@ -75,7 +75,8 @@ TEST(KitFileFailures, WhatIsNoFileIsLeftAlone) {
     ASSERT_EQ(symlink("pipe", (directory.native() / "link").c_str()), 0);
     for (const Filepath& path : {pipe, link}) {
         EXPECT_EQ(text(protectFile(plain, kTestKey, path)), "3: Cannot write the file " + path.getPathString());
-        EXPECT_EQ(text(protectFile(path, kTestKey, plain)), "3: Cannot open the file " + path.getPathString());
+        const Filepath& target = plain;
+        EXPECT_EQ(text(protectFile(path, kTestKey, target)), "3: Cannot open the file " + path.getPathString());
     }
     EXPECT_TRUE(std::filesystem::is_fifo(directory.native() / "pipe"));
     EXPECT_TRUE(std::filesystem::is_symlink(directory.native() / "link"));

@@ -221,6 +221,7 @@ TEST(KitProtection, SaysWhenAStreamFails) {
 TEST(KitProtection, LeavesNothingBehindWhereAFileFails) {
     const TempDir directory;
     const Filepath plain = directory.write("plain", content(kChunk + 1));
+    const Filepath unsealed = plain;  // taken for a container
     const Filepath there = directory.write("there", "as it was");
     Bytes damaged = protectedBytes(content(kChunk + 1));
     damaged.back() ^= 1;
@@ -234,7 +235,7 @@ TEST(KitProtection, LeavesNothingBehindWhereAFileFails) {
         std::string expected;
     } cases[] = {
         {unprotectFile(container, kTestKey, there), kDoesNotOpen},
-        {unprotectFile(plain, kTestKey, there), kDoesNotOpen},
+        {unprotectFile(unsealed, kTestKey, there), kDoesNotOpen},
         {protectFile(plain, kNoKey, there), "7: The key is all zero, wanted are 16 bytes that are secret"},
         {protectFile(absent, kTestKey, there), "3: Cannot open the file " + absent.getPathString()},
         {protectFile(taken, kTestKey, there), "3: Cannot open the file " + taken.getPathString()},

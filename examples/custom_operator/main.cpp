@@ -1,7 +1,8 @@
 // A model with an operator that the engine lacks: it can't be loaded until the host supplies the operator.
 
+#include "engine.h"
+
 #include <TarnoMirelo/TarnoMirelo.h>
-#include <TarnoMirelo/opencv.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,27 +12,21 @@
 
 using namespace TarnoMirelo;
 
-namespace {
-
-// Scales each row to the length 1.
-class UnitLength : public OpenCv::Operator {
- public:
-    std::vector<TensorShape> outputShapes(const std::vector<TensorShape>& inputs) const override { return inputs; }
-
-    MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
-                         const std::vector<std::shared_ptr<ITensor>>& outputs) override {
-        const TensorShape& shape = inputs.at(0)->shape();
-        const auto width = shape[shape.dimension() - 1];
-        const auto* from = reinterpret_cast<const float*>(inputs[0]->buffer());
-        auto* to = reinterpret_cast<float*>(outputs.at(0)->buffer());
-        for (int64_t left = shape.size(); left > 0; left -= width, from += width, to += width) {
-            const float length = std::sqrt(std::inner_product(from, from + width, from, 0.0F));
-            if (length == 0) return {INVALID_ARGUMENTS, "a row of zeros has no direction"};
-            std::transform(from, from + width, to, [length](float element) { return element / length; });
-        }
-        return {SUCCESS, ""};
+MireloStatus unitLength(const std::vector<std::shared_ptr<const ITensor>>& inputs,
+                        const std::vector<std::shared_ptr<ITensor>>& outputs) {
+    const TensorShape& shape = inputs.at(0)->shape();
+    const auto width = shape[shape.dimension() - 1];
+    const auto* from = reinterpret_cast<const float*>(inputs[0]->buffer());
+    auto* to = reinterpret_cast<float*>(outputs.at(0)->buffer());
+    for (int64_t left = shape.size(); left > 0; left -= width, from += width, to += width) {
+        const float length = std::sqrt(std::inner_product(from, from + width, from, 0.0F));
+        if (length == 0) return {INVALID_ARGUMENTS, "a row of zeros has no direction"};
+        std::transform(from, from + width, to, [length](float element) { return element / length; });
     }
-};
+    return {SUCCESS, ""};
+}
+
+namespace {
 
 MireloStatus load(MireloModel& model, const Filepath& directory) {
     ModelMetadata metadata;
@@ -59,11 +54,12 @@ MireloStatus print(const char* step, const MireloStatus& status) {
     return status;
 }
 
-bool run(const Filepath& directory) {
-    OpenCv::Model model("unit length", MireloModelType::WinML);
-    const bool refused = print("Load without the operator", load(model, directory)).getCode() == ML_FRAMEWORK_ERROR;
+bool run(const Engine& engine, const Filepath& directory) {
+    const std::shared_ptr<MireloModel> made = engine.makeModel("unit length");
+    MireloModel& model = *made;
+    const bool refused = !print("Load without the operator", load(model, directory)).ok();
 
-    CustomOperators::registerCustomOperator("example.sdk.UnitLength", [] { return std::make_unique<UnitLength>(); });
+    CustomOperators::registerCustomOperator("example.sdk.UnitLength", engine.makeOperator);
     CustomOperators::finalizeOperatorRegistry();
     if (!print("Load with the operator", load(model, directory)).ok()) return false;
 
@@ -83,9 +79,22 @@ bool run(const Filepath& directory) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::cerr << "Usage: " << argv[0] << " DIRECTORY\nRuns the packaged model of this example.\n";
+    const std::vector<Engine> engines = {
+#if defined(WITH_OPENCV)
+        openCv(),
+#endif
+#if defined(WITH_ONNXRUNTIME)
+        onnxRuntime(),
+#endif
+    };
+    const auto engine = std::find_if(engines.begin(), engines.end(), [&](const Engine& each) {
+        return argc == 2 || (argc == 3 && each.name == std::string(argv[2]));
+    });
+    if (engine == engines.end()) {
+        std::cerr << "Usage: " << argv[0] << " DIRECTORY [ENGINE]\nRuns the packaged model of this example on one of:";
+        for (const Engine& each : engines) std::cerr << " " << each.name;
+        std::cerr << std::endl;
         return 2;
     }
-    return run(Filepath(argv[1])) ? 0 : 1;
+    return run(*engine, Filepath(argv[1])) ? 0 : 1;
 }

@@ -97,19 +97,8 @@ class DenseModel : public MireloModel {
 
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
         layers_.reset();
-        Kit::ComponentBytes bytes;
-        MireloStatus status = Kit::readComponent(components.at(0), getRootDir(), bytes);
-        if (!status.ok()) return status;
-        try {
-            inputs_.emplace(getModelTarget());
-            outputs_.emplace(getModelTarget());
-            layers_ = std::make_shared<const std::vector<Layer>>(readLayers(bytes));
-            checkTarget();
-        } catch (...) {
-            layers_.reset();
-            return getStatusFromCurrentException();
-        }
-        reportMemory();
+        MireloStatus status = read(components.at(0));
+        reportMemory();  // after a failure, too: what the load before had is gone
         return status;
     }
 
@@ -169,16 +158,33 @@ class DenseModel : public MireloModel {
             return {INVALID_OPERATION, "What was bound has moved, or belongs to another load; bind again"};
         }
         run(*bound->input, *bound->output);
+        reportMemory();
         return {SUCCESS, ""};
     }
 
  private:
     static MireloStatus notLoaded() { return {INVALID_OPERATION, "The model is not loaded"}; }
 
-    void checkTarget() const {
+    MireloStatus read(const ModelComponent& component) try {
+        Kit::ComponentBytes bytes;
+        MireloStatus status = Kit::readComponent(component, getRootDir(), bytes);
+        if (!status.ok()) return status;
+        const auto layers = std::make_shared<const std::vector<Layer>>(readLayers(bytes));
+        inputs_.emplace(getModelTarget());
+        outputs_.emplace(getModelTarget());
+        checkTarget(*layers);
+        layers_ = layers;
+        return status;
+    } catch (...) {
+        MireloStatus status = getStatusFromCurrentException();
+        status.setDescription("Component \"" + component.name + "\": " + status.getDescription());
+        return status;
+    }
+
+    void checkTarget(const std::vector<Layer>& layers) const {
         const bool fits = inputs_->size() == 1 && outputs_->size() == 1 &&
-                          (*inputs_)[0].shape.size() == static_cast<int64_t>(layers_->front().inputs) &&
-                          (*outputs_)[0].shape.size() == static_cast<int64_t>(layers_->back().bias.size()) &&
+                          (*inputs_)[0].shape.size() == static_cast<int64_t>(layers.front().inputs) &&
+                          (*outputs_)[0].shape.size() == static_cast<int64_t>(layers.back().bias.size()) &&
                           (*inputs_)[0].dataType == DataType::Float && (*outputs_)[0].dataType == DataType::Float;
         if (!fits) throw ModelMetaDataException("The target is not what the layers take and give");
     }

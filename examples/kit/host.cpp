@@ -1,4 +1,4 @@
-#include "scaler.h"
+#include "../quickstart/scaler.h"
 
 #include <TarnoMirelo/kit/manager.h>
 #include <TarnoMirelo/kit/targets.h>

@@ -1,4 +1,4 @@
-#include "doubler.h"
+#include "scaler.h"
 
 #include <cstring>
 #include <iostream>
@@ -8,7 +8,7 @@ int main(int /*argc*/, char** argv) {
     ModelMetadata metadata;
     MireloStatus status = metadata.load(Filepath(argv[1]).append(Filepath("manifest.json")));
     if (status.ok()) status = metadata.validate(MireloModelType::WinML);
-    const auto model = std::make_shared<Doubler>("doubler", MireloModelType::WinML);
+    const auto model = std::make_shared<Scaler>("doubler", MireloModelType::WinML);
     if (status.ok()) status = model->load(metadata.getModelCompoents(MireloModelType::WinML));
     ModelManager manager;
     if (status.ok()) status = manager.registerModel(model);

@@ -200,7 +200,7 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
 
  protected:
     // The hooks. Arguments are borrowed for the call; what a hook returns or raises reaches the caller of the
-    // operation.
+    // operation. docs/contract.md has the status that every backend answers in each situation.
 
     /// Runs the model once. Required.
     /// @param inputs   in any order

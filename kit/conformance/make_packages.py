@@ -81,10 +81,12 @@ def main():
             [("first", [[[1, 2, 3]]]), ("second", [[[7, 0, 100]]])],
             lambda x: [x])
 
-    package("sum", [helper.make_node("Add", ["left", "right"], ["sum"])],
+    # left + 2 right: it matters which input is which.
+    package("sum",
+            [helper.make_node("Add", ["left", "right"], ["part"]), helper.make_node("Add", ["part", "right"], ["sum"])],
             [Port("left", row, rows), Port("right", row, rows)], [Port("sum", row, rows)],
             [("first", [[[1, 2, 3]], [[10, 20, 30]]]), ("second", [[[4, 5, 6]], [[-40, 0.5, 60]]])],
-            lambda x, y: [x + y])
+            lambda x, y: [x + y + y])
 
     image, images = [1, 1, 2, 2], ["rows", 1, 2, 2]
     package("two_outputs",

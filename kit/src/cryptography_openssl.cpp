@@ -25,17 +25,12 @@ void require(int result, const char* call) {
     if (result != 1) fail(call);
 }
 
-struct FreeContext {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
-};
-
 const unsigned char* bytesAt(const void* data) { return static_cast<const unsigned char*>(data); }
 
 }  // namespace
 
 struct Sha256::State {
-    std::unique_ptr<EVP_MD_CTX, FreeContext> context{EVP_MD_CTX_new()};
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context{EVP_MD_CTX_new(), EVP_MD_CTX_free};
 };
 
 Sha256::Sha256() : state_(std::make_unique<State>()) {
@@ -64,7 +59,8 @@ Digest hmacSha256(const void* key, size_t keySize, const void* data, size_t size
 }
 
 struct AesGcm::State {
-    std::unique_ptr<EVP_CIPHER_CTX, FreeContext> context{EVP_CIPHER_CTX_new()};  // wipes the key when it is freed
+    // Wipes the key when it is freed.
+    std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context{EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free};
 
     void begin(const Nonce& nonce, const void* associated, size_t associatedSize, bool sealing) const {
         int length = 0;

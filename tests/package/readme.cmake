@@ -10,5 +10,5 @@ function(check page)
     endforeach()
 endfunction()
 
-check(README.md examples/quickstart/host.cpp examples/quickstart/doubler.h)
-check(docs/kit.md examples/kit/scaler.h)
+check(README.md examples/quickstart/host.cpp examples/quickstart/scaler.h)
+check(docs/kit.md examples/kit/host.cpp)

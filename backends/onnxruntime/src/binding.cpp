@@ -104,9 +104,10 @@ Kit::OutputTensors arrange(const Network& network, const Kit::InputTensors& inpu
     return given;
 }
 
-// A result for each output where the shapes of all that are wanted are known before the run.
+// A result for each output where the engine can write all of them in place: their shapes are known before the run.
 std::optional<std::vector<Kit::Result>> knownResults(const Network& network, const Kit::InputTensors& inputs,
                                                      const MireloModel::Outputs& outputs, int64_t rows) {
+    if (network.handsInputsOut()) return std::nullopt;
     const Kit::OutputPorts& ports = network.outputs();
     std::vector<Kit::Result> results;
     results.reserve(ports.size());

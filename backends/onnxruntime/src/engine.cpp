@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include "log.h"
+#include "operator_domain.h"
 
 #include <TarnoMirelo/kit/texts.h>
 #include <TarnoMirelo/tensor.h>
@@ -65,7 +66,9 @@ void check(OrtStatus* status) {
         void operator()(OrtStatus* failed) const { api().ReleaseStatus(failed); }
     };
     const std::unique_ptr<OrtStatus, ReleaseStatus> owned(status);
-    throw EngineFailure(api().GetErrorMessage(status), api().GetErrorCode(status));
+    const std::string text = api().GetErrorMessage(status);
+    if (const auto failure = operatorStatusIn(text)) throw Exception(failure->getDescription(), failure->getCode());
+    throw EngineFailure(text, api().GetErrorCode(status));
 }
 
 const OrtMemoryInfo* hostMemory() {

@@ -38,7 +38,8 @@ struct EngineFailure : MLFrameworkException {
     OrtErrorCode code;
 };
 
-/// Raises `EngineFailure` where the engine says so. Takes the status.
+/// Raises `EngineFailure` where the engine says so, and `Exception` with the status of an operator of the host's. Takes
+/// the status.
 void check(OrtStatus* status);
 
 struct Release {

@@ -1,4 +1,5 @@
 #include "binding.h"
+#include "cache.h"
 #include "log.h"
 #include "network.h"
 
@@ -35,17 +36,17 @@ struct Model::Memory {
 
 Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config, Options options)
     : MireloModel(name, std::move(device)),
-      options_(options),
+      options_(std::move(options)),
       log_(std::make_shared<Log>(config, name)),
       memory_(std::make_unique<Memory>()) {}
 Model::Model(const std::string& name, Device* device, MireloConfig config, Options options)
     : MireloModel(name, device),
-      options_(options),
+      options_(std::move(options)),
       log_(std::make_shared<Log>(config, name)),
       memory_(std::make_unique<Memory>()) {}
 Model::Model(const std::string& name, MireloModelType type, MireloConfig config, Options options)
     : MireloModel(name, type),
-      options_(options),
+      options_(std::move(options)),
       log_(std::make_shared<Log>(config, name)),
       memory_(std::make_unique<Memory>()) {}
 Model::~Model() = default;
@@ -76,6 +77,19 @@ OrtEP Model::executionProvider() const {
     return device == nullptr ? OrtEP::Undefined : device->getORTType();
 }
 
+// Null for none, also where it can't be made: a cache must not fail the load. What operators of the host's compute may
+// be another thing next time, and may be a part of the optimised network.
+std::unique_ptr<Cache> Model::cacheFor(const ModelComponent& component, const NetworkFile& network) const {
+    if (options_.cacheDirectory.getPathString().empty() || usesHostOperators(network.outline)) return nullptr;
+    try {
+        return std::make_unique<Cache>(options_.cacheDirectory, getName(), component.name, network,
+                                       options_.graphOptimization, executionProvider());
+    } catch (const Exception& exception) {
+        log_->write(LogSeverity::Warning, about(component, std::string("not cached: ") + exception.what()));
+        return nullptr;
+    }
+}
+
 void Model::reportMemory() const {
     const std::lock_guard<std::mutex> lock(memory_->mutex);
     memory_->reporter.report(runtimeRecord(), network_ == nullptr ? 0 : network_->memory());
@@ -83,17 +97,21 @@ void Model::reportMemory() const {
 
 MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
     network_.reset();
+    setCachedModelFilePath(std::nullopt);
     MireloStatus status = statusOf([&] {
         if (components.size() > 1) {
             throw ModelMetaDataException(about(components[1], "a target has one component, a network"));
         }
         const auto start = std::chrono::steady_clock::now();
         const NetworkFile file = readNetworkFile(components.front(), getRootDir());
+        const std::unique_ptr<Cache> cache = cacheFor(components.front(), file);
         try {
-            network_ = std::make_shared<Network>(file, getModelTarget(), options_, executionProvider(), log_);
+            network_ =
+                std::make_shared<Network>(file, getModelTarget(), options_, executionProvider(), cache.get(), log_);
         } catch (const Exception& exception) {
             throw Exception(about(components.front(), exception.what()), exception.getStatusCode());
         }
+        if (network_->isFromCache()) setCachedModelFilePath(cache->path());
         const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
         log_->write(LogSeverity::Info, about(components.front(), "loaded in " + std::to_string(time.count()) + " ms"));
     });
@@ -111,6 +129,17 @@ MireloStatus Model::onUnload() {
 
 MireloStatus Model::onSetBatchSize(const unsigned int& batchSize) {
     return statusOf([&] { loadedNetwork()->setBatchSize(batchSize); });
+}
+
+MireloCacheStatus Model::onQueryCacheStatus(const Components& components) {
+    CacheStatus found = CacheStatus::NotCached;
+    statusOf([&] {
+        const std::vector<ModelComponent>& all = std::get<ModelTarget>(components).components;
+        if (options_.cacheDirectory.getPathString().empty() || all.size() != 1) return;
+        const NetworkFile network = readNetworkFile(all.front(), std::get<Filepath>(components));
+        if (const auto cache = cacheFor(all.front(), network)) found = cache->status();
+    });
+    return static_cast<MireloCacheStatus>(found);
 }
 
 MireloStatus Model::onPredict(const Inputs& inputs, Outputs& outputs) const {

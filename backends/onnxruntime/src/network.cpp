@@ -1,5 +1,6 @@
 #include "network.h"
 
+#include "cache.h"
 #include "log.h"
 #include "providers.h"
 
@@ -174,15 +175,12 @@ uint64_t bytesBesideWeights(const OnnxOutline& outline) {
            outline.subgraphWeightBytes;
 }
 
-Owned<OrtSession> openSession(const NetworkFile& file, const OrtSessionOptions& options) {
+// Raises what the engine says of a network, as what it means for a component.
+template <typename Open>
+Owned<OrtSession> openSession(const Open& open) {
     OrtSession* session = nullptr;
     try {
-        if (file.weights.empty()) {
-            check(api().CreateSessionFromArray(engine().environment, file.bytes.data(),
-                                               static_cast<size_t>(file.bytes.size()), &options, &session));
-        } else {  // beside which the engine looks for the weights
-            check(api().CreateSession(engine().environment, file.path.c_str(), &options, &session));
-        }
+        check(open(&session));
     } catch (const EngineFailure& failure) {
         switch (failure.code) {
             case ORT_NO_SUCHFILE:
@@ -197,18 +195,77 @@ Owned<OrtSession> openSession(const NetworkFile& file, const OrtSessionOptions& 
     return Owned<OrtSession>(session);
 }
 
+Owned<OrtSession> openBytes(const Kit::ComponentBytes& bytes, const OrtSessionOptions& options) {
+    return openSession([&](OrtSession** session) {
+        return api().CreateSessionFromArray(engine().environment, bytes.data(), static_cast<size_t>(bytes.size()),
+                                            &options, session);
+    });
+}
+
+Owned<OrtSession> openFile(const NetworkFile& file, const OrtSessionOptions& options) {
+    if (file.weights.empty()) return openBytes(file.bytes, options);
+    return openSession([&](OrtSession** session) {  // the engine looks for the weights beside the file
+        return api().CreateSession(engine().environment, file.path.c_str(), &options, session);
+    });
+}
+
+struct CachedSession {
+    Owned<OrtSession> session;
+    OnnxOutline outline;
+};
+
+CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP provider, const Cache& cache,
+                       const Log& log) {
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    // The engine warns that the file is for this machine alone, which the cache sees to.
+    check(api().SetSessionLogSeverityLevel(sessionOptions.get(), ORT_LOGGING_LEVEL_ERROR));
+    return cache.store([&](const std::filesystem::path& path) {
+        check(api().SetOptimizedModelFilePath(sessionOptions.get(), path.c_str()));
+        openFile(file, *sessionOptions);
+    });
+}
+
+// Nothing where the cache is of no use, which is logged.
+std::optional<CachedSession> openCached(const NetworkFile& file, const Options& options, OrtEP provider,
+                                        const Cache& cache, const Log& log) {
+    try {
+        std::optional<CachedNetwork> kept = cache.load();
+        const bool isNew = !kept;
+        if (isNew) kept = optimise(file, options, provider, cache, log);
+        OnnxOutline outline = readOutline(kept->network.data(), kept->network.size());
+        Options done = options;
+        done.graphOptimization = GraphOptimization::None;
+        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(done, provider, log);
+        if (!outline.weightFiles.empty()) {  // beside the network's own file
+            check(api().AddSessionConfigEntry(sessionOptions.get(),
+                                              "session.model_external_initializers_file_folder_path",
+                                              file.path.parent_path().string().c_str()));
+        }
+        Owned<OrtSession> session = openBytes(kept->network, *sessionOptions);
+        log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +
+                                         cache.path().getPathString());
+        return CachedSession{std::move(session), std::move(outline)};
+    } catch (const std::exception& exception) {
+        log.write(LogSeverity::Warning,
+                  "The cache file is not used: " + cache.path().getPathString() + ": " + exception.what());
+        return std::nullopt;
+    }
+}
+
 }  // namespace
 
 Network::Network(const NetworkFile& file, const ModelTarget& target, const Options& options, OrtEP provider,
-                 std::shared_ptr<const Log> log)
-    : Network(open(file, options, provider, *log), target, log) {}
+                 const Cache* cache, std::shared_ptr<const Log> log)
+    : Network(open(file, options, provider, cache, *log), target, log) {}
 
 Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const Log> log)
     : log_(std::move(log)),
+      operators_(std::move(opened.operators)),
       session_(std::move(opened.session)),
       runOptions_(make<OrtRunOptions>(api().CreateRunOptions)),
       inputs_(restrictedBy(opened.inputs, opened.outputs, target)),
       outputs_(restrictedBy(opened.inputs, opened.outputs, target)) {
+    isFromCache_ = opened.isFromCache;
     for (const Kit::Ports::Port& port : inputs_) {
         const NetworkValue& value = *find(opened.inputs, port.name);
         isOptional_.push_back(value.isOptional);
@@ -216,6 +273,7 @@ Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const
     }
     for (const Kit::Ports::Port& port : outputs_) {
         const NetworkValue& value = *find(opened.outputs, port.name);
+        handsInputsOut_ = handsInputsOut_ || find(opened.inputs, port.name) != nullptr;
         hasRows_ = hasRows_ && isRow(port.shape) && leavesRowsOpen(value);
     }
     if (engine().version >= kVersionWithStatistics) {
@@ -260,12 +318,24 @@ Network::Run::~Run() {
     }
 }
 
-Network::Opened Network::open(const NetworkFile& file, const Options& options, OrtEP provider, const Log& log) {
-    Opened opened{openSession(file, *toSessionOptions(options, provider, log)),
-                  file.outline.weightBytes,
-                  bytesBesideWeights(file.outline),
+Network::Opened Network::open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
+                              const Log& log) {
+    OperatorDomains operators(file.outline);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    operators.addTo(*sessionOptions);
+    addOperatorLibraries(*sessionOptions);
+    std::optional<CachedSession> cached;
+    if (cache != nullptr) cached = openCached(file, options, provider, *cache, log);
+    Opened opened{std::move(operators),
+                  cached ? std::move(cached->session) : openFile(file, *sessionOptions),
+                  cached.has_value(),
+                  0,
+                  0,
                   {},
                   {}};
+    const OnnxOutline& outline = cached ? cached->outline : file.outline;
+    opened.weightBytes = outline.weightBytes;
+    opened.bytesBesideWeights = bytesBesideWeights(outline);
     const OrtSession& session = *opened.session;
     const OrtApi& engine = api();
     addValues(session, engine.SessionGetInputCount, engine.SessionGetInputTypeInfo, engine.SessionGetInputName,

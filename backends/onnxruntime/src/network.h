@@ -2,6 +2,7 @@
 
 #include "engine.h"
 #include "network_file.h"
+#include "operator_domain.h"
 
 #include <TarnoMirelo/kit/ports.h>
 #include <TarnoMirelo/onnxruntime.h>
@@ -14,6 +15,7 @@
 
 namespace TarnoMirelo::OnnxRuntime {
 
+class Cache;
 class Log;
 
 /// An input or output as the network has it.
@@ -29,14 +31,19 @@ struct NetworkValue {
 class Network {
  public:
     /// Has the engine load a network, and compares it with the target. Raises what the comparison finds.
+    /// @param cache  where the optimised form is kept; null for nowhere
     Network(const NetworkFile& file, const ModelTarget& target, const Options& options, OrtEP provider,
-            std::shared_ptr<const Log> log);
+            const Cache* cache, std::shared_ptr<const Log> log);
 
     /// The element types and shapes are the target's, and where that leaves them open, the network's.
     const Kit::InputPorts& inputs() const { return inputs_; }
     const Kit::OutputPorts& outputs() const { return outputs_; }
     /// Whether the network has a constant where the input is left out.
     bool isOptional(size_t input) const { return isOptional_[input]; }
+
+    /// Whether an output is also an input, which the engine hands out itself instead of writing it where the output
+    /// points.
+    bool handsInputsOut() const { return handsInputsOut_; }
 
     /// Rows that `predict` and `bind` expect in one tensor.
     int64_t batchSize() const { return batchSize_; }
@@ -46,6 +53,9 @@ class Network {
     /// Whether the network leaves the number of rows open, and the target's shapes begin with one. That tells nothing
     /// of whether a row's result depends on the others.
     bool hasRows() const { return hasRows_; }
+
+    /// Whether the network was loaded in the form that the cache keeps.
+    bool isFromCache() const { return isFromCache_; }
 
     OrtSession* session() const { return session_.get(); }
     const OrtRunOptions* runOptions() const { return runOptions_.get(); }
@@ -68,7 +78,9 @@ class Network {
 
  private:
     struct Opened {
+        OperatorDomains operators;
         Owned<OrtSession> session;
+        bool isFromCache;
         uint64_t weightBytes;
         uint64_t bytesBesideWeights;
         std::vector<NetworkValue> inputs;
@@ -76,17 +88,21 @@ class Network {
     };
 
     Network(Opened opened, const ModelTarget& target, std::shared_ptr<const Log> log);
-    static Opened open(const NetworkFile& file, const Options& options, OrtEP provider, const Log& log);
+    static Opened open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
+                       const Log& log);
     uint64_t arenaBytes() const;
     void measureMemory() const;
 
-    std::shared_ptr<const Log> log_;  // the session's, which it outlives
+    std::shared_ptr<const Log> log_;  // it and the operators outlive the session
+    OperatorDomains operators_;
     Owned<OrtSession> session_;
     Owned<OrtRunOptions> runOptions_;
     Kit::InputPorts inputs_;
     Kit::OutputPorts outputs_;
     std::vector<bool> isOptional_;
+    bool handsInputsOut_ = false;
     bool hasRows_ = true;
+    bool isFromCache_ = false;
     int64_t batchSize_ = 1;
     Owned<OrtAllocator> arena_;  // the session's; empty where the engine tells nothing of it
     uint64_t outsideArena_ = 0;  // weights that are not in the arena

@@ -138,7 +138,7 @@ class Reader {
             if (field.number == 5) readAttribute(field.text, depth);
         });
         if (type != "Constant") ++outline_.nodes;
-        if (!domain.empty() && domain != "ai.onnx") outline_.operators.insert(domain + "." + type);
+        if (!domain.empty() && domain != "ai.onnx") outline_.operators.emplace(domain, type);
     }
 
     void readAttribute(std::string_view bytes, int depth) {

@@ -67,7 +67,7 @@ TensorShape shapeOf(std::string text) {
     return dimensions;
 }
 
-void readElement(const std::string& text, DataType type, uint8_t* to) {
+void parseElement(const std::string& text, DataType type, uint8_t* to) {
     if (type == DataType::Int64) {
         writeAs<int64_t>(std::stoll(text), to);  // more than a double holds
     } else if (type == DataType::UInt64) {
@@ -89,7 +89,7 @@ Value readValue(std::istream& line) {
     for (size_t i = 0; i < value.size(); ++i) {
         std::string element;
         if (!(line >> element)) throw std::runtime_error("there are fewer elements than the shape says");
-        readElement(element, value.type, value.bytes.data() + i * width);
+        parseElement(element, value.type, value.bytes.data() + i * width);
     }
     if (std::string more; line >> more) throw std::runtime_error("there are more elements than the shape says");
     return value;

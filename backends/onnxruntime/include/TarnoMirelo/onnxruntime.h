@@ -4,7 +4,11 @@
 /// A backend over ONNX Runtime: runs the ONNX component of a "WinML" target, on Linux and on Windows.
 
 #include <TarnoMirelo/config.h>
+#include <TarnoMirelo/feature.h>
+#include <TarnoMirelo/files.h>
+#include <TarnoMirelo/logging.h>
 #include <TarnoMirelo/model.h>
+#include <TarnoMirelo/operators.h>
 
 #include <memory>
 #include <string>
@@ -18,8 +22,38 @@
 
 namespace TarnoMirelo::OnnxRuntime {
 
+class Cache;
 class Log;
 class Network;
+struct NetworkFile;
+
+/// An operator that the engine lacks, computed by the host on the CPU.
+///
+/// The host registers a factory under the domain and the type of the node, with a dot between, as in
+/// "com.example.Normalize", and finalises the registry before it loads the model. Each node of that name gets an
+/// operator of its own, which lives as long as the loaded network; one more for each name answers while the network is
+/// loaded. Operators are called on the thread that predicts, or on one of the engine's, and on several at once where
+/// predictions overlap.
+///
+/// A class that derives from it is built with type information (not with `-fno-rtti`), by which the backend tells it
+/// from operators that are none of its own. It must not call back into the model that runs it, or release its binding.
+///
+/// Elements are of any type that tensors have. What an operator raises, or returns as a failure, becomes the status of
+/// the model's operation. The registry's libraries of operators are handed to the engine.
+class MIRELO_ONNXRUNTIME_API Operator : public CustomOperators::Operator {
+ public:
+    Operator();
+    ~Operator() override;
+
+    /// The element types and shapes of the outputs for these of the inputs. An input that the node leaves out has type
+    /// `Undefined`. While the network is loaded, -1 stands for a dimension that is not known yet, and an output may
+    /// have such dimensions, too; a shape without dimensions may then be one that is not known at all.
+    virtual std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const = 0;
+    /// Computes every element of the outputs. The tensors are borrowed for the call; null for an input that the node
+    /// leaves out.
+    virtual MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
+                                 const std::vector<std::shared_ptr<ITensor>>& outputs) = 0;
+};
 
 /// How far the engine may rewrite the network while it is loaded. Results differ by rounding at most.
 enum class GraphOptimization : int32_t {
@@ -29,6 +63,13 @@ enum class GraphOptimization : int32_t {
     All,       ///< and laid out for this machine's processor
 };
 
+/// What `queryCacheStatus` answers, as a `MireloCacheStatus` of the same number.
+enum class CacheStatus : int32_t {
+    NotCached = static_cast<int32_t>(MireloCacheStatus::NotCached),  ///< no file, or no cache
+    Cached = 1,                                                      ///< a load uses the file
+    Stale = 2,  ///< the file is of another network, engine or optimisation, or damaged; a load replaces it
+};
+
 /// How a model is loaded and run.
 struct Options {
     /// Threads that share the work of one node, the caller's included; 0 for the engine's choice, one for each core.
@@ -36,6 +77,8 @@ struct Options {
     /// Nodes that don't depend on each other may run at once, on that many threads; 1 runs one node after the other.
     int threadsBetweenNodes = 1;
     GraphOptimization graphOptimization = GraphOptimization::All;
+    /// Where optimised networks are kept from load to load; empty: nowhere. The folder is created where it is missing.
+    Filepath cacheDirectory;
     /// What the engine computes with; `Undefined` for what the model's device says, and without that the CPU.
     OrtEP executionProvider = OrtEP::Undefined;
     /// The host's promise: the first dimension of every input and output counts rows, and the network computes each row
@@ -80,6 +123,14 @@ MIRELO_ONNXRUNTIME_API std::vector<std::shared_ptr<Device>> devices();
 /// **Bindings.** `bind` with an empty list of outputs gives tensors of variable shape where only the run tells the
 /// shape: each `evaluate` gives them theirs, and bound tensors may get another buffer then. Where every shape is known,
 /// `evaluate` neither copies nor allocates.
+///
+/// **Cache.** With `Options::cacheDirectory`, a load keeps the network in the form that the engine has optimised it to,
+/// and later loads begin with that form; `getCachedModelFilePath` then names the file. There is one file for each name
+/// of a model and a component. It is used when it is whole, which its digest tells, and when network, weights,
+/// optimisation, execution provider, release of the engine and processor are those that it was made with. What goes
+/// wrong with it is logged as a warning, and the network loaded without. Networks with operators of the host's or of
+/// its libraries are not kept: the engine may have computed them. Whoever can write to the folder decides what is
+/// computed.
 ///
 /// **Statuses** of every operation, apart from `SUCCESS`; a description names the input, output or component:
 ///   - `INVALID_OPERATION`: the model is not loaded; the network can't take that many rows at once; what was bound has
@@ -133,6 +184,8 @@ class MIRELO_ONNXRUNTIME_API Model : public MireloModel {
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override;
     MireloStatus onUnload() override;
     MireloStatus onSetBatchSize(const unsigned int& batchSize) override;
+    /// A `CacheStatus`. Reads the network and the file; raises nothing.
+    MireloCacheStatus onQueryCacheStatus(const Components& components) override;
 
  private:
     struct Memory;
@@ -141,6 +194,7 @@ class MIRELO_ONNXRUNTIME_API Model : public MireloModel {
     MireloStatus statusOf(const Work& work) const;
     const std::shared_ptr<Network>& loadedNetwork() const;
     OrtEP executionProvider() const;
+    std::unique_ptr<Cache> cacheFor(const ModelComponent& component, const NetworkFile& network) const;
     void reportMemory() const;
 
     Options options_;

@@ -14,28 +14,26 @@ class Scaler : public MireloModel {
 
  protected:
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override try {
-        weights_.reset();
+        weights_.clear();
         Kit::ComponentBytes bytes;
         MireloStatus status = Kit::readComponent(components.front(), getRootDir(), bytes);
-        if (!status.ok()) return status;
-        if (bytes.size() == 0) return {MODEL_METADATA_ERROR, "There are no weights"};
-        inputs_.emplace(getModelTarget());
-        outputs_.emplace(getModelTarget());
-        weights_.emplace(bytes.data(), bytes.data() + bytes.size());
-        reporter_.report(runtimeRecord(), weights_->size());
+        if (status.ok()) status = prepare(components.front(), bytes);
+        reporter_.report(runtimeRecord(), weights_.size());
         return status;
     } catch (...) {
         return getStatusFromCurrentException();
     }
     MireloStatus onUnload() override {
-        weights_.reset();
+        weights_.clear();
         reporter_.report(runtimeRecord(), 0);
         return {SUCCESS, ""};
     }
-    MireloStatus onSetBatchSize(const unsigned int& /*rows*/) override { return {NOT_IMPLEMENTED, ""}; }
+    MireloStatus onSetBatchSize(const unsigned int& /*rows*/) override {
+        return {NOT_IMPLEMENTED, "Rows go through predictBatch alone"};
+    }
     MireloStatus onPredict(const Inputs& inputs, Outputs& outputs) const override { return run(inputs, outputs, 1); }
     MireloStatus onPredictBatch(const Inputs& inputs, Outputs& outputs) const override {
-        if (!weights_) return notLoaded();
+        if (weights_.empty()) return notLoaded();
         const auto runRows = [this](const Inputs& rowInputs, Outputs& rowOutputs, int64_t rows) {
             return run(rowInputs, rowOutputs, rows);
         };
@@ -45,8 +43,21 @@ class Scaler : public MireloModel {
  private:
     static MireloStatus notLoaded() { return {INVALID_OPERATION, "The model is not loaded"}; }
 
+    MireloStatus prepare(const ModelComponent& component, const Kit::ComponentBytes& bytes) {
+        inputs_.emplace(getModelTarget());
+        outputs_.emplace(getModelTarget());
+        const Kit::Ports::Port& input = (*inputs_)[0];
+        if (inputs_->size() > 1 || input.dataType != DataType::Float ||
+            input.shape.size() != static_cast<int64_t>(bytes.size())) {
+            return {MODEL_METADATA_ERROR,
+                    "Component \"" + component.name + "\": wanted is a byte for each element of one input of floats"};
+        }
+        weights_.assign(bytes.data(), bytes.data() + bytes.size());
+        return {SUCCESS, ""};
+    }
+
     MireloStatus run(const Inputs& inputs, Outputs& outputs, int64_t rows) const {
-        if (!weights_) return notLoaded();
+        if (weights_.empty()) return notLoaded();
         Kit::InputTensors x;
         MireloStatus status = inputs_->arrange(inputs, rows, x);
         if (!status.ok()) return status;
@@ -57,13 +68,13 @@ class Scaler : public MireloModel {
         const auto* const from = reinterpret_cast<const float*>(x[0]->buffer());
         auto* const to = reinterpret_cast<float*>(y.tensors[0]->buffer());
         const auto count = static_cast<size_t>(result.shape.size());
-        for (size_t i = 0; i < count; ++i) to[i] = from[i] * static_cast<float>((*weights_)[i % weights_->size()]);
+        for (size_t i = 0; i < count; ++i) to[i] = from[i] * static_cast<float>(weights_[i % weights_.size()]);
         outputs = std::move(y.features);
-        reporter_.report(runtimeRecord(), weights_->size());
+        reporter_.report(runtimeRecord(), weights_.size());
         return status;
     }
 
-    std::optional<std::vector<uint8_t>> weights_;  // of the loaded component
+    std::vector<uint8_t> weights_;  // of the loaded component; empty while there is none
     std::optional<Kit::InputPorts> inputs_;
     std::optional<Kit::OutputPorts> outputs_;
     mutable Kit::MemoryReporter reporter_;

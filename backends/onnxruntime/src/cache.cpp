@@ -1,0 +1,136 @@
+#include "cache.h"
+
+#include "engine.h"
+#include "processor.h"
+
+#include <TarnoMirelo/kit/digest.h>
+
+#include <fstream>
+#include <random>
+#include <string_view>
+#include <utility>
+
+namespace TarnoMirelo::OnnxRuntime {
+namespace {
+
+// That can be told where the weights of a network in memory lie. Others look in the process's working directory.
+constexpr uint32_t kVersionWithWeightsFolder = 22;
+
+constexpr std::string_view kBegin = "sdk-core optimised network 1\n";
+constexpr size_t kDigestSize = 64;
+constexpr size_t kHeaderSize = kBegin.size() + 2 * (kDigestSize + 1);  // key and digest, each with a line feed
+
+std::string digestOf(const void* data, uint64_t size) {
+    std::string digest;
+    require(Kit::sha256(data, size, digest));
+    return digest;
+}
+
+std::string digestOf(const std::string& text) { return digestOf(text.data(), text.size()); }
+
+std::string digestOfFile(const std::filesystem::path& path) {
+    const std::u8string text = path.u8string();
+    std::string digest;
+    require(Kit::sha256OfFile(Filepath(std::string(text.begin(), text.end())), digest));
+    return digest;
+}
+
+// A name that no other process or thread uses, for a file that goes when this object does.
+class TemporaryFile {
+ public:
+    explicit TemporaryFile(std::filesystem::path beside) : path_(std::move(beside)) {
+        std::random_device random;
+        path_ += "." + std::to_string(random()) + "-" + std::to_string(random()) + ".tmp";
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() {
+        std::error_code ignored;  // it may have been renamed, or never been written
+        std::filesystem::remove(path_, ignored);
+    }
+
+    const std::filesystem::path& path() const { return path_; }
+
+ private:
+    std::filesystem::path path_;
+};
+
+Kit::ComponentBytes readFile(const std::filesystem::path& path) {
+    std::ifstream stream(path, std::ios::binary | std::ios::ate);
+    const std::streamoff size = stream.tellg();
+    if (!stream || size < 0) throw FileException("cannot be opened");
+    auto bytes = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size));
+    stream.seekg(0);
+    if (!stream.read(bytes.get(), size)) throw FileException("cannot be read");
+    return {std::move(bytes), static_cast<uint64_t>(size)};
+}
+
+}  // namespace
+
+Cache::Cache(const Filepath& directory, const std::string& modelName, const std::string& componentName,
+             const NetworkFile& network, GraphOptimization optimization, OrtEP provider)
+    : directory_(directory), path_(directory) {
+    const std::string processor = processorFeatures();
+    if (processor.empty()) throw InvalidOperationException("there is no cache on processors of this kind");
+    if (!network.weights.empty() && engine().version < kVersionWithWeightsFolder) {
+        throw InvalidOperationException("weights in files of their own need ONNX Runtime 1." +
+                                        std::to_string(kVersionWithWeightsFolder) + " or later");
+    }
+    std::string parts = digestOf(network.bytes.data(), network.bytes.size());
+    for (const std::filesystem::path& weights : network.weights) parts += " " + digestOfFile(weights);
+    key_ = digestOf(parts + processor + " " + engine().release + " " + std::to_string(static_cast<int>(optimization)) +
+                    " " + std::to_string(static_cast<uint64_t>(provider)));
+    std::string name = modelName;
+    name += '\0';
+    path_.append(Filepath(digestOf(name + componentName).substr(0, kDigestSize / 2) + ".network"));
+}
+
+CacheStatus Cache::read(CachedNetwork& cached) const {
+    try {
+        const std::filesystem::path path = toSystemPath(path_);
+        std::error_code error;
+        if (!std::filesystem::exists(path, error)) return CacheStatus::NotCached;
+        Kit::ComponentBytes file = readFile(path);
+        const std::string_view all(reinterpret_cast<const char*>(file.data()), static_cast<size_t>(file.size()));
+        if (all.size() < kHeaderSize) return CacheStatus::Stale;
+        const std::string_view body = all.substr(kHeaderSize);
+        const std::string wanted = std::string(kBegin) + key_ + "\n" + digestOf(body.data(), body.size()) + "\n";
+        if (all.substr(0, kHeaderSize) != wanted) return CacheStatus::Stale;
+        cached.network = {file.data() + kHeaderSize, body.size()};
+        cached.file = std::move(file);
+        return CacheStatus::Cached;
+    } catch (const Exception&) {
+        return CacheStatus::Stale;  // it is there, and can't be used
+    }
+}
+
+CacheStatus Cache::status() const {
+    CachedNetwork cached;
+    return read(cached);
+}
+
+std::optional<CachedNetwork> Cache::load() const {
+    CachedNetwork cached;
+    if (read(cached) != CacheStatus::Cached) return std::nullopt;
+    return cached;
+}
+
+CachedNetwork Cache::store(const std::function<void(const std::filesystem::path&)>& write) const {
+    const std::filesystem::path path = toSystemPath(path_);
+    std::filesystem::create_directories(toSystemPath(directory_));
+    const TemporaryFile byEngine(path);
+    write(byEngine.path());
+    Kit::ComponentBytes network = readFile(byEngine.path());
+    const TemporaryFile whole(path);
+    const std::string header = std::string(kBegin) + key_ + "\n" + digestOf(network.data(), network.size()) + "\n";
+    std::ofstream stream(whole.path(), std::ios::binary);
+    stream.write(header.data(), static_cast<std::streamsize>(header.size()));
+    stream.write(reinterpret_cast<const char*>(network.data()), static_cast<std::streamsize>(network.size()));
+    stream.close();
+    if (!stream) throw FileException("the file can't be written");
+    std::filesystem::rename(whole.path(), path);
+    const Kit::ComponentBytes all(network.data(), network.size());
+    return {std::move(network), Kit::ComponentBytes(all.data(), all.size())};
+}
+
+}  // namespace TarnoMirelo::OnnxRuntime

@@ -1,0 +1,7 @@
+#include "processor.h"
+
+namespace TarnoMirelo::OnnxRuntime {
+
+std::string processorFeatures() { return {}; }
+
+}  // namespace TarnoMirelo::OnnxRuntime

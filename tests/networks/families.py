@@ -601,7 +601,7 @@ def folded():
     yield constants(nodes("Reshape w s; Conv a y0 kernel_shape=[3,3]"), image,
                     {"w": w.reshape(3, 18), "s": ints(3, 2, 3, 3)})
     # A padding that a pool may not take in, for it pads with what is below every value.
-    yield constants(nodes("Pad a p; MaxPool y0 kernel_shape=[2,2]"), {"a": data(1, 3, 5, 5) - 3},
+    yield constants(nodes("Pad a p; MaxPool y0 kernel_shape=[2,2]"), {"a": data(1, 3, 6, 6) - 3},
                     {"p": ints(0, 0, 1, 1, 0, 0, 1, 1)})
     # One constant for several nodes.
     yield constants(nodes("Add a c; Mul y0 c; Concat y1 c axis=1"), a, c)

@@ -600,6 +600,9 @@ def folded():
     yield constants(nodes("Mul w s; Conv a y0"), image, {"w": w, "s": np.array([0.5], np.float32)})
     yield constants(nodes("Reshape w s; Conv a y0 kernel_shape=[3,3]"), image,
                     {"w": w.reshape(3, 18), "s": ints(3, 2, 3, 3)})
+    # A padding that a pool may not take in, for it pads with what is below every value.
+    yield constants(nodes("Pad a p; MaxPool y0 kernel_shape=[2,2]"), {"a": data(1, 3, 6, 6) - 3},
+                    {"p": ints(0, 0, 1, 1, 0, 0, 1, 1)})
     # One constant for several nodes.
     yield constants(nodes("Add a c; Mul y0 c; Concat y1 c axis=1"), a, c)
     yield constants(nodes("Conv a w kernel_shape=[3,3]; Conv y0 w kernel_shape=[3,3]"), {"a": data(1, 2, 7, 7)},

@@ -1,74 +1,35 @@
-// Runs packaged networks in every way that the library has, and prints what came of them, for trial.py to judge.
-//
-// A folder holds the manifest, and the inputs of two rows as inputs-0.bin and inputs-1.bin: the elements of each
-// input in the manifest's order. One line per status, with the operation, the code and the description; one per output,
-// with the operation, the row, the name, the element type, the shape and the elements in hexadecimal. Tabs separate.
+// Runs packaged networks in every way that the library has, and prints what came of them, for trial.py to judge. A
+// folder that holds the package as package.tar, too, is loaded from memory and from the archive as well.
 
 #include "engine.h"
-
-#include <TarnoMirelo/TarnoMirelo.h>
+#include "package.h"
 
 #include <array>
-#include <cstring>
-#include <exception>
-#include <iostream>
-#include <string>
-#include <vector>
 
 using namespace TarnoMirelo;
 
 namespace {
 
-using Row = std::vector<char>;
-
-bool tell(const std::string& operation, const MireloStatus& status) {
-    std::string description = status.getDescription();
-    for (char& character : description) {
-        if (character == '\n' || character == '\r' || character == '\t') character = ' ';
-    }
-    std::cout << "status\t" << operation << "\t" << status.getCode() << "\t" << description << std::endl;
-    return status.ok();
-}
-
 void tell(const std::string& operation, size_t row, const MireloFeature& output) {
     const ITensor& tensor = *output.asTensor();
-    std::cout << "output\t" << operation << "\t" << row << "\t" << output.featureDescriptor().name() << "\t"
-              << static_cast<int32_t>(tensor.dataType()) << "\t";
-    for (const int64_t dimension : tensor.shape().shapeVector()) std::cout << dimension << " ";
-    std::string elements;
-    for (int64_t i = 0; i < tensor.bytes(); ++i) {
-        elements += "0123456789abcdef"[tensor.buffer()[i] >> 4];
-        elements += "0123456789abcdef"[tensor.buffer()[i] & 15];
-    }
-    std::cout << "\t" << elements << std::endl;
+    tell(operation, row, output.featureDescriptor().name(), tensor.dataType(), tensor.shape().shapeVector(),
+         tensor.buffer(), static_cast<size_t>(tensor.bytes()));
 }
 
 void tell(const std::string& operation, size_t row, const MireloModel::Outputs& outputs) {
     for (const auto& output : outputs) tell(operation, row, *output);
 }
 
-Row readRow(const Filepath& folder, size_t row) {
-    Filepath path = folder;
-    path.append(Filepath("inputs-" + std::to_string(row) + ".bin"));
-    uint64_t size = 0;
-    const std::unique_ptr<char[]> bytes = FileUtils().readBinaryFileToBuffer(path, size);
-    if (bytes == nullptr) throw FileException("Cannot read " + path.getPathString());
-    return {bytes.get(), bytes.get() + size};
-}
-
-void fill(const MireloModel::Outputs& inputs, const Row& row) {
-    size_t position = 0;
+void fill(const MireloModel::Outputs& inputs, const Bytes& row) {
+    RowReader reader(row);
     for (const auto& input : inputs) {
         ITensor& tensor = *input->asTensor();
-        const auto size = static_cast<size_t>(tensor.bytes());
-        if (size > row.size() - position) throw std::length_error("A row is shorter than the inputs");
-        if (size > 0) std::memcpy(tensor.buffer(), row.data() + position, size);
-        position += size;
+        reader.take(tensor.buffer(), static_cast<size_t>(tensor.bytes()));
     }
-    if (position != row.size()) throw std::length_error("A row is longer than the inputs");
+    reader.end();
 }
 
-MireloModel::Outputs inputsOf(MireloModel& model, const Row& row) {
+MireloModel::Outputs inputsOf(MireloModel& model, const Bytes& row) {
     MireloModel::Outputs inputs;
     if (const MireloStatus status = model.allocateInputs(inputs); !status.ok()) {
         throw Exception(status.getDescription(), status.getCode());
@@ -77,17 +38,18 @@ MireloModel::Outputs inputsOf(MireloModel& model, const Row& row) {
     return inputs;
 }
 
-bool predict(MireloModel& model, size_t index, const Row& row) {
+bool predict(MireloModel& model, const std::string& operation, size_t index, const Bytes& row) {
     const MireloModel::Outputs inputs = inputsOf(model, row);
     MireloModel::Outputs outputs;
-    const bool done = tell("predict " + std::to_string(index), model.predict({inputs.begin(), inputs.end()}, outputs));
-    if (done) tell("predict", index, outputs);
+    const bool done =
+        tell(operation + " " + std::to_string(index), model.predict({inputs.begin(), inputs.end()}, outputs));
+    if (done) tell(operation, index, outputs);
     return done;
 }
 
-void predictBatch(MireloModel& model, const std::array<Row, 2>& rows) {
+void predictBatch(MireloModel& model, const std::array<Bytes, 2>& rows) {
     MireloModel::Inputs inputs;
-    for (const Row& row : rows) {
+    for (const Bytes& row : rows) {
         const MireloModel::Outputs features = inputsOf(model, row);
         inputs.insert(inputs.end(), features.begin(), features.end());
     }
@@ -97,7 +59,7 @@ void predictBatch(MireloModel& model, const std::array<Row, 2>& rows) {
     for (size_t i = 0; i < outputs.size(); ++i) tell("predictBatch", i / outputsPerRow, *outputs[i]);
 }
 
-void evaluate(MireloModel& model, const std::array<Row, 2>& rows) {
+void evaluate(MireloModel& model, const std::array<Bytes, 2>& rows) {
     const MireloModel::Outputs inputs = inputsOf(model, rows[0]);
     MireloModel::Outputs outputs;
     std::shared_ptr<MireloModel::MireloBinding> binding;
@@ -108,19 +70,56 @@ void evaluate(MireloModel& model, const std::array<Row, 2>& rows) {
     }
 }
 
+using Components = decltype(ModelMetadata().getModelCompoents(MireloModelType::WinML));
+
+Components readPackage(const Filepath& folder) {
+    ModelMetadata metadata;
+    if (const MireloStatus status = metadata.load(inside(folder, "manifest.json")); !status.ok()) {
+        throw Exception(status.getDescription(), status.getCode());
+    }
+    return metadata.getModelCompoents(MireloModelType::WinML);
+}
+
+// One prediction of a package that was loaded in another way than from its file.
+void runLoaded(const std::string& way, const Components& components, const Bytes& row) {
+    const std::shared_ptr<MireloModel> model = makeModel();
+    if (tell(way + " load", model->load(components))) predict(*model, way + " predict", 0, row);
+}
+
+void runFromMemory(const Filepath& folder, const Bytes& row) {
+    Components components = readPackage(folder);
+    for (ModelComponent& component : std::get<ModelTarget>(components).components) {
+        component.buffer = readFile(inside(folder, component.path));
+        component.type = ComponentKind::MemoryStream;
+        component.path.clear();
+    }
+    runLoaded("memory", components, row);
+}
+
+void runFromArchive(const Filepath& folder, const Bytes& row) {
+    Bytes archive = readFile(inside(folder, "package.tar"));
+    Filepath destination = inside(folder, "unpacked");
+    FileUtils().createDir(destination);
+    if (!tell("archive extract", FileUtils().extractTarballOfSize(archive.data(), archive.size(), destination))) return;
+    runLoaded("archive", readPackage(inside(folder, "unpacked")), row);
+}
+
 void run(const Filepath& folder) {
     ModelMetadata metadata;
-    Filepath manifest = folder;
-    if (!tell("manifest", metadata.load(manifest.append(Filepath("manifest.json"))))) return;
-    if (!tell("validate", metadata.validate(MireloModelType::WinML))) return;
+    if (!tell("manifest", metadata.load(inside(folder, "manifest.json")))) return;
+    tell("validate", metadata.validate(MireloModelType::WinML));  // refuses empty inputs, which a backend may take
     const std::shared_ptr<MireloModel> model = makeModel();
     if (!tell("load", model->load(metadata.getModelCompoents(MireloModelType::WinML)))) return;
     ModelManager manager;
     tell("registerModel", manager.registerModel(model));
-    std::array<Row, 2> rows = {readRow(folder, 0), readRow(folder, 1)};
-    predict(*model, 0, rows[0]);
+    std::array<Bytes, 2> rows = {readRow(folder, 0), readRow(folder, 1)};
+    predict(*model, "predict", 0, rows[0]);
+    if (FileUtils().pathExists(inside(folder, "package.tar"))) {
+        runFromMemory(folder, rows[0]);
+        runFromArchive(folder, rows[0]);
+    }
     // The changed row may ask for outputs of another shape than the manifest's. Then both rows are the first one.
-    if (!predict(*model, 1, rows[1])) rows[1] = rows[0];
+    if (!predict(*model, "predict", 1, rows[1])) rows[1] = rows[0];
     predictBatch(*model, rows);
     evaluate(*model, rows);
     tell("unloadModel", manager.unloadModel(model));
@@ -128,19 +127,4 @@ void run(const Filepath& folder) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::cerr << "Usage: " << argv[0] << " FOLDER...\n";
-        return 2;
-    }
-    try {
-        for (int i = 1; i < argc; ++i) {
-            std::cout << "network\t" << argv[i] << std::endl;
-            run(Filepath(argv[i]));
-        }
-        return 0;
-    } catch (const std::exception& exception) {
-        std::cerr << "raised " << exception.what() << std::endl;
-        return 3;
-    }
-}
+int main(int argc, char** argv) { return runEach(argc, argv, run); }

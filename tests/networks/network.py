@@ -2,6 +2,7 @@
 
 import dataclasses
 import json
+import tarfile
 
 import numpy
 import onnx
@@ -37,6 +38,7 @@ class Network:
     changed_outputs: dict = None  # None: not known, but the same in every way
     compute: callable = None  # the outputs of any inputs, where one knows
     open_outputs: bool = False  # the manifest leaves the outputs' dimensions open
+    exception: str = ""  # its kind in exceptions.tsv, where it is there
 
     def __post_init__(self):
         if self.changed_inputs is None:
@@ -66,6 +68,10 @@ class Network:
         for row, inputs in enumerate([self.inputs, self.changed_inputs]):
             elements = b"".join(numpy.ascontiguousarray(array).tobytes() for array in inputs.values())
             (folder / f"inputs-{row}.bin").write_bytes(elements)
+        if self.family == "onnx":
+            with tarfile.open(folder / "package.tar", "w") as archive:
+                for name in ["manifest.json", "network.onnx"]:
+                    archive.add(folder / name, name)
 
 
 def feature(name, array, open_=False):

@@ -1,6 +1,7 @@
 """The networks that the ONNX project tests engines with, as the distribution packages them."""
 
 import pathlib
+import sys
 
 import numpy
 import onnx
@@ -9,27 +10,34 @@ from onnx import numpy_helper
 from network import FROM_ONNX, Network
 
 FOLDER = pathlib.Path("/usr/share/libonnx-testdata/data")
-# The outputs are drawn by chance.
-RANDOM = {"Bernoulli", "Multinomial", "RandomNormal", "RandomNormalLike", "RandomUniform", "RandomUniformLike"}
-DISPUTED = {
-    "test_resize_downsample_scales_linear_align_corners": "computed with an output of 2.4 elements, which has 2",
-}
+EXCEPTIONS = pathlib.Path(__file__).resolve().parent / "exceptions.tsv"
 
 
-def read_all():
-    """The networks, and for the name of each that is left out the reason."""
+def read_exceptions(engine):
+    """Kind and reason by the network's name."""
+    rows = [line.split("\t") for line in EXCEPTIONS.read_text().splitlines() if not line.startswith("#")]
+    return {name: (kind, reason) for of, name, kind, reason in rows if of in ("any", engine)}
+
+
+def read_all(engine, can_compare):
+    """The networks, and for the name of each that is left out the reason. Exceptions stay if one can compare them."""
     networks = []
     left_out = {}
+    exceptions = read_exceptions(engine)
     for file in sorted(FOLDER.glob("*/*/model.onnx")):
         name = file.parent.name
         model = onnx.load(file)
         inputs, outputs = values(model.graph)
-        reason = DISPUTED.get(name) or unfit(model.graph, inputs, outputs)
+        kind, exception = exceptions.pop(name, ("", ""))
+        reason = unfit(inputs, outputs) or ("" if can_compare else exception)
         if reason:
             left_out[name] = reason
             continue
         data = file.parent / "test_data_set_0"
-        networks.append(Network("onnx", name, model, read(data, "input", inputs), read(data, "output", outputs)))
+        networks.append(Network("onnx", name, model, read(data, "input", inputs), read(data, "output", outputs),
+                                exception=kind))
+    if exceptions:
+        sys.exit(f"networks: exceptions.tsv lists what is not there: {', '.join(exceptions)}")
     return networks, left_out
 
 
@@ -38,7 +46,7 @@ def values(graph):
     return [value for value in graph.input if value.name not in constants], list(graph.output)
 
 
-def unfit(graph, inputs, outputs):
+def unfit(inputs, outputs):
     if not inputs:
         return "no input, of which a manifest has one at least"
     for value in inputs + outputs:
@@ -48,8 +56,6 @@ def unfit(graph, inputs, outputs):
         if value.type.tensor_type.elem_type not in FROM_ONNX:
             name = onnx.TensorProto.DataType.Name(value.type.tensor_type.elem_type).lower()
             return f"elements of type {name}"
-    if any(node.op_type in RANDOM for node in graph.node):
-        return "outputs that are drawn by chance"
     return None
 
 

@@ -13,10 +13,9 @@ namespace TarnoMirelo::OnnxRuntime {
 
 /// A network as it lies in a component.
 struct NetworkFile {
-    Kit::ComponentFiles archive;  // what the bytes are borrowed from, for a component that is one
     Kit::ComponentBytes bytes;
     OnnxOutline outline;
-    /// Where the bytes come from; empty for a component in memory, and for a protected one, which is opened there.
+    /// Where the bytes come from; empty for a component in memory.
     std::filesystem::path path;
     /// Of the weights that lie in files of their own.
     std::vector<std::filesystem::path> weights;

@@ -7,7 +7,6 @@
 #include "support/text.h"
 
 #include <TarnoMirelo/TarnoMirelo.h>
-#include <TarnoMirelo/kit/protection.h>
 #include <TarnoMirelo/onnxruntime.h>
 
 #include <gmock/gmock.h>
@@ -387,6 +386,7 @@ TEST_F(OnnxRuntimeCache, IsUsedByTheNextLoadUntilSomethingChanges) {
     EXPECT_EQ(query(), CacheStatus::NotCached);
 }
 
+// The optimised network would lie there in the open.
 TEST_F(OnnxRuntimeCache, KeepsNothingOfProtectedNetworks) {
     folder.write("protected", stringOf(protectedBytes(sum())));
     asked = components("protected", ComponentKind::SecuredFile, {describe("x", {1, 2})}, {describe("y", {1, 2})});
@@ -430,20 +430,6 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-}
-
-// The optimised network would lie there in the open.
-TEST_F(OnnxRuntimeCache, KeepsNothingThatIsProtected) {
-    unsigned char key[16] = {};
-    ASSERT_TRUE(Kit::newProtectionKey(key).ok());
-    ModelComponent& component = std::get<ModelTarget>(asked).components[0];
-    const std::string plain = sum();
-    ASSERT_TRUE(Kit::protect(plain.data(), plain.size(), key, component.buffer).ok());
-    component.type = ComponentKind::SecuredMemoryStream;
-    component.setCryptoKey(key);
-    EXPECT_EQ(use(), "0 (1,2) 11 22");
-    EXPECT_EQ(query(), CacheStatus::NotCached);
-    EXPECT_FALSE(std::filesystem::exists(folder.native() / "cache"));
 }
 
 // y and z: the elements of x as int64, twice each, and their number.

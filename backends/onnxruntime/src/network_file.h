@@ -15,7 +15,7 @@ namespace TarnoMirelo::OnnxRuntime {
 struct NetworkFile {
     Kit::ComponentBytes bytes;
     OnnxOutline outline;
-    /// Where the bytes come from; empty for a component in memory, and for a protected one, which is opened there.
+    /// Where the bytes come from; empty for a component in memory.
     std::filesystem::path path;
     /// Of the weights that lie in files of their own.
     std::vector<std::filesystem::path> weights;

@@ -12,7 +12,15 @@ install(FILES ${PROJECT_BINARY_DIR}/sdk-core-config.cmake ${PROJECT_BINARY_DIR}/
 # Relative to the file, so that an installed tree can be moved.
 file(RELATIVE_PATH includedir_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(cmake/sdk-core.pc.in sdk-core.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+# Static, so that its users link what it uses.
+set(kit_requires "sdk-core, libcrypto")
+set(kit_system_libraries "")
+if(WIN32)
+    set(kit_requires sdk-core)
+    set(kit_system_libraries -lbcrypt)
+endif()
+configure_file(cmake/sdk-core-kit.pc.in sdk-core-kit.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc ${PROJECT_BINARY_DIR}/sdk-core-kit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # What is shipped and written by others.
 install(FILES THIRD-PARTY-NOTICES.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)

@@ -27,7 +27,9 @@ ExitCode Commands::run(Console& console) const {
 
 void addCommands(Commands& commands) {
     addInspect(commands);
+    addNew(commands);
     addPack(commands);
+    addRun(commands);
     addUnpack(commands);
 }
 

@@ -40,7 +40,9 @@ class Commands {
 void addCommands(Commands& commands);
 
 void addInspect(Commands& commands);
+void addNew(Commands& commands);
 void addPack(Commands& commands);
+void addRun(Commands& commands);
 void addUnpack(Commands& commands);
 
 }  // namespace TarnoMirelo::Tool

@@ -26,6 +26,7 @@ ExitCode Commands::run(Console& console) const {
 }
 
 void addCommands(Commands& commands) {
+    addBench(commands);
     addInspect(commands);
     addNew(commands);
     addPack(commands);

@@ -39,6 +39,7 @@ class Commands {
 /// Adds every command.
 void addCommands(Commands& commands);
 
+void addBench(Commands& commands);
 void addInspect(Commands& commands);
 void addNew(Commands& commands);
 void addPack(Commands& commands);

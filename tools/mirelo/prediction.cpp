@@ -1,6 +1,7 @@
 #include "prediction.h"
 
 #include "failure.h"
+#include "npy.h"
 
 #include <TarnoMirelo/kit/ports.h>
 #include <TarnoMirelo/kit/texts.h>
@@ -122,6 +123,23 @@ std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descr
     auto tensor = std::make_shared<Tensor>(type, shape);
     if (filling.seed) fillRandomly(*tensor, *filling.seed);
     return std::make_shared<MireloFeatureTensor>(descriptor, std::move(tensor));
+}
+
+MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
+                               const std::optional<Filling>& filling, std::string& missing) {
+    requireInputNames(files, target.inputs);
+    if (filling) requireInputNames(filling->shapes, target.inputs);
+    MireloModel::Inputs inputs;
+    for (const ModelFeatureDescriptor& descriptor : target.inputs) {
+        if (const auto file = files.find(descriptor.name()); file != files.end()) {
+            inputs.push_back(std::make_shared<MireloFeatureTensor>(descriptor, readNpy(toPath(file->second))));
+        } else if (filling) {
+            inputs.push_back(generateInput(descriptor, *filling));
+        } else if (descriptor.required()) {
+            missing += (missing.empty() ? "" : ", ") + descriptor.name();
+        }
+    }
+    return inputs;
 }
 
 void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs) {

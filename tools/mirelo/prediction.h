@@ -34,6 +34,12 @@ struct Filling {
 /// Raises `Failure` where it can't be made.
 std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling);
 
+/// The inputs of a prediction: from NumPy files where one is named, and generated where there is a filling. Raises
+/// `Failure` for a name that is none of the inputs', and what reading and making them raises.
+/// @param missing  out: the required inputs that there is nothing for, as in "x, y"; empty: none
+MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
+                               const std::optional<Filling>& filling, std::string& missing);
+
 /// Raises `Failure` for a name that is none of the inputs'.
 void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs);
 

@@ -25,26 +25,15 @@ struct Options {
 };
 
 MireloModel::Inputs inputsOf(const Options& options, const ModelTarget& target) {
-    const NamedValues files = parseNamedValues("--input", options.inputs);
-    const Filling filling{options.seed, parseNamedValues("--shape", options.shapes)};
-    requireInputNames(files, target.inputs);
-    requireInputNames(filling.shapes, target.inputs);
-    MireloModel::Inputs inputs;
+    const NamedValues shapes = parseNamedValues("--shape", options.shapes);
+    std::optional<Filling> filling;
+    if (options.seed || options.zeros) filling = Filling{options.seed, shapes};
+    if (!filling && !shapes.empty()) throw WrongUsage("--shape is for inputs of --random SEED or --zeros");
     std::string missing;
-    for (const ModelFeatureDescriptor& descriptor : target.inputs) {
-        if (const auto file = files.find(descriptor.name()); file != files.end()) {
-            inputs.push_back(std::make_shared<MireloFeatureTensor>(descriptor, readNpy(toPath(file->second))));
-        } else if (options.seed || options.zeros) {
-            inputs.push_back(generateInput(descriptor, filling));
-        } else if (descriptor.required()) {
-            missing += (missing.empty() ? "" : ", ") + descriptor.name();
-        }
-    }
-    if (!missing.empty()) {
-        throw WrongUsage("nothing is given for: " + missing +
-                         "; wanted is --input NAME=FILE.npy, --random SEED or --zeros");
-    }
-    return inputs;
+    MireloModel::Inputs inputs = makeInputs(target, parseNamedValues("--input", options.inputs), filling, missing);
+    if (missing.empty()) return inputs;
+    throw WrongUsage("nothing is given for: " + missing +
+                     "; wanted is --input NAME=FILE.npy, --random SEED or --zeros");
 }
 
 // Names of outputs may have characters that names of files can't.

@@ -27,6 +27,7 @@ class Commands {
     CLI::App& add(const std::string& name, const std::string& summary, const std::string& example, Work work);
 
     CLI::App& application() { return application_; }
+    const CLI::App& application() const { return application_; }
     /// Of the command that was parsed.
     ExitCode run(Console& console) const;
 

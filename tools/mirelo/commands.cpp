@@ -27,12 +27,15 @@ ExitCode Commands::run(Console& console) const {
 }
 
 void addCommands(Commands& commands) {
+    addBench(commands);
     addCheck(commands);
     addDigest(commands);
     addInspect(commands);
     addKeygen(commands);
+    addNew(commands);
     addPack(commands);
     addProtect(commands);
+    addRun(commands);
     addUnpack(commands);
     addUnprotect(commands);
 }

@@ -27,6 +27,7 @@ class Commands {
     CLI::App& add(const std::string& name, const std::string& summary, const std::string& example, Work work);
 
     CLI::App& application() { return application_; }
+    const CLI::App& application() const { return application_; }
     /// Of the command that was parsed.
     ExitCode run(Console& console) const;
 
@@ -39,12 +40,15 @@ class Commands {
 /// Adds every command.
 void addCommands(Commands& commands);
 
+void addBench(Commands& commands);
 void addCheck(Commands& commands);
 void addDigest(Commands& commands);
 void addInspect(Commands& commands);
 void addKeygen(Commands& commands);
+void addNew(Commands& commands);
 void addPack(Commands& commands);
 void addProtect(Commands& commands);
+void addRun(Commands& commands);
 void addUnpack(Commands& commands);
 void addUnprotect(Commands& commands);
 

@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "platform.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -29,12 +30,43 @@ std::string painted(Colour colour, std::string_view text) {
     return std::string("\033[") + code + "m" + std::string(text) + "\033[0m";
 }
 
+std::string onOneLine(const Json& value) {
+    std::string text;
+    if (!value.is_array()) return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (const Json& element : value) text += (text.empty() ? "" : ", ") + onOneLine(element);
+    return "[" + text + "]";
+}
+
+void append(std::string& text, const Json& value, size_t depth) {
+    const bool isFlat = !value.is_object() &&
+                        std::none_of(value.begin(), value.end(), [](const Json& each) { return each.is_structured(); });
+    if (value.empty() || !value.is_structured() || isFlat) {
+        text += value.empty() && value.is_object() ? "{}" : onOneLine(value);
+        return;
+    }
+    text += value.is_object() ? "{" : "[";
+    const char* separator = "\n";
+    for (const auto& [key, each] : value.items()) {
+        text += separator + std::string(2 * depth + 2, ' ');
+        if (value.is_object()) text += onOneLine(key) + ": ";
+        append(text, each, depth + 1);
+        separator = ",\n";
+    }
+    text += "\n" + std::string(2 * depth, ' ') + (value.is_object() ? "}" : "]");
+}
+
 bool wantsColours() {
     const char* const no = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): nobody changes the environment
     return no == nullptr || *no == '\0';
 }
 
 }  // namespace
+
+std::string toText(const Json& value) {
+    std::string text;
+    append(text, value, 0);
+    return text;
+}
 
 Console::Console()
     : colours_(wantsColours() && Platform::isTerminal(stdout)),
@@ -48,7 +80,7 @@ void Console::print(std::string_view text) {
     std::cout << text;
 }
 
-void Console::printJson(const Json& value) { print(value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
+void Console::printJson(const Json& value) { print(toText(value) + "\n"); }
 
 void Console::printError(std::string_view text) {
     clearProgress();

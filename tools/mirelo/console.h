@@ -10,6 +10,10 @@ namespace TarnoMirelo::Tool {
 /// JSON whose members keep their order.
 using Json = nlohmann::ordered_json;
 
+/// The value on several lines, but lists of numbers and the like on one. Bytes of texts that are not UTF-8 are
+/// replaced.
+std::string toText(const Json& value);
+
 enum class Colour { Red, Yellow, Green, Bold };
 
 /// Where a command's results and progress go, and in which form. Colours and progress appear on a terminal only; the
@@ -28,7 +32,7 @@ class Console {
 
     /// Writes to standard output.
     void print(std::string_view text);
-    /// Writes the value to standard output, indented. Bytes of texts that are not UTF-8 are replaced.
+    /// Writes the value to standard output as `toText` has it.
     void printJson(const Json& value);
     /// Writes "mirelo: error: " and the text to standard error.
     void printError(std::string_view text);

@@ -1,5 +1,4 @@
 #include "platform.h"
-#include "tool.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +15,3 @@ bool isTerminal(std::FILE* stream) {
 }
 
 }  // namespace TarnoMirelo::Tool::Platform
-
-int main(int argc, char** argv) {
-    return TarnoMirelo::Tool::runTool(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-}

@@ -192,4 +192,21 @@ MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     });
 }
 
+MireloStatus describeNetwork(const ModelComponent& component, const Filepath& rootDir, NetworkDescription& description,
+                             const MireloConfig& config) {
+    try {
+        const Log log(config, component.name);
+        const LogScope scope(log);
+        const NetworkFile file = readNetworkFile(component, rootDir);
+        try {
+            description = Network::describe(file, log);
+        } catch (const Exception& exception) {
+            throw Exception(about(component, exception.what()), exception.getStatusCode());
+        }
+        return {SUCCESS, ""};
+    } catch (...) {
+        return getStatusFromCurrentException();
+    }
+}
+
 }  // namespace TarnoMirelo::OnnxRuntime

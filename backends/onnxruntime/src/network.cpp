@@ -275,6 +275,17 @@ std::optional<CachedSession> openCached(const NetworkFile& file, const Options& 
     }
 }
 
+ModelFeatureDescriptor describeValue(const char* kind, const NetworkValue& value) {
+    const std::string about = std::string(kind) + " \"" + value.name + "\": ";
+    const DataType type = toDataType(value.type);
+    if (type == DataType::Undefined) {
+        throw ModelMetaDataException(
+            about + "it is no tensor, or has elements of a type that tensors don't have: " + nameOf(value.type));
+    }
+    if (!value.shape) throw ModelMetaDataException(about + "the network doesn't say how many dimensions it has");
+    return {MireloFeatureType::Tensor, true, value.name, "", TensorDescriptor(TensorShape(*value.shape), type)};
+}
+
 }  // namespace
 
 Network::Network(const NetworkFile& file, const ModelTarget& target, const Options& options, OrtEP provider,
@@ -371,6 +382,17 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
     addValues(session, engine.SessionGetOutputCount, engine.SessionGetOutputTypeInfo, engine.SessionGetOutputName,
               file.outline, opened.outputs);
     return opened;
+}
+
+NetworkDescription Network::describe(const NetworkFile& file, const Log& log) {
+    const Opened opened = open(file, Options(), OrtEP::Undefined, nullptr, log);
+    NetworkDescription description;
+    for (const NetworkValue& value : opened.inputs) {
+        if (!value.isOptional) description.inputs.push_back(describeValue("Input", value));
+    }
+    for (const NetworkValue& value : opened.outputs) description.outputs.push_back(describeValue("Output", value));
+    description.weightFiles.assign(file.outline.weightFiles.begin(), file.outline.weightFiles.end());
+    return description;
 }
 
 void Network::setBatchSize(unsigned int batchSize) {

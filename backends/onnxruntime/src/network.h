@@ -35,6 +35,9 @@ class Network {
     Network(const NetworkFile& file, const ModelTarget& target, const Options& options, OrtEP provider,
             const Cache* cache, std::shared_ptr<const Log> log);
 
+    /// Has the engine load a network without a target. Raises what keeps its inputs and outputs from being described.
+    static NetworkDescription describe(const NetworkFile& file, const Log& log);
+
     /// The element types and shapes are the target's, and where that leaves them open, the network's.
     const Kit::InputPorts& inputs() const { return inputs_; }
     const Kit::OutputPorts& outputs() const { return outputs_; }

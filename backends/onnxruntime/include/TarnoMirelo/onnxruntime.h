@@ -96,6 +96,25 @@ struct Options {
 /// Raises `MLFrameworkException` where the engine is too old.
 MIRELO_ONNXRUNTIME_API std::vector<std::shared_ptr<Device>> devices();
 
+/// What the engine tells of a network, for those who write a target for it.
+struct NetworkDescription {
+    /// Tensors; -1 stands for a dimension that the network leaves open. Inputs that it has a constant for are left out.
+    std::vector<ModelFeatureDescriptor> inputs;
+    std::vector<ModelFeatureDescriptor> outputs;
+    /// Paths of the weights that lie in files of their own, relative to the network's folder.
+    std::vector<std::string> weightFiles;
+};
+
+/// Has the engine load a network, and describes it. May be called on any thread. Raises nothing.
+/// @param component    as `Model` loads it
+/// @param description  out, on success only
+/// @param config       its sink gets what the engine reports
+/// @return `SUCCESS`; a status as of `Model::load`; or `MODEL_METADATA_ERROR` for an input or output that no target can
+///         describe: no tensor, of an element type that tensors don't have, or of an unknown number of dimensions
+MIRELO_ONNXRUNTIME_API MireloStatus describeNetwork(const ModelComponent& component, const Filepath& rootDir,
+                                                    NetworkDescription& description,
+                                                    const MireloConfig& config = MireloConfig());
+
 /// A model that ONNX Runtime runs.
 ///
 /// **Components.** A target has one, an ONNX network:

@@ -1,0 +1,156 @@
+#include "prediction.h"
+
+#include "failure.h"
+#include "npy.h"
+
+#include <TarnoMirelo/kit/ports.h>
+#include <TarnoMirelo/kit/texts.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <random>
+
+namespace TarnoMirelo::Tool {
+namespace {
+
+constexpr uint64_t kIntegers = 10;  // small enough to be an index in most networks
+
+// Half precision of that many 1024ths, from 0 to 1023, which is exact.
+uint16_t toHalf(uint64_t parts) {
+    if (parts == 0) return 0;
+    uint64_t exponent = 15;  // of 1
+    for (; (parts & 0x400U) == 0; parts <<= 1U) --exponent;
+    return static_cast<uint16_t>((exponent << 10U) | (parts & 0x3FFU));
+}
+
+template <typename Element, typename Next>
+void fill(ITensor& tensor, const Next& next) {
+    auto* const elements = reinterpret_cast<Element*>(tensor.buffer());
+    std::generate(elements, elements + tensor.shape().size(), [&] { return static_cast<Element>(next()); });
+}
+
+void fillRandomly(ITensor& tensor, uint64_t seed) {
+    std::mt19937_64 random(seed);  // its numbers are the standard's; those of its distributions are not
+    const auto integer = [&] { return random() % kIntegers; };
+    const auto fraction = [&] { return static_cast<double>(random() >> 40U) * 0x1p-24; };
+    switch (tensor.dataType()) {
+        case DataType::Bool:
+            return fill<uint8_t>(tensor, [&] { return random() % 2; });
+        case DataType::Int8:
+        case DataType::UInt8:
+            return fill<uint8_t>(tensor, integer);
+        case DataType::Int16:
+        case DataType::UInt16:
+            return fill<uint16_t>(tensor, integer);
+        case DataType::Int32:
+        case DataType::UInt32:
+            return fill<uint32_t>(tensor, integer);
+        case DataType::Int64:
+        case DataType::UInt64:
+            return fill<uint64_t>(tensor, integer);
+        case DataType::Float16:
+            return fill<uint16_t>(tensor, [&] { return toHalf(random() >> 54U); });
+        case DataType::Float:
+            return fill<float>(tensor, fraction);
+        case DataType::Double:
+            return fill<double>(tensor, fraction);
+        case DataType::Undefined:
+            break;
+    }
+}
+
+}  // namespace
+
+MireloModel::Components runnableTarget(const Package& package, ModelMetadata& metadata) {
+    package.load(metadata);
+    MireloStatus status = metadata.validate(MireloModelType::WinML);
+    if (!status.ok() && status.getDescription().empty()) status.setDescription("there is no target \"WinML\"");
+    require(package.manifestText(), status);
+    return metadata.getModelCompoents(MireloModelType::WinML);
+}
+
+NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values) {
+    NamedValues parsed;
+    for (const std::string& value : values) {
+        const size_t equals = value.rfind('=');
+        if (equals == std::string::npos || equals == 0) {
+            throw WrongUsage(option + " \"" + value + "\": wanted is NAME=VALUE");
+        }
+        if (!parsed.emplace(value.substr(0, equals), value.substr(equals + 1)).second) {
+            throw WrongUsage(option + ": \"" + value.substr(0, equals) + "\" is given twice");
+        }
+    }
+    return parsed;
+}
+
+TensorShape parseShape(const std::string& option, const std::string& text) {
+    std::vector<int64_t> dimensions;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (bool more = !text.empty(); more;) {
+        int64_t dimension = -1;
+        const auto [behind, error] = std::from_chars(at, end, dimension);
+        more = behind != end;
+        if (error != std::errc() || dimension < 0 || (more && *behind != ',')) {
+            throw WrongUsage(option + " \"" + text + "\": wanted are dimensions as in 1,3,224,224");
+        }
+        dimensions.push_back(dimension);
+        at = behind + (more ? 1 : 0);
+    }
+    return TensorShape(dimensions);
+}
+
+std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling) {
+    const std::string about = "Input \"" + descriptor.name() + "\": ";
+    if (descriptor.type() != MireloFeatureType::Tensor) {
+        throw Failure(about + "it is of type " + GetMireloFeatureTypeName(descriptor.type()) + ", wanted is a tensor");
+    }
+    const TensorShape wanted = descriptor.tensorDescriptor().shape();
+    const DataType type = descriptor.tensorDescriptor().tensorType();
+    TensorShape shape = wanted;
+    if (const auto given = filling.shapes.find(descriptor.name()); given != filling.shapes.end()) {
+        shape = parseShape("--shape", given->second);
+    } else {
+        for (uint64_t i = 0; i < shape.dimension(); ++i) shape[i] = shape[i] == -1 ? 1 : shape[i];
+    }
+    if (!Kit::fits(shape, wanted)) {
+        throw Failure(about + "the shape is " + Kit::toText(shape) + ", wanted is " + Kit::toText(wanted));
+    }
+    if (type == DataType::Undefined || !Kit::byteCount(type, shape)) {
+        throw Failure(about + "the manifest says no element type and shape that a tensor can be made of");
+    }
+    auto tensor = std::make_shared<Tensor>(type, shape);
+    if (filling.seed) fillRandomly(*tensor, *filling.seed);
+    return std::make_shared<MireloFeatureTensor>(descriptor, std::move(tensor));
+}
+
+MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
+                               const std::optional<Filling>& filling, std::string& missing) {
+    requireInputNames(files, target.inputs);
+    if (filling) requireInputNames(filling->shapes, target.inputs);
+    MireloModel::Inputs inputs;
+    for (const ModelFeatureDescriptor& descriptor : target.inputs) {
+        if (const auto file = files.find(descriptor.name()); file != files.end()) {
+            inputs.push_back(std::make_shared<MireloFeatureTensor>(descriptor, readNpy(toPath(file->second))));
+        } else if (filling) {
+            inputs.push_back(generateInput(descriptor, *filling));
+        } else if (descriptor.required()) {
+            missing += (missing.empty() ? "" : ", ") + descriptor.name();
+        }
+    }
+    return inputs;
+}
+
+void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs) {
+    std::string names;
+    for (const ModelFeatureDescriptor& input : inputs) names += (names.empty() ? "" : ", ") + input.name();
+    for (const auto& [name, value] : values) {
+        const bool known =
+            std::any_of(inputs.begin(), inputs.end(),
+                        [&name = name](const ModelFeatureDescriptor& input) { return input.name() == name; });
+        if (!known) throw Failure("there is no input \"" + name + "\", wanted is one of " + names);
+    }
+}
+
+}  // namespace TarnoMirelo::Tool

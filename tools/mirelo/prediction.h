@@ -1,0 +1,46 @@
+#pragma once
+
+#include "engines.h"
+#include "package.h"
+
+#include <TarnoMirelo/model.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace TarnoMirelo::Tool {
+
+/// The target of a package that engines run. Raises `Failure` where it can't be run.
+MireloModel::Components runnableTarget(const Package& package, ModelMetadata& metadata);
+
+/// Options of the form NAME=VALUE; the name may hold a "=" of its own.
+using NamedValues = std::map<std::string, std::string>;
+/// Raises `WrongUsage` for one without "=", and for a name that comes twice.
+/// @param option  for the message
+NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values);
+/// "1,3,224" as dimensions; raises `WrongUsage`.
+TensorShape parseShape(const std::string& option, const std::string& text);
+
+/// How inputs that no file is given for are filled.
+struct Filling {
+    std::optional<uint64_t> seed;  ///< of random numbers; nothing for zeros
+    NamedValues shapes;            ///< of inputs with dimensions that are -1; where there is none, those become 1
+};
+
+/// A tensor of zeros, or of random numbers that are the same on every system: floats from 0 to 1, integers from 0 to 9.
+/// Raises `Failure` where it can't be made.
+std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling);
+
+/// The inputs of a prediction: from NumPy files where one is named, and generated where there is a filling. Raises
+/// `Failure` for a name that is none of the inputs', and what reading and making them raises.
+/// @param missing  out: the required inputs that there is nothing for, as in "x, y"; empty: none
+MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
+                               const std::optional<Filling>& filling, std::string& missing);
+
+/// Raises `Failure` for a name that is none of the inputs'.
+void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs);
+
+}  // namespace TarnoMirelo::Tool

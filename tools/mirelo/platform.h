@@ -15,6 +15,10 @@ void prepareStandardStreams();
 /// Whether colours and progress can be shown there.
 bool isTerminal(std::FILE* stream);
 
+/// Has the system write a directory's entries to the disk: which files it has, under which names.
+/// @return whether they are there
+bool syncDirectory(const std::filesystem::path& directory);
+
 /// Makes a file that, where the system has permissions, its owner alone can read from the beginning, and has it written
 /// to the disk.
 /// @return false where something of that name is there already, or it can't be made or written; then it isn't there

@@ -428,6 +428,11 @@ TEST(KitCheck, LooksForTheFiles) {
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("data/deep/X.bin", "type": "file")"),
               at + "The path differs from the file's in the case of letters: it is found on Windows alone. Found "
                    "\"data/deep/X.bin\", wanted \"Data/deep/x.bin\". Write \"Data/deep/x.bin\".\n");
+    for (const std::string path : {"net.onnx/", "net.onnx/.", "./net.onnx//"}) {
+        EXPECT_EQ(
+            checkFiles(directory, "\"net.onnx\"", '"' + path + '"'),
+            at + "A file's path ends in its name. Found \"" + path + "\", wanted \"net.onnx\". Write \"net.onnx\".\n");
+    }
     EXPECT_EQ(
         checkFiles(directory, "\"net.onnx\"", "\"Data\""),
         at + "It is not what \"type\" says. Found a directory, wanted a file, as for \"file\". Correct the path or "

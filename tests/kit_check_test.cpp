@@ -85,6 +85,37 @@ TEST(KitCheck, FindsAByteOrderMarkAndGoesOn) {
         "5:15 [/author] warning: The text is not UTF-8. Found \"?\", wanted UTF-8. Save the manifest as UTF-8.\n");
 }
 
+// The advice is about what is there, not about what the parser looked for.
+TEST(KitCheck, NamesWhatBreaksTheText) {
+    const std::string utf8 =
+        "wanted UTF-8. Save the manifest as UTF-8, not as UTF-16; if it is UTF-8 already, remove the NUL.\n";
+    const std::string control =
+        ", wanted a text without control characters. Write a line break as \\n, a tab as \\t.\n";
+    const std::string inId = "1:10 [/id] error: The text is no JSON. Found ";
+    const struct {
+        std::string text;
+        std::string expected;
+    } cases[] = {
+        {{"\xFF\xFE{\0}\0", 6}, "1:1 [] error: The text is no JSON. Found \"??{?}?\", " + utf8},
+        {{"\xFE\xFF\0{\0}", 6}, "1:1 [] error: The text is no JSON. Found \"???{?}\", " + utf8},
+        {{"{\0}\0", 4}, "1:2 [] error: The text is no JSON. Found a NUL byte, " + utf8},
+        {{"\0{\0}", 4}, "1:1 [] error: The text is no JSON. Found a NUL byte, " + utf8},
+        {{"{\"id\": \"a\0\"}", 12}, inId + "a NUL byte, " + utf8},
+        {"{\"id\": \"a\tb\"}", inId + "a tab" + control},
+        {"{\"id\": \"a\r\n\"}", inId + "the end of the line" + control},
+        {"{\"id\": \"a\x01\"}", inId + "\"?\"}\"" + control},
+        {"{\"id\": \"a\\x\"}",
+         inId + "\"\\x\"}\", wanted \\\", \\\\, \\/, \\b, \\f, \\n, \\r, \\t or \\u. Write a backslash as \\\\.\n"},
+        {"{ /* n }",
+         "1:9 [] error: The text is no JSON. Found the end of the text, wanted JSON without comments. Remove the "
+         "comment: it does not end, or does not begin with // or /*.\n"},
+    };
+    for (const auto& each : cases) EXPECT_EQ(print(checkManifestText(each.text)), each.expected) << each.text;
+    EXPECT_EQ(check("\"Example\"", R"("\uDC00")"),
+              "5:15 [/author] warning: The text is not UTF-8. Found \"\\uDC00\", wanted UTF-8. Save the manifest as "
+              "UTF-8, and write a character itself, not its \\u.\n");
+}
+
 namespace {
 
 // Kinds of JSON text: what stands where a value is expected.
@@ -397,6 +428,11 @@ TEST(KitCheck, LooksForTheFiles) {
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("data/deep/X.bin", "type": "file")"),
               at + "The path differs from the file's in the case of letters: it is found on Windows alone. Found "
                    "\"data/deep/X.bin\", wanted \"Data/deep/x.bin\". Write \"Data/deep/x.bin\".\n");
+    for (const std::string path : {"net.onnx/", "net.onnx/.", "./net.onnx//"}) {
+        EXPECT_EQ(
+            checkFiles(directory, "\"net.onnx\"", '"' + path + '"'),
+            at + "A file's path ends in its name. Found \"" + path + "\", wanted \"net.onnx\". Write \"net.onnx\".\n");
+    }
     EXPECT_EQ(
         checkFiles(directory, "\"net.onnx\"", "\"Data\""),
         at + "It is not what \"type\" says. Found a directory, wanted a file, as for \"file\". Correct the path or "

@@ -65,6 +65,25 @@ TEST(KitFileFailures, AnInterruptedProcessLeavesNoHalfFileUnderTheName) {
     EXPECT_EQ(left.substr(left.size() - std::min<size_t>(left.size(), 6)), ".part ");
 }
 
+// Who may not read the weights may not read them when they have been protected and opened again.
+TEST(KitFileFailures, APrivateFileStaysPrivate) {
+    namespace fs = std::filesystem;
+    const TempDir directory;
+    const mode_t mask = umask(022);
+    const fs::perms shared = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    for (const fs::perms permissions : {fs::perms::owner_read | fs::perms::owner_write, shared}) {
+        const Filepath plain = directory.write("plain", "weights");
+        fs::permissions(directory.native() / "plain", permissions);
+        directory.write("opened", "of a file that everybody may read");
+        ASSERT_EQ(text(protectFile(plain, kTestKey, directory.path("container"))), kSuccess);
+        ASSERT_EQ(text(unprotectFile(directory.path("container"), kTestKey, directory.path("opened"))), kSuccess);
+        for (const char* const name : {"container", "opened"}) {
+            EXPECT_EQ(fs::status(directory.native() / name).permissions(), permissions) << name;
+        }
+    }
+    umask(mask);
+}
+
 // Neither is a device replaced by a file, nor a pipe waited for.
 TEST(KitFileFailures, WhatIsNoFileIsLeftAlone) {
     const TempDir directory;

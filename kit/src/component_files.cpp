@@ -88,6 +88,12 @@ Place follow(const std::string& path, const Filepath& rootDir, Directories& dire
     return place;
 }
 
+// Whether a path can only be a directory's: the system opens no file by it.
+bool namesDirectory(const std::string& path) {
+    const std::string name = path.substr(path.find_last_of("/\\") + 1);
+    return name.empty() || name == ".";
+}
+
 bool isReadableFile(const Filepath& path, uint64_t& size) {
     try {
         size = FileUtils().getFileSize(path);
@@ -121,6 +127,10 @@ class ComponentCheck {
             if (!isListed) reportKind(component, isFile ? "a file" : "something that can't be opened", "a directory");
         } else if (!isFile) {
             reportKind(component, isListed ? "a directory" : "something that can't be opened", "a file");
+        } else if (namesDirectory(component.path)) {
+            report(Severity::Error, component, component.pathOffset, "/path",
+                   {"A file's path ends in its name", quotedExcerpt(component.path), quotedExcerpt(place.spelling),
+                    "Write \"" + place.spelling + "\"."});
         } else {
             checkContent(component, place.path, size);
         }

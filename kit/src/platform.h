@@ -28,6 +28,8 @@ class InputFile {
 
     /// In bytes, when it was opened.
     uint64_t size() const { return size_; }
+    /// Who may read and write it; all, where the system has other rules.
+    std::filesystem::perms permissions() const { return permissions_; }
     /// Reads until `size` bytes are there or the file ends. Raises `FileException` that names the path when reading
     /// fails.
     /// @return the bytes that were read; fewer than `size` at the end alone
@@ -37,15 +39,18 @@ class InputFile {
     Filepath path_;
     intptr_t handle_;
     uint64_t size_ = 0;
+    std::filesystem::perms permissions_ = std::filesystem::perms::all;
 };
 
 /// A file that appears under its name once it is whole, and takes the place of the one that was there. Until then it
 /// lies beside, under a name of its own that ends in ".part".
 class NewFile {
  public:
+    /// @param permissions  those of the file that it is made of; the process's mask takes some away as ever. Of no
+    ///                     effect where the system has other rules: there they are its directory's.
     /// Raises `FileException` that names the path when the file beside can't be made, when what is there is no regular
     /// file, and for a path that is not UTF-8.
-    explicit NewFile(const Filepath& path);
+    NewFile(const Filepath& path, std::filesystem::perms permissions);
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
     /// Removes what is not finished.

@@ -40,6 +40,7 @@ InputFile::InputFile(const Filepath& path)
     struct stat facts {};
     const bool isRegular = file >= 0 && ::fstat(file, &facts) == 0 && S_ISREG(facts.st_mode);
     size_ = static_cast<uint64_t>(facts.st_size);
+    permissions_ = static_cast<std::filesystem::perms>(facts.st_mode) & std::filesystem::perms::all;
     if (isRegular) return;
     if (file >= 0) ::close(file);
     throw FileException("Cannot open the file " + path.getPathString());
@@ -59,13 +60,13 @@ size_t InputFile::read(void* data, size_t size) {
     return done;
 }
 
-NewFile::NewFile(const Filepath& path)
+NewFile::NewFile(const Filepath& path, std::filesystem::perms permissions)
     : path_(path),
       native_(nativePath(path)),
       beside_(nativePath(pathBeside(path))),
-      handle_(isSomethingElse(native_)
-                  ? -1
-                  : ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666)) {
+      handle_(isSomethingElse(native_) ? -1
+                                       : ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                                                static_cast<mode_t>(permissions & std::filesystem::perms::all))) {
     if (handle_ < 0) fail();
 }
 

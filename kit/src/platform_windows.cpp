@@ -76,7 +76,7 @@ size_t InputFile::read(void* data, size_t size) {
     return done;
 }
 
-NewFile::NewFile(const Filepath& path)
+NewFile::NewFile(const Filepath& path, std::filesystem::perms /*permissions*/)
     : path_(path),
       native_(widePath(path)),
       beside_(widePath(pathBeside(path))),

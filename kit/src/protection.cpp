@@ -203,7 +203,7 @@ template <typename Work>
 MireloStatus betweenFiles(const Filepath& from, const Filepath& to, const Work& work) {
     return statusOf([&] {
         Platform::InputFile input(from);
-        Platform::NewFile output(to);
+        Platform::NewFile output(to, input.permissions());
         work([&](uint8_t* data, size_t size) { return input.read(data, size); },
              [&](const uint8_t* data, size_t size) { output.write(data, size); });
         output.finish();

@@ -361,7 +361,11 @@ class StrictReader {
         }
         if (!isUtf8_ && validUtf8(text) != text.size()) {
             report(Severity::Warning, value.offset, [&] {
-                return Words{"The text is not UTF-8", found(value), "UTF-8", "Save the manifest as UTF-8."};
+                const std::string raw = found(value);
+                return raw.find("\\u") == std::string::npos
+                           ? Words{"The text is not UTF-8", raw, "UTF-8", "Save the manifest as UTF-8."}
+                           : Words{"The text is not UTF-8", raw, "UTF-8",
+                                   "Save the manifest as UTF-8, and write a character itself, not its \\u."};
             });
         }
         if (!rule.allowed.empty()) {
@@ -532,6 +536,8 @@ constexpr BreakText kBreaks[] = {
      "Close the text with a double quote."},
     {rapidjson::kParseErrorStringInvalidEncoding, "a text without control characters",
      "Write a line break as \\n, a tab as \\t."},
+    {rapidjson::kParseErrorUnspecificSyntaxError, "JSON without comments",
+     "Remove the comment: it does not end, or does not begin with // or /*."},
     {rapidjson::kParseErrorNumberTooBig, "a number below 1.8e308", "Write a smaller number."},
     {rapidjson::kParseErrorNumberMissFraction, "a digit behind the point", "Write a digit behind the point."},
     {rapidjson::kParseErrorNumberMissExponent, "a digit behind the e", "Write a digit behind the e."},
@@ -541,13 +547,46 @@ std::string restOfLine(std::string_view text, size_t offset) {
     return quotedExcerpt(text.substr(offset, text.find_first_of("\r\n", offset) - offset));
 }
 
+std::string foundAt(std::string_view text, size_t offset) {
+    if (offset >= text.size()) return "the end of the text";
+    switch (text[offset]) {
+        case '\r':
+        case '\n':
+            return "the end of the line";
+        case '\t':
+            return "a tab";
+        case '\0':
+            return "a NUL byte";
+        default:
+            return restOfLine(text, offset);
+    }
+}
+
+// Whether it looks like UTF-16 from there: by its mark, or by the NUL in each letter of the Latin alphabet.
+bool isUtf16(std::string_view text, size_t offset) {
+    return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+           (offset < text.size() && text[offset] == '\0');
+}
+
+// RapidJSON speaks of an escape where a control character stands in a text.
+rapidjson::ParseErrorCode codeOf(rapidjson::ParseErrorCode code, std::string_view text, size_t offset) {
+    const bool isControl = offset < text.size() && static_cast<unsigned char>(text[offset]) < 0x20;
+    return isControl && code == rapidjson::kParseErrorStringEscapeInvalid ? rapidjson::kParseErrorStringInvalidEncoding
+                                                                          : code;
+}
+
 Words brokenJson(rapidjson::ParseErrorCode code, std::string_view text, size_t offset) {
-    const auto* const entry = std::find_if(std::begin(kBreaks), std::end(kBreaks),
-                                           [code](const BreakText& each) { return each.code == code; });
+    const auto* const entry =
+        std::find_if(std::begin(kBreaks), std::end(kBreaks),
+                     [code = codeOf(code, text, offset)](const BreakText& each) { return each.code == code; });
     const size_t last = text.substr(0, offset).find_last_not_of(" \t\r\n");
-    const std::string found = offset >= text.size() ? "the end of the text" : restOfLine(text, offset);
+    const std::string found = foundAt(text, offset);
     Words words{"The text is no JSON", found, "JSON", "Look at the text just before."};
     if (entry != std::end(kBreaks)) words = {words.what, found, entry->wanted, entry->advice};
+    if (isUtf16(text, offset)) {
+        words.wanted = "UTF-8";
+        words.advice = "Save the manifest as UTF-8, not as UTF-16; if it is UTF-8 already, remove the NUL.";
+    }
     const bool closes = offset < text.size() && (text[offset] == '}' || text[offset] == ']');
     if (closes && last != std::string_view::npos && text[last] == ',') words.advice = "Remove the comma before it.";
     return words;

@@ -2,8 +2,10 @@
 
 #include "failure.h"
 #include "interrupt.h"
+#include "platform.h"
 
 #include <TarnoMirelo/kit/digest.h>
+#include <TarnoMirelo/kit/package.h>
 
 #include <algorithm>
 #include <system_error>
@@ -53,12 +55,21 @@ void ComponentExchange::change(const Wanted& wanted, const fs::path& file) {
     manifest_.set(wanted.component, "sha256", Json(digest).dump());
 }
 
+// What is damaged would get a new digest, and nobody could find the damage any more.
+void ComponentExchange::verify() const {
+    Kit::PackageReport report;
+    Kit::PackageOptions options;
+    options.progress = [](const Kit::PackageProgress& /*progress*/) { checkInterrupt(); };
+    require(about(), Kit::verifyPackage(toFilepath(package_.manifest()), report, options));
+}
+
 void ComponentExchange::run(const Make& make, const std::string& work, Console& console) {
     const std::vector<File> all = files();
     for (const File& each : all) {
         if (!fs::exists(fs::symlink_status(each.to))) continue;
         throw Failure(about() + ": \"" + each.newPath + "\" is there already, wanted is a name that is free");
     }
+    verify();
     for (size_t i = 0; i < all.size(); ++i) {
         checkInterrupt();
         console.progress(work + " " + all[i].oldPath, static_cast<double>(i) / static_cast<double>(all.size()));
@@ -71,8 +82,12 @@ void ComponentExchange::run(const Make& make, const std::string& work, Console& 
         change(each, manifest_.fileOf(component));
     }
     checkInterrupt();
+    syncNewFiles(all);
     manifest_.save();
     made_.clear();
+    if (!Platform::syncDirectory(package_.manifest().parent_path())) {
+        throw Failure(about() + ": the new manifest may not be on the disk yet, so the old files were left there");
+    }
     removeOldFiles(all);
     Json json = {{"manifest", about()}, {"files", Json::array()}};
     for (const File& each : all) {
@@ -80,6 +95,14 @@ void ComponentExchange::run(const Make& make, const std::string& work, Console& 
         if (!console.json()) console.print(each.oldPath + " -> " + each.newPath + "\n");
     }
     if (console.json()) console.printJson(json);
+}
+
+// A name can be lost where its file is not, until the directory is on the disk, too.
+void ComponentExchange::syncNewFiles(const std::vector<File>& files) const {
+    for (const File& each : files) {
+        if (Platform::syncDirectory(each.to.parent_path())) continue;
+        throw Failure(about() + ": the directory of \"" + each.newPath + "\" can't be written to the disk");
+    }
 }
 
 void ComponentExchange::removeOldFiles(const std::vector<File>& files) const {

@@ -32,7 +32,8 @@ class ComponentExchange {
     bool empty() const { return wanted_.empty(); }
 
     /// Does it, and prints which file replaces which. Raises `Failure` before anything is changed where a new file's
-    /// name is taken, and afterwards for an old file that can't be removed.
+    /// name is taken or a component is not what its size and digest say, and afterwards for an old file that can't be
+    /// removed.
     /// @param work  for the progress, as in "protecting"
     void run(const Make& make, const std::string& work, Console& console);
 
@@ -52,7 +53,9 @@ class ComponentExchange {
     };
 
     std::vector<File> files() const;
+    void verify() const;
     void change(const Wanted& wanted, const std::filesystem::path& file);
+    void syncNewFiles(const std::vector<File>& files) const;
     void removeOldFiles(const std::vector<File>& files) const;
 
     Package package_;

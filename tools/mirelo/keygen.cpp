@@ -1,8 +1,7 @@
 #include "commands.h"
 #include "keys.h"
 #include "paths.h"
-
-#include <fstream>
+#include "platform.h"
 
 namespace TarnoMirelo::Tool {
 namespace {
@@ -17,15 +16,7 @@ ExitCode keygen(const std::string& file, Console& console) {
     }
     Kit::SecretBytes key(kKeyBytes);
     require(file, Kit::newProtectionKey(key.data()));
-    std::ofstream output(path, std::ios::binary);
-    if (!output) throw Failure(file + ": the file can't be made");
-    fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);  // before there is a secret in it
-    output.write(reinterpret_cast<const char*>(key.data()), static_cast<std::streamsize>(key.size()));
-    output.close();
-    if (!output) {
-        fs::remove(path);
-        throw Failure(file + ": the key can't be written");
-    }
+    if (!Platform::writeSecretFile(path, key.data(), kKeyBytes)) throw Failure(file + ": the file can't be made");
     if (console.json()) {
         console.printJson({{"file", file}});
     } else {

@@ -3,9 +3,9 @@
 /// @file
 /// What the tool needs of the system beyond the standard library; the build picks the implementation.
 
-#include <cstdint>
-#include <string>
-#include <vector>
+#include <cstddef>
+#include <cstdio>
+#include <filesystem>
 
 namespace TarnoMirelo::Tool::Platform {
 
@@ -14,5 +14,14 @@ void prepareStandardStreams();
 
 /// Whether colours and progress can be shown there.
 bool isTerminal(std::FILE* stream);
+
+/// Has the system write a directory's entries to the disk: which files it has, under which names.
+/// @return whether they are there
+bool syncDirectory(const std::filesystem::path& directory);
+
+/// Makes a file that, where the system has permissions, its owner alone can read from the beginning, and has it written
+/// to the disk.
+/// @return false where something of that name is there already, or it can't be made or written; then it isn't there
+bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size);
 
 }  // namespace TarnoMirelo::Tool::Platform

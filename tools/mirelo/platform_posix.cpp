@@ -1,8 +1,11 @@
 #include "platform.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace TarnoMirelo::Tool::Platform {
@@ -12,6 +15,23 @@ void prepareStandardStreams() {}  // they write bytes as they are
 bool isTerminal(std::FILE* stream) {
     const char* const kind = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe): nobody changes the environment
     return isatty(fileno(stream)) != 0 && kind != nullptr && std::string_view(kind) != "dumb";
+}
+
+bool syncDirectory(const std::filesystem::path& directory) {
+    const int handle = ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (handle < 0) return false;
+    const bool isWritten = ::fsync(handle) == 0 || errno == EINVAL;  // file systems that can't have no need to
+    ::close(handle);
+    return isWritten;
+}
+
+bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0) return false;
+    const bool isWritten = ::write(file, data, size) == static_cast<ssize_t>(size) && ::fsync(file) == 0;
+    const bool isWhole = ::close(file) == 0 && isWritten && syncDirectory(path.parent_path());
+    if (!isWhole) ::unlink(path.c_str());
+    return isWhole;
 }
 
 }  // namespace TarnoMirelo::Tool::Platform

@@ -24,4 +24,19 @@ bool isTerminal(std::FILE* stream) {
     return GetConsoleMode(console, &mode) != 0 && (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
+// What is renamed is there already: see `Kit::Platform::NewFile`.
+bool syncDirectory(const std::filesystem::path& /*directory*/) { return true; }
+
+bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
+    const HANDLE file =
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const bool isWhole = WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) != FALSE &&
+                         written == size && FlushFileBuffers(file) != FALSE;
+    CloseHandle(file);
+    if (!isWhole) DeleteFileW(path.c_str());
+    return isWhole;
+}
+
 }  // namespace TarnoMirelo::Tool::Platform

@@ -69,7 +69,8 @@ MireloStatus unprotect(const void* container, uint64_t size, const unsigned char
 
 /// Makes a container of a file. It gets its name once it is complete: until then it is a file beside it, of that name
 /// with ".part" at the end. That one is removed on failure; where the process ends early, it is left. A file of the
-/// final name is replaced.
+/// final name is replaced. On POSIX systems the new one has the permissions of the file that it is made of, as far as
+/// the process's mask allows: a private file stays private, as a container and opened again.
 /// @return as above, or `FILE_ERROR` with a description that names the path: a file can't be read or written, there is
 ///         something else than a file, or a path is not UTF-8
 MireloStatus protectFile(const Filepath& plain, const unsigned char* key, const Filepath& container);

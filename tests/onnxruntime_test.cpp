@@ -418,6 +418,12 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
     EXPECT_EQ(use(), "0 (1,2) 11 22");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": The cache file is not used: "));
     std::filesystem::remove(folder.native() / "cache");
+    use();
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_EQ(query(), CacheStatus::Stale);
+    EXPECT_EQ(use(), "0 (1,2) 11 22");
+    std::filesystem::remove(file);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {

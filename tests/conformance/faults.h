@@ -26,6 +26,7 @@
     FAULT(WritesIntoInputs, "Reference.InputsStay")                    \
     FAULT(WritesIntoBoundInputs, "Reference.InputsStay")               \
     FAULT(GoesByOrder, "Reference.InputsInAnyOrder")                   \
+    FAULT(RefusesVariableInputs, "Reference.AllocatedInputs")          \
     FAULT(IgnoresDefault, "Reference.AbsentInput")                     \
     FAULT(WantsAllInputsOfBatch, "Reference.AbsentInput")              \
     FAULT(ReinterpretsElements, "Reference.ElementTypes")              \
@@ -65,6 +66,7 @@
     FAULT(BindsBuffersOnly, "Reference.OpenBoundOutputs")              \
     FAULT(ComputesAtBind, "Reference.InputsThatChange")                \
     FAULT(KeepsOneBinding, "Reference.SeveralBindings")                \
+    FAULT(ReusesBoundOutputs, "Reference.SeveralBindings")             \
     FAULT(BorrowsBoundTensors, "Reference.BindingKeepsWhatItBinds")    \
     FAULT(DropsBindingOnFailure, "Reference.FailedBind")               \
     FAULT(TakesNullBinding, "Reference.NullBinding")                   \

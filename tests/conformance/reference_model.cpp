@@ -242,6 +242,7 @@ MireloStatus ReferenceModel::onLoad(const std::vector<ModelComponent>& component
     if (network_ != nullptr) memoryOfAllModels -= network_->bytes;
     if (loaded != nullptr) memoryOfAllModels += loaded->bytes;
     network_ = std::move(loaded);
+    lastOutputs_.clear();
     if (!has(Fault::KeepsBatchSize)) rows_ = 1;
     if (status.ok() || !has(Fault::KeepsReportOfFailedLoad)) report(true);
     return status;
@@ -489,6 +490,12 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
         status = checkTypes(network.inputs, network.types, tensors, has(Fault::ConvertsEveryType));
     }
     if (!status.ok()) return status;
+    if (has(Fault::RefusesVariableInputs)) {
+        for (size_t i = 0; i < tensors.size(); ++i) {
+            if (tensors[i] == nullptr || !tensors[i]->hasVariableShape()) continue;
+            return {INVALID_SHAPE, network.inputs.about(i, "the shape is variable, wanted is a fixed one")};
+        }
+    }
     std::vector<Computed> computed = compute(network, tensors);
     if (has(Fault::RemembersInputs)) {
         if (lastInput_ == tensors[0].get()) computed = lastResults_;
@@ -672,6 +679,7 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
         }
     }
     const bool makesOutputs = outputs.empty();
+    if (has(Fault::ReusesBoundOutputs) && makesOutputs) outputs = lastOutputs_;
     auto bound = std::make_shared<Bound>();
     bound->model = this;
     bound->network = network_;
@@ -703,6 +711,7 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
         for (const auto& tensor : bound->outputs) bound->tensors.add(tensor);
     }
     outputs = std::move(prepared.features);
+    if (has(Fault::ReusesBoundOutputs) && makesOutputs) lastOutputs_ = outputs;
     binding = bound;
     if (has(Fault::KeepsOneBinding)) lastBinding_ = bound;
     report();

@@ -125,12 +125,15 @@ void severalBindings(Trial& trial) {
         const auto model = trial.loaded(package);
         Bound first = boundOf(*model, package.cases.front(), true);
         Bound second = boundOf(*model, package.cases.back(), false);
+        Bound third = boundOf(*model, package.cases.front(), false);
         for (int times = 0; times < 2; ++times) {
             first.expectEvaluates(trial, *model);
             trial.expectPredicts(*model, package);
             second.expectEvaluates(trial, *model);
+            third.expectEvaluates(trial, *model);
         }
         trial.expectResults(first.features.outputs, first.expected->outputs);
+        trial.expectResults(second.features.outputs, second.expected->outputs);
     }
 }
 

@@ -95,6 +95,30 @@ void inputsInAnyOrder(Trial& trial) {
     }
 }
 
+// Those of variable shape keep the memory of the largest shape that they had.
+void allocatedInputs(Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        Outputs inputs;
+        Trial::expectSuccess(model->allocateInputs(inputs), "allocateInputs");
+        for (const Case& each : package.cases) {
+            if (each.inputs.size() != inputs.size()) continue;
+            SCOPED_TRACE("case " + each.name);
+            for (size_t i = 0; i < inputs.size(); ++i) {
+                ITensor& tensor = *inputs[i]->asTensor();
+                if (tensor.hasVariableShape()) {
+                    Trial::expectSuccess(tensor.allocateShape(each.inputs[i].shape), "allocateShape");
+                }
+            }
+            write(each.inputs, inputs);
+            Outputs outputs;
+            Trial::expectSuccess(model->predict({inputs.begin(), inputs.end()}, outputs), "predict");
+            trial.expectResults(outputs, each.outputs);
+        }
+    }
+}
+
 void absentInput(Trial& trial) {
     bool tried = false;
     for (const Package& package : trial.packages()) {
@@ -247,6 +271,8 @@ std::vector<Row> predictionRows() {
         {"InputsStay", "predict, predictBatch, bind and evaluate", SUCCESS, "the inputs are as they were", inputsStay},
         {"InputsInAnyOrder", "inputs in another order than the target's", SUCCESS, "the same results",
          inputsInAnyOrder},
+        {"AllocatedInputs", "inputs that allocateInputs has made", SUCCESS, "the same results for each shape in turn",
+         allocatedInputs},
         {"AbsentInput", "an input left out that is not required, also of all rows of a batch", SUCCESS,
          "the results of the default that the network has for it", absentInput},
         {"ElementTypes", "elements of each type that the backend takes for floats", SUCCESS, "the same results",

@@ -227,6 +227,7 @@ void addArchivedWeights(const NetworkFile& file, OrtSessionOptions& options) {
         sizes.push_back(static_cast<size_t>(weights->size));
     }
     std::vector<const ORTCHAR_T*> texts;
+    texts.reserve(names.size());
     for (const auto& name : names) texts.push_back(name.c_str());
     check(api().AddExternalInitializersFromFilesInMemory(&options, texts.data(), buffers.data(), sizes.data(),
                                                          texts.size()));

@@ -237,7 +237,7 @@ void targetOfOtherNames(Trial& trial) {
     for (const bool isInput : {true, false}) {
         SCOPED_TRACE(isInput ? "an input" : "an output");
         MireloModel::Components components = trial.plain().components;
-        ModelTarget& target = std::get<ModelTarget>(components);
+        auto& target = std::get<ModelTarget>(components);
         ModelFeatureDescriptor& port = (isInput ? target.inputs : target.outputs).front();
         port = {port.type(), port.required(), stranger, port.description(), port.tensorDescriptor()};
         std::vector<Value> inputs = trial.plain().cases.front().inputs;

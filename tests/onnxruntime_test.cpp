@@ -308,6 +308,7 @@ TEST_F(OnnxRuntimeBackend, GivesOutputsTheShapesThatOnlyTheRunTells) {
         EXPECT_EQ(text(model->evaluate(binding)), kSuccess);
         EXPECT_EQ(text(*bound.at(0)->asTensor()), expected);
     }
+    EXPECT_THAT(sink->written, testing::Not(HasSubstr("engine: ")));  // which would be of a failure
     // Where the host or the target expects another shape.
     Outputs given = {feature<int64_t>("y", {1, 2}, {}, DataType::Int64)};
     EXPECT_EQ(text(model->predict({input}, given)), R"(17: Output "y": the shape is (1, 2), wanted is (1, 3))");
@@ -417,6 +418,12 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
     EXPECT_EQ(use(), "0 (1,2) 11 22");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": The cache file is not used: "));
     std::filesystem::remove(folder.native() / "cache");
+    use();
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_EQ(query(), CacheStatus::Stale);
+    EXPECT_EQ(use(), "0 (1,2) 11 22");
+    std::filesystem::remove(file);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {

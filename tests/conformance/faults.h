@@ -8,6 +8,9 @@
     FAULT(FollowsEveryPath, "Reference.ComponentOutsideRoot")          \
     FAULT(TakesEveryKind, "Reference.ComponentOfUnknownKind")          \
     FAULT(TrustsTheNetwork, "Reference.TargetThatDoesNotFit")          \
+    FAULT(TakesTargetsInputOrder, "Reference.TargetInAnotherOrder")    \
+    FAULT(TakesTargetsOutputOrder, "Reference.TargetInAnotherOrder")   \
+    FAULT(TakesOtherNames, "Reference.TargetOfOtherNames")             \
     FAULT(ReadsMemoryFromFile, "Reference.ComponentsOfEachKind")       \
     FAULT(KeepsFirstNetwork, "Reference.SecondLoad")                   \
     FAULT(KeepsNetworkOfFailedLoad, "Reference.FailedLoad")            \
@@ -19,9 +22,13 @@
     FAULT(ReusesNewOutputs, "Reference.RepeatedPrediction")            \
     FAULT(RemembersInputs, "Reference.RepeatedPrediction")             \
     FAULT(LendsItsMemory, "Reference.ResultsOutliveTheModel")          \
+    FAULT(LendsMemoryToBindings, "Reference.ResultsOutliveTheModel")   \
     FAULT(WritesIntoInputs, "Reference.InputsStay")                    \
+    FAULT(WritesIntoBoundInputs, "Reference.InputsStay")               \
     FAULT(GoesByOrder, "Reference.InputsInAnyOrder")                   \
+    FAULT(RefusesVariableInputs, "Reference.AllocatedInputs")          \
     FAULT(IgnoresDefault, "Reference.AbsentInput")                     \
+    FAULT(WantsAllInputsOfBatch, "Reference.AbsentInput")              \
     FAULT(ReinterpretsElements, "Reference.ElementTypes")              \
     FAULT(IgnoresNullInput, "Reference.NullInput")                     \
     FAULT(InventsMissingInput, "Reference.MissingInput")               \
@@ -53,8 +60,13 @@
     FAULT(IgnoresOutputOverInput, "Reference.OutputOverInput")         \
     FAULT(IgnoresOutputOverOutput, "Reference.OutputOverOutput")       \
     FAULT(EvaluatesOnce, "Reference.Evaluations")                      \
+    FAULT(BindsInputsByPlace, "Reference.BoundInAnyOrder")             \
+    FAULT(BindsOutputsByPlace, "Reference.BoundInAnyOrder")            \
+    FAULT(BindsAllOutputsOnly, "Reference.BoundInAnyOrder")            \
+    FAULT(BindsBuffersOnly, "Reference.OpenBoundOutputs")              \
     FAULT(ComputesAtBind, "Reference.InputsThatChange")                \
     FAULT(KeepsOneBinding, "Reference.SeveralBindings")                \
+    FAULT(ReusesBoundOutputs, "Reference.SeveralBindings")             \
     FAULT(BorrowsBoundTensors, "Reference.BindingKeepsWhatItBinds")    \
     FAULT(DropsBindingOnFailure, "Reference.FailedBind")               \
     FAULT(TakesNullBinding, "Reference.NullBinding")                   \
@@ -66,6 +78,8 @@
     FAULT(ReversesStack, "Reference.StackedBatches")                   \
     FAULT(GoesByOrderInBatches, "Reference.BatchInputByInput")         \
     FAULT(ReplacesOutputsOfBatch, "Reference.BatchInPlace")            \
+    FAULT(FillsBatchesByPlace, "Reference.BatchOutputsInAnyOrder")     \
+    FAULT(WantsAllOutputsOfBatch, "Reference.BatchOutputsInAnyOrder")  \
     FAULT(TakesEmptyBatch, "Reference.EmptyBatch")                     \
     FAULT(TakesUnevenBatch, "Reference.UnevenBatch")                   \
     FAULT(IgnoresUnevenOutputs, "Reference.UnevenOutputs")             \

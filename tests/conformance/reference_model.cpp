@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <list>
+#include <map>
 #include <optional>
 #include <string_view>
 #include <thread>
@@ -50,6 +51,25 @@ std::optional<std::string> graphName(std::string_view file) {
     const auto graph = fieldOf(file, 7);
     const auto name = graph ? fieldOf(*graph, 2) : std::nullopt;
     return name ? std::optional<std::string>(*name) : std::nullopt;
+}
+
+struct PortNames {
+    std::vector<std::string> inputs, outputs;
+};
+
+// What the networks of the suite call their inputs and outputs.
+const PortNames& portNamesOf(const std::string& graph) {
+    static const std::map<std::string, PortNames> names = {
+        {"identity", {{"source"}, {"copy"}}},
+        {"sum", {{"left", "right"}, {"sum"}}},
+        {"two_outputs", {{"image"}, {"positive", "squashed"}}},
+        {"variable_shape", {{"table"}, {"positive"}}},
+        {"int64", {{"numbers"}, {"doubled"}}},
+        {"lstm", {{"steps"}, {"hidden"}}},
+        {"optional_input", {{"values", "offset"}, {"moved"}}},
+        {"gemm", {{"vector"}, {"product"}}},
+    };
+    return names.at(graph);
 }
 
 std::string nameOf(const MireloFeature& feature) { return feature.featureDescriptor().name(); }
@@ -200,6 +220,16 @@ MireloStatus ReferenceModel::read(ModelComponent component, std::shared_ptr<Netw
         const std::vector<int64_t> open(output.tensorDescriptor().shape().dimension(), -1);
         output = {MireloFeatureType::Tensor, true, output.name(), "", TensorDescriptor(open, DataType::Undefined)};
     }
+    const PortNames& names = portNamesOf(*name);
+    for (const auto& [known, declared] :
+         {std::pair(&names.inputs, &target.inputs), std::pair(&names.outputs, &target.outputs)}) {
+        for (const ModelFeatureDescriptor& port : *declared) {
+            if (std::find(known->begin(), known->end(), port.name()) != known->end()) continue;
+            if (has(Fault::TakesOtherNames)) continue;
+            return {MODEL_METADATA_ERROR, "Component \"" + component.name +
+                                              "\": the network has nothing of the name \"" + port.name() + "\""};
+        }
+    }
     network = std::make_shared<Network>(*name, bytes.size(), target);
     return status;
 }
@@ -212,6 +242,7 @@ MireloStatus ReferenceModel::onLoad(const std::vector<ModelComponent>& component
     if (network_ != nullptr) memoryOfAllModels -= network_->bytes;
     if (loaded != nullptr) memoryOfAllModels += loaded->bytes;
     network_ = std::move(loaded);
+    lastOutputs_.clear();
     if (!has(Fault::KeepsBatchSize)) rows_ = 1;
     if (status.ok() || !has(Fault::KeepsReportOfFailedLoad)) report(true);
     return status;
@@ -333,8 +364,29 @@ MireloModel::Outputs ReferenceModel::tampered(const Inputs& inputs, const Output
     return made;
 }
 
+// The results in the target's order.
 std::vector<ReferenceModel::Computed> ReferenceModel::compute(const Network& network,
                                                               const Kit::InputTensors& inputs) const {
+    const PortNames& names = portNamesOf(network.name);
+    Kit::InputTensors arranged;
+    for (size_t i = 0; i < names.inputs.size(); ++i) {
+        const bool goesByPlace = has(Fault::TakesTargetsInputOrder) && inputs.front() != nullptr;
+        const size_t place = goesByPlace ? i : network.inputs.find(names.inputs[i]).value_or(i);
+        arranged.push_back(inputs[place]);
+    }
+    std::vector<Computed> found = computeAll(network, arranged);
+    std::vector<Computed> results;
+    for (size_t i = 0; i < network.outputs.size(); ++i) {
+        const auto named = std::find(names.outputs.begin(), names.outputs.end(), network.outputs[i].name);
+        const bool goesByPlace = has(Fault::TakesTargetsOutputOrder) || named == names.outputs.end();
+        results.push_back(found[goesByPlace ? i : static_cast<size_t>(named - names.outputs.begin())]);
+    }
+    return results;
+}
+
+// The results in the network's order, of inputs in the network's.
+std::vector<ReferenceModel::Computed> ReferenceModel::computeAll(const Network& network,
+                                                                 const Kit::InputTensors& inputs) const {
     const ITensor& first = *inputs[0];
     TensorShape shape = first.shape();
     if (network.name == "int64") {
@@ -438,6 +490,12 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
         status = checkTypes(network.inputs, network.types, tensors, has(Fault::ConvertsEveryType));
     }
     if (!status.ok()) return status;
+    if (has(Fault::RefusesVariableInputs)) {
+        for (size_t i = 0; i < tensors.size(); ++i) {
+            if (tensors[i] == nullptr || !tensors[i]->hasVariableShape()) continue;
+            return {INVALID_SHAPE, network.inputs.about(i, "the shape is variable, wanted is a fixed one")};
+        }
+    }
     std::vector<Computed> computed = compute(network, tensors);
     if (has(Fault::RemembersInputs)) {
         if (lastInput_ == tensors[0].get()) computed = lastResults_;
@@ -551,6 +609,32 @@ MireloStatus ReferenceModel::onPredictBatch(const Inputs& given, Outputs& output
         }
     }
     const Outputs before = outputs;
+    const size_t ports = network.outputs.size();
+    const size_t rowCount = inputs.size() / network.inputs.size();
+    if (has(Fault::WantsAllOutputsOfBatch) && !outputs.empty() && outputs.size() == rowCount && ports > 1) {
+        return {INVALID_ARGUMENTS, "All outputs are wanted"};
+    }
+    if (has(Fault::WantsAllInputsOfBatch)) {
+        for (size_t i = 0; i < network.inputs.size(); ++i) {
+            const auto isSame = [&](const auto& each) {
+                return each != nullptr && nameOf(*each) == network.inputs[i].name;
+            };
+            if (std::none_of(inputs.begin(), inputs.end(), isSame)) {
+                return {INVALID_ARGUMENTS, network.inputs.about(i, "missing")};
+            }
+        }
+    }
+    if (has(Fault::FillsBatchesByPlace) && ports > 1 && outputs.size() == rowCount * ports) {
+        Outputs made;
+        MireloStatus status = onPredictBatch(given, made);
+        for (size_t i = 0; status.ok() && i < outputs.size(); ++i) {
+            const auto to = tensorOf(outputs[i]);
+            if (to != nullptr && to->buffer() != nullptr) {
+                std::memcpy(to->buffer(), made[i]->asTensor()->buffer(), to->bytes());
+            }
+        }
+        return status;
+    }
     if (has(Fault::RunsRowsUnchecked) || has(Fault::RunsRowsCheckedAlone)) {
         try {
             return told(runRows(inputs, outputs), before, outputs);
@@ -581,6 +665,21 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
     MireloStatus status = network_->inputs.arrange(inputs, rows_, tensors);
     if (status.ok()) status = checkTypes(network_->inputs, network_->types, tensors, false);
     if (!status.ok()) return status;
+    if (has(Fault::BindsInputsByPlace)) {
+        for (size_t i = 0; i < inputs.size(); ++i) tensors[i] = inputs[i]->asTensor();
+    }
+    if (has(Fault::BindsAllOutputsOnly) && !outputs.empty() && outputs.size() < network_->outputs.size()) {
+        return {INVALID_ARGUMENTS, network_->outputs.about(outputs.size(), "missing")};
+    }
+    if (has(Fault::BindsBuffersOnly)) {
+        for (const auto& output : outputs) {
+            const auto tensor = tensorOf(output);
+            if (tensor == nullptr || tensor->buffer() != nullptr || tensor->hasVariableShape()) continue;
+            return {ALLOCATION_FAILED, "Output \"" + nameOf(*output) + "\": it has no buffer"};
+        }
+    }
+    const bool makesOutputs = outputs.empty();
+    if (has(Fault::ReusesBoundOutputs) && makesOutputs) outputs = lastOutputs_;
     auto bound = std::make_shared<Bound>();
     bound->model = this;
     bound->network = network_;
@@ -590,8 +689,20 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
     Kit::PreparedOutputs prepared;
     status = Kit::prepareOutputs(network_->inputs, tensors, network_->outputs, results, outputs, rows_, prepared);
     if (!status.ok()) return status;
+    if (has(Fault::LendsMemoryToBindings) && makesOutputs) {
+        for (size_t i = 0; i < prepared.features.size(); ++i) {
+            const Computed& result = bound->computed[i];
+            lentMemory.push_back(result.bytes);
+            prepared.tensors[i] = std::make_shared<BufferWrappedTensor>(
+                result.type, result.shape, lentMemory.back().data(), lentMemory.back().size());
+            prepared.features[i] = feature(nameOf(*prepared.features[i]), prepared.tensors[i]);
+        }
+    }
     bound->inputs = tensors;
     bound->outputs = prepared.tensors;
+    if (has(Fault::BindsOutputsByPlace)) {
+        for (size_t i = 0; i < outputs.size(); ++i) bound->outputs[i] = outputs[i]->asTensor();
+    }
     if (has(Fault::BorrowsBoundTensors)) {
         bound->borrowed.assign(tensors.begin(), tensors.end());
         bound->inputs.clear();
@@ -600,6 +711,7 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
         for (const auto& tensor : bound->outputs) bound->tensors.add(tensor);
     }
     outputs = std::move(prepared.features);
+    if (has(Fault::ReusesBoundOutputs) && makesOutputs) lastOutputs_ = outputs;
     binding = bound;
     if (has(Fault::KeepsOneBinding)) lastBinding_ = bound;
     report();
@@ -628,6 +740,7 @@ MireloStatus ReferenceModel::onEvaluate(std::shared_ptr<MireloBinding>& binding)
         if (bound->outputs[i] == nullptr) continue;
         std::memcpy(bound->outputs[i]->buffer(), results[i].bytes.data(), results[i].bytes.size());
     }
+    if (has(Fault::WritesIntoBoundInputs)) const_cast<uint8_t*>(inputs[0]->buffer())[0] ^= 1;
     report();
     return success();
 }

@@ -44,6 +44,7 @@ class ReferenceModel : public MireloModel {
     MireloStatus run(const Inputs& inputs, Outputs& outputs, int64_t rows) const;
     MireloStatus runRows(const Inputs& inputs, Outputs& outputs) const;
     std::vector<Computed> compute(const Network& network, const Kit::InputTensors& inputs) const;
+    std::vector<Computed> computeAll(const Network& network, const Kit::InputTensors& inputs) const;
     MireloStatus told(MireloStatus status, const Outputs& before, Outputs& outputs) const;
     void report(bool isLoad = false) const;
 

@@ -219,9 +219,6 @@ void Binding::bindInPlace(std::vector<Kit::Result> results, MireloModel::Outputs
 void Binding::bindToEngine(MireloModel::Outputs& outputs) {
     const Kit::OutputPorts& ports = network_->outputs();
     copied_ = wantedOutputs(arrange(*network_, inputs_, outputs, rows_), outputs.empty());
-    for (const size_t i : copied_) {
-        check(api().BindOutputToDevice(binding_.get(), ports[i].name.c_str(), hostMemory()));
-    }
     features_ = outputs;
     if (features_.empty()) {
         for (const Kit::Ports::Port& port : ports) {
@@ -241,6 +238,10 @@ void Binding::bindToEngine(MireloModel::Outputs& outputs) {
 void Binding::run() {
     if (!bound_.areInPlace()) {
         throw InvalidOperationException("A bound tensor has got another buffer or shape; bind again");
+    }
+    // Anew for each run: the engine would write into the results of the run before, whatever their shape.
+    for (const size_t i : copied_) {
+        check(api().BindOutputToDevice(binding_.get(), network_->outputs()[i].name.c_str(), hostMemory()));
     }
     try {
         const Network::Run running(*network_, inputBytes_);

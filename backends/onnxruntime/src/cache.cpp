@@ -56,6 +56,7 @@ class TemporaryFile {
 };
 
 Kit::ComponentBytes readFile(const std::filesystem::path& path) {
+    if (!std::filesystem::is_regular_file(path)) throw FileException("is no file");  // a folder can be opened, too
     std::ifstream stream(path, std::ios::binary | std::ios::ate);
     const std::streamoff size = stream.tellg();
     if (!stream || size < 0) throw FileException("cannot be opened");

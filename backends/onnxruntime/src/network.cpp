@@ -227,6 +227,7 @@ void addArchivedWeights(const NetworkFile& file, OrtSessionOptions& options) {
         sizes.push_back(static_cast<size_t>(weights->size));
     }
     std::vector<const ORTCHAR_T*> texts;
+    texts.reserve(names.size());
     for (const auto& name : names) texts.push_back(name.c_str());
     check(api().AddExternalInitializersFromFilesInMemory(&options, texts.data(), buffers.data(), sizes.data(),
                                                          texts.size()));
@@ -259,10 +260,11 @@ std::optional<CachedSession> openCached(const NetworkFile& file, const Options& 
         Options done = options;
         done.graphOptimization = GraphOptimization::None;
         const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(done, provider, log);
-        if (!outline.weightFiles.empty()) {  // beside the network's own file
+        if (!outline.weightFiles.empty()) {                                   // beside the network's own file
+            const std::u8string folder = file.path.parent_path().u8string();  // as the engine wants it on every system
             check(api().AddSessionConfigEntry(sessionOptions.get(),
                                               "session.model_external_initializers_file_folder_path",
-                                              file.path.parent_path().string().c_str()));
+                                              reinterpret_cast<const char*>(folder.c_str())));
         }
         Owned<OrtSession> session = openBytes(kept->network, *sessionOptions);
         log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +

@@ -95,6 +95,32 @@ void batchInPlace(Trial& trial) {
     }
 }
 
+void batchOutputsInAnyOrder(Trial& trial) {
+    const Package* const package = trial.plainWith(1, 2);
+    if (package == nullptr) GTEST_SKIP() << "No package has two outputs of floats and fixed shapes";
+    std::vector<MakeModel> makers = {trial.backend().makeModel};
+    if (trial.backend().makeStackingModel && package->rowsAreIndependent) {
+        makers.push_back(trial.backend().makeStackingModel);
+    }
+    for (const MakeModel& make : makers) {
+        const auto model = trial.loaded(make, *package);
+        const Batch batch = batchOf(rowsOf(*package, 3));
+        std::vector<Value> byName = batch.expected;
+        std::stable_sort(byName.begin(), byName.end(),
+                         [](const Value& one, const Value& other) { return one.name > other.name; });
+        std::vector<Value> oneName = byName;
+        oneName.resize(3);  // of all rows
+        for (const std::vector<Value>& expected : {byName, oneName}) {
+            SCOPED_TRACE(std::to_string(expected.size()) + " outputs");
+            Outputs outputs = roomFor(expected);
+            const Outputs given = outputs;
+            Trial::expectSuccess(predictBatch(*model, batch.inputs, outputs), "predictBatch");
+            EXPECT_TRUE(outputs == given) << "The list of outputs has changed";
+            trial.expectResults(given, expected);
+        }
+    }
+}
+
 void emptyBatch(Trial& trial) {
     trial.expectRefusesBatch(trial.plain(), "", [](Features& features) {
         features.inputs.clear();
@@ -275,6 +301,8 @@ std::vector<Row> batchRows() {
          "the n-th feature of each name belongs to row n", batchInputByInput},
         {"BatchInPlace", "outputs given for all rows of a batch", SUCCESS, "the results are in the given features",
          batchInPlace},
+        {"BatchOutputsInAnyOrder", "outputs of a batch in another order of names, or of one name alone", SUCCESS,
+         "the n-th feature of each name gets the result of row n", batchOutputsInAnyOrder},
         {"EmptyBatch", "a batch without inputs", INVALID_ARGUMENTS, "nothing changes", emptyBatch},
         {"UnevenBatch", "an input with more rows than another", INVALID_TYPE, "nothing changes", unevenBatch},
         {"UnevenOutputs", "outputs of a name that are not as many as the rows", INVALID_ARGUMENTS,

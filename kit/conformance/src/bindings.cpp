@@ -1,5 +1,7 @@
 #include "trial.h"
 
+#include <algorithm>
+
 namespace TarnoMirelo::Conformance {
 namespace {
 
@@ -44,6 +46,63 @@ void evaluations(Trial& trial) {
     }
 }
 
+// Binds the case's inputs and these outputs, each in reverse, and expects the results there.
+void expectBoundInReverse(const Trial& trial, const MireloModel& model, const Case& each, std::vector<Value> outputs) {
+    Features features = featuresOf(each);
+    std::reverse(features.inputs.begin(), features.inputs.end());
+    std::reverse(outputs.begin(), outputs.end());
+    features.outputs = roomFor(outputs);
+    const Outputs given = features.outputs;
+    Binding binding;
+    Trial::expectSuccess(model.bind(features.constInputs(), features.outputs, binding), "bind");
+    EXPECT_TRUE(features.outputs == given) << "bind has changed the list of outputs";
+    Trial::expectSuccess(model.evaluate(binding), "evaluate");
+    trial.expectResults(given, outputs);
+}
+
+void boundInAnyOrder(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    bool tried = false;
+    for (const Package& package : trial.packages()) {
+        const Case& each = package.cases.back();
+        if (each.inputs.size() + each.outputs.size() == 2) continue;
+        tried = true;
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        expectBoundInReverse(trial, *model, each, each.outputs);
+        for (const Value& output : each.outputs) {
+            SCOPED_TRACE("output " + output.name + " alone");
+            expectBoundInReverse(trial, *model, each, {output});
+        }
+    }
+    if (!tried) GTEST_SKIP() << "No package has two inputs or two outputs";
+}
+
+void openBoundOutputs(Trial& trial) {
+    SKIP_WITHOUT_BINDINGS(trial);
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        for (const bool isVariable : {false, true}) {
+            SCOPED_TRACE(isVariable ? "of variable shape" : "without shape and buffer");
+            Bound bound{&package.cases.front(), featuresOf(package.cases.front()), nullptr};
+            bound.features.outputs.clear();
+            for (const Value& value : bound.expected->outputs) {
+                const std::vector<int64_t> open(value.shape.dimension(), -1);
+                std::shared_ptr<ITensor> tensor = std::make_shared<Tensor>(value.type);
+                if (isVariable) tensor = std::make_shared<VariableTensor>(value.type, TensorShape(open));
+                bound.features.outputs.push_back(featureOver(value.name, tensor));
+            }
+            const Outputs given = bound.features.outputs;
+            Trial::expectSuccess(model->bind(bound.features.constInputs(), bound.features.outputs, bound.binding),
+                                 "bind");
+            EXPECT_TRUE(bound.features.outputs == given) << "bind has changed the list of outputs";
+            bound.expectEvaluates(trial, *model);
+            bound.expectEvaluates(trial, *model);
+        }
+    }
+}
+
 void inputsThatChange(Trial& trial) {
     SKIP_WITHOUT_BINDINGS(trial);
     for (const Package& package : trial.packages()) {
@@ -66,12 +125,15 @@ void severalBindings(Trial& trial) {
         const auto model = trial.loaded(package);
         Bound first = boundOf(*model, package.cases.front(), true);
         Bound second = boundOf(*model, package.cases.back(), false);
+        Bound third = boundOf(*model, package.cases.front(), false);
         for (int times = 0; times < 2; ++times) {
             first.expectEvaluates(trial, *model);
             trial.expectPredicts(*model, package);
             second.expectEvaluates(trial, *model);
+            third.expectEvaluates(trial, *model);
         }
         trial.expectResults(first.features.outputs, first.expected->outputs);
+        trial.expectResults(second.features.outputs, second.expected->outputs);
     }
 }
 
@@ -178,6 +240,10 @@ std::vector<Row> bindingRows() {
     return {
         {"Evaluations", "bind, then evaluate as often as wanted", SUCCESS,
          "the results of predict, in the features that bind was given or has made", evaluations},
+        {"BoundInAnyOrder", "inputs and outputs in another order than the target's, or one of two outputs", SUCCESS,
+         "the results of predict in the given features", boundInAnyOrder},
+        {"OpenBoundOutputs", "bound output tensors of variable shape, or without shape and buffer", SUCCESS,
+         "they get those of the results, from bind or from evaluate", openBoundOutputs},
         {"InputsThatChange", "other elements in a bound input", SUCCESS, "evaluate reads what is there now",
          inputsThatChange},
         {"SeveralBindings", "several bindings of one model, and predictions between", SUCCESS,

@@ -1,5 +1,6 @@
 #include "trial.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -191,6 +192,66 @@ void targetThatDoesNotFit(Trial& trial) {
     }
 }
 
+// Networks of an author's own format may have no names, and go by the target's order.
+bool haveNames(const Trial& trial) { return trial.backend().packageFolder == suppliedPackages(); }
+
+void expectPredictsAs(const Trial& trial, const ModelTarget& target, const Package& package) {
+    MireloModel::Components components = package.components;
+    std::get<ModelTarget>(components) = target;
+    const auto model = trial.make();
+    trial.load(*model, components);
+    for (Case each : package.cases) {
+        std::vector<Value> outputs;
+        for (const ModelFeatureDescriptor& output : target.outputs) {
+            outputs.push_back(*std::find_if(each.outputs.begin(), each.outputs.end(),
+                                            [&](const Value& value) { return value.name == output.name(); }));
+        }
+        each.outputs = outputs;
+        trial.expectPredicts(*model, each);
+    }
+}
+
+void targetInAnotherOrder(Trial& trial) {
+    if (!haveNames(trial)) GTEST_SKIP() << "The packages are not those that come with the suite";
+    bool tried = false;
+    for (const Package& package : trial.packages()) {
+        ModelTarget target = package.target();
+        if (target.inputs.size() + target.outputs.size() == 2) continue;
+        tried = true;
+        SCOPED_TRACE("package " + package.name);
+        std::reverse(target.inputs.begin(), target.inputs.end());
+        std::reverse(target.outputs.begin(), target.outputs.end());
+        expectPredictsAs(trial, target, package);
+        for (const ModelFeatureDescriptor& output : package.target().outputs) {
+            SCOPED_TRACE("output " + output.name() + " alone");
+            target.outputs = {output};
+            expectPredictsAs(trial, target, package);
+        }
+    }
+    if (!tried) GTEST_SKIP() << "No package has two inputs or two outputs";
+}
+
+void targetOfOtherNames(Trial& trial) {
+    if (!haveNames(trial)) GTEST_SKIP() << "The packages are not those that come with the suite";
+    const std::string stranger = "stranger";
+    for (const bool isInput : {true, false}) {
+        SCOPED_TRACE(isInput ? "an input" : "an output");
+        MireloModel::Components components = trial.plain().components;
+        auto& target = std::get<ModelTarget>(components);
+        ModelFeatureDescriptor& port = (isInput ? target.inputs : target.outputs).front();
+        port = {port.type(), port.required(), stranger, port.description(), port.tensorDescriptor()};
+        std::vector<Value> inputs = trial.plain().cases.front().inputs;
+        if (isInput) inputs.front().name = stranger;
+        const auto model = trial.make();
+        MireloStatus status = model->load(components);
+        Outputs outputs;
+        const Outputs features = featuresOf(inputs);
+        if (status.ok()) status = model->predict({features.begin(), features.end()}, outputs);
+        trial.expectRefused(status, stranger);
+        EXPECT_TRUE(outputs.empty()) << "There are outputs, although the target does not fit";
+    }
+}
+
 void componentsOfEachKind(Trial& trial) {
     loadWith(trial, bytesOf(trial.plain()), [&](MireloModel::Components components) {
         const auto model = trial.make();
@@ -293,6 +354,11 @@ std::vector<Row> loadingRows() {
         {"TargetThatDoesNotFit", "an output declared with another shape or element type than the network's",
          MODEL_METADATA_ERROR, "from the load, or else from predict; the description names the output",
          targetThatDoesNotFit},
+        {"TargetInAnotherOrder", "a target in another order than the network's, or with some of its outputs", SUCCESS,
+         "each input and output is the network's of that name", targetInAnotherOrder},
+        {"TargetOfOtherNames", "an input or output declared under a name that the network doesn't have",
+         MODEL_METADATA_ERROR, "from the load, or else from predict; the description names the input or output",
+         targetOfOtherNames},
         {"ComponentsOfEachKind", "a component in a file or in memory", SUCCESS,
          "one in memory is read from its buffer alone", componentsOfEachKind},
         {"SecondLoad", "another load of a loaded model", SUCCESS, "the model is the one of the last load", secondLoad},

@@ -40,12 +40,23 @@ void resultsOutliveTheModel(Trial& trial) {
         SCOPED_TRACE("package " + package.name);
         const Case& each = package.cases.front();
         Outputs outputs;
+        Outputs ofBatch;
+        Outputs ofBinding;
         {
             const auto model = trial.loaded(package);
-            Trial::expectSuccess(model->predict(featuresOf(each).constInputs(), outputs), "predict");
+            const MireloModel::Inputs inputs = featuresOf(each).constInputs();
+            Trial::expectSuccess(model->predict(inputs, outputs), "predict");
+            Trial::expectSuccess(model->predictBatch(inputs, ofBatch), "predictBatch");
+            Binding binding;
+            if (trial.backend().binds) {
+                Trial::expectSuccess(model->bind(inputs, ofBinding, binding), "bind");
+                Trial::expectSuccess(model->evaluate(binding), "evaluate");
+            }
             model->doUnload();
         }
         trial.expectResults(outputs, each.outputs);
+        trial.expectResults(ofBatch, each.outputs);
+        if (trial.backend().binds) trial.expectResults(ofBinding, each.outputs);
     }
 }
 
@@ -60,6 +71,12 @@ void inputsStay(Trial& trial) {
         before.expectUnchanged(features.inputs, "inputs");
         features.outputs.clear();
         Trial::expectSuccess(model->predictBatch(features.constInputs(), features.outputs), "predictBatch");
+        before.expectUnchanged(features.inputs, "inputs");
+        if (!trial.backend().binds) continue;
+        features.outputs.clear();
+        Binding binding;
+        Trial::expectSuccess(model->bind(features.constInputs(), features.outputs, binding), "bind");
+        Trial::expectSuccess(model->evaluate(binding), "evaluate");
         before.expectUnchanged(features.inputs, "inputs");
     }
 }
@@ -78,6 +95,30 @@ void inputsInAnyOrder(Trial& trial) {
     }
 }
 
+// Those of variable shape keep the memory of the largest shape that they had.
+void allocatedInputs(Trial& trial) {
+    for (const Package& package : trial.packages()) {
+        SCOPED_TRACE("package " + package.name);
+        const auto model = trial.loaded(package);
+        Outputs inputs;
+        Trial::expectSuccess(model->allocateInputs(inputs), "allocateInputs");
+        for (const Case& each : package.cases) {
+            if (each.inputs.size() != inputs.size()) continue;
+            SCOPED_TRACE("case " + each.name);
+            for (size_t i = 0; i < inputs.size(); ++i) {
+                ITensor& tensor = *inputs[i]->asTensor();
+                if (tensor.hasVariableShape()) {
+                    Trial::expectSuccess(tensor.allocateShape(each.inputs[i].shape), "allocateShape");
+                }
+            }
+            write(each.inputs, inputs);
+            Outputs outputs;
+            Trial::expectSuccess(model->predict({inputs.begin(), inputs.end()}, outputs), "predict");
+            trial.expectResults(outputs, each.outputs);
+        }
+    }
+}
+
 void absentInput(Trial& trial) {
     bool tried = false;
     for (const Package& package : trial.packages()) {
@@ -88,6 +129,14 @@ void absentInput(Trial& trial) {
             const auto model = trial.loaded(package);
             trial.expectPredicts(*model, package);  // with and without, in turn
             trial.expectPredicts(*model, each);
+            Features rows = featuresOf(each);
+            const Outputs second = featuresOf(each.inputs);
+            rows.inputs.insert(rows.inputs.end(), second.begin(), second.end());
+            std::vector<Value> expected = each.outputs;
+            expected.insert(expected.end(), each.outputs.begin(), each.outputs.end());
+            Outputs outputs;
+            Trial::expectSuccess(model->predictBatch(rows.constInputs(), outputs), "predictBatch");
+            trial.expectResults(outputs, expected);
         }
     }
     if (!tried) GTEST_SKIP() << "No case of a package leaves out an input";
@@ -219,10 +268,12 @@ std::vector<Row> predictionRows() {
          "the results of what they hold now; those of earlier predictions stay as they were", repeatedPrediction},
         {"ResultsOutliveTheModel", "an unload, and the end of the model", SUCCESS,
          "results that a host still holds are as they were", resultsOutliveTheModel},
-        {"InputsStay", "predict and predictBatch", SUCCESS, "the inputs are as they were", inputsStay},
+        {"InputsStay", "predict, predictBatch, bind and evaluate", SUCCESS, "the inputs are as they were", inputsStay},
         {"InputsInAnyOrder", "inputs in another order than the target's", SUCCESS, "the same results",
          inputsInAnyOrder},
-        {"AbsentInput", "an input left out that is not required", SUCCESS,
+        {"AllocatedInputs", "inputs that allocateInputs has made", SUCCESS, "the same results for each shape in turn",
+         allocatedInputs},
+        {"AbsentInput", "an input left out that is not required, also of all rows of a batch", SUCCESS,
          "the results of the default that the network has for it", absentInput},
         {"ElementTypes", "elements of each type that the backend takes for floats", SUCCESS, "the same results",
          elementTypes},

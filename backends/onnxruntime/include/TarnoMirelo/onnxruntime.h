@@ -170,8 +170,10 @@ MIRELO_ONNXRUNTIME_API MireloStatus describeNetwork(const ModelComponent& compon
 ///   - `FILE_ERROR`: the network's file, or one with its weights, can't be read
 ///   - `ML_FRAMEWORK_ERROR`: the engine failed, with its own text; the engine is older than 1.17
 ///   - `ALLOCATION_FAILED`: an output's tensor can't get a buffer, or there is no memory for it
-/// No operation that returns a status raises. One that fails leaves the list of outputs as it was, with other elements
-/// perhaps. A load that fails leaves no network, not even the one of the load before.
+/// No operation that returns a status raises. One that fails leaves the list of outputs as it was; where the engine
+/// failed in the midst of a run, the given tensors may have other shapes and elements. A load that fails leaves no
+/// network, not even the one of the load before. A target without components never reaches the backend: the network of
+/// the load before stays.
 ///
 /// **Memory** that the engine takes for the model is reported through the model's record at the first operation after
 /// the model was registered, kept up to date, and taken back by the unload.

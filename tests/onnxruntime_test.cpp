@@ -339,6 +339,44 @@ TEST_F(OnnxRuntimeBackend, ComputesWithTheProviderOfTheDevice) {
     EXPECT_EQ(text(make(options)->load(components)), R"(7: Component "net": Options: a number of threads is below 0)");
 }
 
+// Each copy is a network of its own: the memory tells that it is there, and the results that it is the same one.
+TEST_F(OnnxRuntimeBackend, RunsCopiesOfTheNetwork) {
+    OnnxRuntime::Options options;
+    options.threadsWithinNodes = 1;
+    options.cacheDirectory = folder.path("cache");
+    uint64_t one = 0;
+    for (const int copies : {1, 3}) {
+        options.copies = copies;
+        model = make(options);
+        ModelManager manager;
+        ASSERT_EQ(text(manager.registerModel(model)), kSuccess);
+        ASSERT_EQ(loadSum(), kSuccess);
+        EXPECT_TRUE(model->getCachedModelFilePath().has_value());
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&, first = static_cast<float>(i)] {
+                const Inputs inputs = {feature("x", {1, 2}, Floats{first, 1})};
+                Outputs bound;
+                std::shared_ptr<MireloModel::MireloBinding> binding;
+                EXPECT_EQ(text(model->bind(inputs, bound, binding)), kSuccess);
+                const std::string expected = list("(1,2)", first + 10, 21);
+                for (int round = 0; round < 100; ++round) {
+                    EXPECT_EQ(predict(inputs), expected);
+                    EXPECT_EQ(text(model->evaluate(binding)), kSuccess);
+                    EXPECT_EQ(text(*bound.at(0)->asTensor()), expected);
+                }
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        const uint64_t bytes = manager.getRuntimeStatus().getModelsRuntimeStatus().at(0).getCurrentMemoryConsumption();
+        if (copies == 1) one = bytes;
+        EXPECT_GE(bytes, static_cast<uint64_t>(copies) * one);
+    }
+    options.copies = 0;
+    EXPECT_EQ(text(make(options)->load(written(sum(), {}, {}))),
+              R"(7: Component "net": Options: the number of copies is below 1)");
+}
+
 class OnnxRuntimeCache : public OnnxRuntimeBackend {
  protected:
     OnnxRuntimeCache() { options.cacheDirectory = folder.path("cache"); }

@@ -1,7 +1,8 @@
 // What is counted of the ONNX Runtime backend, and what only two threads show. Prints one "name value" a line:
 //   evaluate_allocations  of a thousand calls, beyond those of the engine by itself
-//   two_threads           the throughput of two threads on one model, divided by that of one
-//   two_threads_engine    the same for the engine by itself
+//   two_threads           the throughput of two threads on one model of two copies, divided by that of one thread
+//   two_threads_one_copy  the same with one copy
+//   two_threads_engine    the same for one session of the engine by itself
 
 #include "allocations.h"
 #include "onnxruntime_subjects.h"
@@ -58,8 +59,8 @@ double throughputOfTwo(const Work& first, const Work& second) {
     return 2 * one / two;
 }
 
-double throughputOfTwo() {
-    Ours first(voice());
+double throughputOfTwo(int copies) {
+    Ours first(load(voice(), "", copies), voice());
     Ours second(first.model, voice());
     return throughputOfTwo([&] { require(first.model->evaluate(first.binding)); },
                            [&] { require(second.model->evaluate(second.binding)); });
@@ -75,7 +76,8 @@ double throughputOfTwoByEngine() {
 
 // What is raised ends the program. NOLINTNEXTLINE(bugprone-exception-escape)
 int main() {
-    std::cout << "evaluate_allocations " << countEvaluateAllocations() << "\ntwo_threads " << throughputOfTwo()
-              << "\ntwo_threads_engine " << throughputOfTwoByEngine() << std::endl;
+    std::cout << "evaluate_allocations " << countEvaluateAllocations() << "\ntwo_threads " << throughputOfTwo(2)
+              << "\ntwo_threads_one_copy " << throughputOfTwo(1) << "\ntwo_threads_engine " << throughputOfTwoByEngine()
+              << std::endl;
     return 0;
 }

@@ -57,9 +57,12 @@ inline std::vector<ModelFeatureDescriptor> descriptorsOf(const std::vector<Port>
 }
 
 /// @param cacheDirectory  empty: no cache
-inline std::shared_ptr<OnnxRuntime::Model> load(const Subject& subject, const std::string& cacheDirectory = "") {
+/// @param copies          as of the options
+inline std::shared_ptr<OnnxRuntime::Model> load(const Subject& subject, const std::string& cacheDirectory = "",
+                                                int copies = 1) {
     OnnxRuntime::Options options;
     options.threadsWithinNodes = 1;
+    options.copies = copies;
     options.cacheDirectory = Filepath(cacheDirectory);
     auto model = std::make_shared<OnnxRuntime::Model>(subject.name, MireloModelType::WinML, MireloConfig(), options);
     const size_t end = subject.file.rfind('/');

@@ -12,6 +12,11 @@ set(roots ${ONNXRUNTIME_ROOT} $ENV{ONNXRUNTIME_ROOT} ${PROJECT_SOURCE_DIR}/build
 # No other folder: what the system has may be for another target, or have no headers.
 set(only_there HINTS ${roots} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 set(OnnxRuntime_BUNDLED TRUE)
+# What was found before may have been removed since.
+if(NOT EXISTS "${OnnxRuntime_INCLUDE_DIR}/onnxruntime_c_api.h" OR NOT EXISTS "${OnnxRuntime_LIBRARY}")
+    unset(OnnxRuntime_INCLUDE_DIR CACHE)
+    unset(OnnxRuntime_LIBRARY CACHE)
+endif()
 find_path(OnnxRuntime_INCLUDE_DIR onnxruntime_c_api.h ${only_there} PATH_SUFFIXES include include/onnxruntime)
 if(WIN32)
     find_file(OnnxRuntime_LIBRARY onnxruntime.dll ${only_there} PATH_SUFFIXES lib bin)

@@ -142,9 +142,32 @@ TEST_F(OnnxRuntimeBackend, RefusesWhatIsNoNetwork) {
         const bool isRefused = status.rfind("12: Component \"net\": ", 0) == 0;
         EXPECT_TRUE(isRefused || (status == kSuccess && size + 20 >= whole.size())) << size << " " << status;
     }
-    const std::string unknown = network({node("Mystery", {"x"}, {"y"}, "example")},
-                                        {port("x", DataType::Float, {1, 2})}, {port("y", DataType::Float, {1, 2})});
-    EXPECT_THAT(load(unknown, x, y), testing::AllOf(HasSubstr("12: "), HasSubstr("Mystery")));
+    const auto ports = [](const std::vector<std::string>& nodes) {
+        return network(nodes, {port("x", DataType::Float, {1, 2})}, {port("y", DataType::Float, {1, 2})});
+    };
+    const auto function = [](const std::string& node) {
+        return message(25, message(1, "Twice") + message(4, "a") + message(4, "b") + message(7, node) +
+                               message(9, number(2, 13)) + message(10, "own"));
+    };
+    const std::string call = ports({message(1, "x") + message(2, "y") + message(4, "Twice") + message(7, "own")}) +
+                             message(8, message(1, "own") + number(2, 1));
+    const std::pair<std::string, const char*> refused[] = {
+        {"", "the file holds no ONNX network, or only a part of one"},
+        {"not of this format", "the file holds no ONNX network, or only a part of one"},
+        {std::string("PK\3\4", 4), "the file holds no ONNX network, or only a part of one"},
+        {std::string(4096, '\0'), "the file holds no ONNX network, or only a part of one"},
+        {ports({node("Mystery", {"x"}, {"y"}, "example")}), "example:Mystery(-1) is not a registered function/op"},
+        {ports({node("Mystery", {"x"}, {"y"})}), "Mystery"},
+        {ports({node("Neg", {"gone"}, {"y"})}), "gone"},
+        {ports({node("Add", {"x", "y"}, {"y"})}), ""},
+        // Over which the engine crashes.
+        {call + function(node("Add", {"a", "a"}, {"b"})),
+         R"(the function "own.Twice" has a node that writes to the function's own input "b")"},
+    };
+    for (const auto& [bytes, expected] : refused) {
+        EXPECT_THAT(load(bytes, x, y),
+                    testing::AllOf(testing::StartsWith("12: Component \"net\": "), HasSubstr(expected)));
+    }
     std::string deep = "x";
     for (int i = 0; i < 1000; ++i)
         deep = message(1, message(5, message(6, deep)));  // graph, node, attribute, graph, ...
@@ -338,6 +361,44 @@ TEST_F(OnnxRuntimeBackend, ComputesWithTheProviderOfTheDevice) {
     EXPECT_EQ(predict(byOption, {feature("x", {1, 2}, Floats{1, 2})}), "(1,2) 11 22");
     options.threadsWithinNodes = -1;
     EXPECT_EQ(text(make(options)->load(components)), R"(7: Component "net": Options: a number of threads is below 0)");
+}
+
+// Each copy is a network of its own: the memory tells that it is there, and the results that it is the same one.
+TEST_F(OnnxRuntimeBackend, RunsCopiesOfTheNetwork) {
+    OnnxRuntime::Options options;
+    options.threadsWithinNodes = 1;
+    options.cacheDirectory = folder.path("cache");
+    uint64_t one = 0;
+    for (const int copies : {1, 3}) {
+        options.copies = copies;
+        model = make(options);
+        ModelManager manager;
+        ASSERT_EQ(text(manager.registerModel(model)), kSuccess);
+        ASSERT_EQ(loadSum(), kSuccess);
+        EXPECT_TRUE(model->getCachedModelFilePath().has_value());
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&, first = static_cast<float>(i)] {
+                const Inputs inputs = {feature("x", {1, 2}, Floats{first, 1})};
+                Outputs bound;
+                std::shared_ptr<MireloModel::MireloBinding> binding;
+                EXPECT_EQ(text(model->bind(inputs, bound, binding)), kSuccess);
+                const std::string expected = list("(1,2)", first + 10, 21);
+                for (int round = 0; round < 100; ++round) {
+                    EXPECT_EQ(predict(inputs), expected);
+                    EXPECT_EQ(text(model->evaluate(binding)), kSuccess);
+                    EXPECT_EQ(text(*bound.at(0)->asTensor()), expected);
+                }
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        const uint64_t bytes = manager.getRuntimeStatus().getModelsRuntimeStatus().at(0).getCurrentMemoryConsumption();
+        if (copies == 1) one = bytes;
+        EXPECT_GE(bytes, static_cast<uint64_t>(copies) * one);
+    }
+    options.copies = 0;
+    EXPECT_EQ(text(make(options)->load(written(sum(), {}, {}))),
+              R"(7: Component "net": Options: the number of copies is below 1)");
 }
 
 class OnnxRuntimeCache : public OnnxRuntimeBackend {

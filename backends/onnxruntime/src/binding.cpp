@@ -77,7 +77,7 @@ class Feeds {
     /// @param values  null for a result that the engine allocates
     void run(const Network& network, const std::vector<const char*>& names, std::vector<OrtValue*>& values) const {
         const Network::Run running(network, bytes_);
-        check(api().Run(network.session(), network.runOptions(), names_.data(), values_.data(), names_.size(),
+        check(api().Run(running.session(), network.runOptions(), names_.data(), values_.data(), names_.size(),
                         names.data(), names.size(), values.data()));
     }
 
@@ -183,8 +183,9 @@ void predictOnce(const Network& network, const MireloModel::Inputs& inputs, Mire
 Binding::Binding(std::shared_ptr<const Network> network, const MireloModel::Inputs& inputs,
                  MireloModel::Outputs& outputs, int64_t rows)
     : network_(std::move(network)),
+      copy_(network_->nextCopy()),
       rows_(rows),
-      binding_(make<OrtIoBinding>(api().CreateIoBinding, network_->session())) {
+      binding_(make<OrtIoBinding>(api().CreateIoBinding, copy_.session.get())) {
     require(network_->inputs().arrange(inputs, rows, inputs_));
     for (size_t i = 0; i < inputs_.size(); ++i) {
         if (inputs_[i] == nullptr) {
@@ -244,8 +245,8 @@ void Binding::run() {
         check(api().BindOutputToDevice(binding_.get(), network_->outputs()[i].name.c_str(), hostMemory()));
     }
     try {
-        const Network::Run running(*network_, inputBytes_);
-        check(api().RunWithBinding(network_->session(), network_->runOptions(), binding_.get()));
+        const Network::Run running(*network_, copy_, inputBytes_);
+        check(api().RunWithBinding(running.session(), network_->runOptions(), binding_.get()));
     } catch (const EngineFailure& failure) {
         if (!hasOtherShape(failure)) throw;  // else the run tells which
         runAndCopy(*network_, Feeds(*network_, inputs_), inputs_, rows_, features_);

@@ -36,6 +36,7 @@ class Binding final : public MireloModel::MireloBinding {
     void copyResults();
 
     std::shared_ptr<const Network> network_;
+    const Network::Copy& copy_;
     int64_t rows_;
     Kit::InputTensors inputs_;
     uint64_t inputBytes_ = 0;

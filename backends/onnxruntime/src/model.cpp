@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <shared_mutex>
 #include <utility>
 
 namespace TarnoMirelo::OnnxRuntime {
@@ -28,10 +29,22 @@ struct DeleteBinding {
 
 }  // namespace
 
-// What overlapping operations report.
+// What overlapping operations report. As long as nothing changes, none of them waits for another.
 struct Model::Memory {
-    std::mutex mutex;
+    bool isReported(const std::shared_ptr<ModelRuntimeStatus>& to, uint64_t bytes) {
+        const std::shared_lock<std::shared_mutex> lock(mutex);
+        const bool isKnown = !to.owner_before(record) && !record.owner_before(to);
+        return isKnown && (to == nullptr || bytes == reporter.reported());
+    }
+    void report(const std::shared_ptr<ModelRuntimeStatus>& to, uint64_t bytes) {
+        const std::lock_guard<std::shared_mutex> lock(mutex);
+        reporter.report(to, bytes);
+        record = to;
+    }
+
+    std::shared_mutex mutex;
     Kit::MemoryReporter reporter;
+    std::weak_ptr<ModelRuntimeStatus> record;  // the one that was reported to last
 };
 
 Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config, Options options)
@@ -92,8 +105,8 @@ std::unique_ptr<Cache> Model::cacheFor(const ModelComponent& component, const Ne
 }
 
 void Model::reportMemory() const {
-    const std::lock_guard<std::mutex> lock(memory_->mutex);
-    memory_->reporter.report(runtimeRecord(), network_ == nullptr ? 0 : network_->memory());
+    const uint64_t bytes = network_ == nullptr ? 0 : network_->memory();
+    if (!memory_->isReported(runtimeRecord(), bytes)) memory_->report(runtimeRecord(), bytes);
 }
 
 MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {

@@ -152,6 +152,7 @@ Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider
     if (options.threadsWithinNodes < 0 || options.threadsBetweenNodes < 0) {
         throw InvalidArgumentsException("Options: a number of threads is below 0");
     }
+    if (options.copies < 1) throw InvalidArgumentsException("Options: the number of copies is below 1");
     Owned<OrtSessionOptions> made = make<OrtSessionOptions>(api().CreateSessionOptions);
     check(api().SetUserLoggingFunction(made.get(), &Log::writeEngineLine, const_cast<Log*>(&log)));  // which reads it
     check(api().SetSessionLogSeverityLevel(made.get(), log.engineLevel()));
@@ -233,8 +234,8 @@ void addArchivedWeights(const NetworkFile& file, OrtSessionOptions& options) {
                                                          texts.size()));
 }
 
-struct CachedSession {
-    Owned<OrtSession> session;
+struct CachedSessions {
+    std::vector<Owned<OrtSession>> sessions;
     OnnxOutline outline;
 };
 
@@ -250,8 +251,8 @@ CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP pr
 }
 
 // Nothing where the cache is of no use, which is logged.
-std::optional<CachedSession> openCached(const NetworkFile& file, const Options& options, OrtEP provider,
-                                        const Cache& cache, const Log& log) {
+std::optional<CachedSessions> openCached(const NetworkFile& file, const Options& options, OrtEP provider,
+                                         const Cache& cache, const Log& log) {
     try {
         std::optional<CachedNetwork> kept = cache.load();
         const bool isNew = !kept;
@@ -266,10 +267,11 @@ std::optional<CachedSession> openCached(const NetworkFile& file, const Options& 
                                               "session.model_external_initializers_file_folder_path",
                                               reinterpret_cast<const char*>(folder.c_str())));
         }
-        Owned<OrtSession> session = openBytes(kept->network, *sessionOptions);
+        std::vector<Owned<OrtSession>> sessions;
+        for (int i = 0; i < options.copies; ++i) sessions.push_back(openBytes(kept->network, *sessionOptions));
         log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +
                                          cache.path().getPathString());
-        return CachedSession{std::move(session), std::move(outline)};
+        return CachedSessions{std::move(sessions), std::move(outline)};
     } catch (const std::exception& exception) {
         log.write(LogSeverity::Warning,
                   "The cache file is not used: " + cache.path().getPathString() + ": " + exception.what());
@@ -297,7 +299,7 @@ Network::Network(const NetworkFile& file, const ModelTarget& target, const Optio
 Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const Log> log)
     : log_(std::move(log)),
       operators_(std::move(opened.operators)),
-      session_(std::move(opened.session)),
+      copies_(opened.sessions.size()),
       runOptions_(make<OrtRunOptions>(api().CreateRunOptions)),
       inputs_(restrictedBy(opened.inputs, opened.outputs, target)),
       outputs_(restrictedBy(opened.inputs, opened.outputs, target)) {
@@ -312,41 +314,62 @@ Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const
         handsInputsOut_ = handsInputsOut_ || find(opened.inputs, port.name) != nullptr;
         hasRows_ = hasRows_ && isRow(port.shape) && leavesRowsOpen(value);
     }
-    if (engine().version >= kVersionWithStatistics) {
-        arena_ = make<OrtAllocator>(api().CreateAllocator, session_.get(), hostMemory());
+    for (size_t i = 0; i < copies_.size(); ++i) {
+        Copy& copy = copies_[i];
+        copy.session = std::move(opened.sessions[i]);
+        if (engine().version >= kVersionWithStatistics) {
+            copy.arena = make<OrtAllocator>(api().CreateAllocator, copy.session.get(), hostMemory());
+        }
+        // Weights that the engine packs for its kernels are in the arena, and the others, as they are, beside it.
+        outsideArenas_ +=
+            opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, arenaBytes(copy));
     }
-    // Weights that the engine packs for its kernels are in the arena, and the others, as they are, beside it.
-    outsideArena_ = opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, arenaBytes());
     measureMemory();
 }
 
-uint64_t Network::arenaBytes() const {
-    if (arena_ == nullptr) return 0;
+uint64_t Network::arenaBytes(const Copy& copy) {
+    if (copy.arena == nullptr) return 0;
     struct ReleasePairs {
         void operator()(OrtKeyValuePairs* pairs) const { api().ReleaseKeyValuePairs(pairs); }
     };
     OrtKeyValuePairs* statistics = nullptr;
-    check(api().AllocatorGetStats(arena_.get(), &statistics));
+    check(api().AllocatorGetStats(copy.arena.get(), &statistics));
     const std::unique_ptr<OrtKeyValuePairs, ReleasePairs> owned(statistics);
     const char* const total = statistics == nullptr ? nullptr : api().GetKeyValue(statistics, "TotalAllocated");
     return total == nullptr ? 0 : std::strtoull(total, nullptr, 10);
 }
 
-void Network::measureMemory() const { memory_ = outsideArena_ + arenaBytes(); }
+void Network::measureMemory() const {
+    uint64_t bytes = outsideArenas_;
+    for (const Copy& copy : copies_) bytes += arenaBytes(copy);
+    memory_ = bytes;
+}
 
-Network::Run::Run(const Network& network, uint64_t inputBytes) : network_(network) {
+const Network::Copy& Network::nextCopy() const { return copies_[nextCopy_++ % copies_.size()]; }
+
+// Two runs that begin at once may find the same copy free, and then share it.
+const Network::Copy& Network::freeCopy() const {
+    for (const Copy& copy : copies_) {
+        if (copy.running == 0) return copy;
+    }
+    return nextCopy();
+}
+
+Network::Run::Run(const Network& network, uint64_t inputBytes) : Run(network, network.freeCopy(), inputBytes) {}
+
+Network::Run::Run(const Network& network, const Copy& copy, uint64_t inputBytes) : network_(network), copy_(copy) {
     const auto isMost = [](auto& most, auto value) {
         for (auto seen = most.load(); value > seen;) {
             if (most.compare_exchange_weak(seen, value)) return true;
         }
         return false;
     };
-    mayGrow_ = isMost(network.largestInputs_, inputBytes + 1);  // so that the first run counts without inputs, too
-    mayGrow_ = isMost(network.mostRunning_, ++network.running_) || mayGrow_;
+    mayGrow_ = isMost(copy.largestInputs, inputBytes + 1);  // so that the first run counts without inputs, too
+    mayGrow_ = isMost(copy.mostRunning, ++copy.running) || mayGrow_;
 }
 
 Network::Run::~Run() {
-    --network_.running_;
+    --copy_.running;
     if (!mayGrow_) return;
     try {
         network_.measureMemory();
@@ -361,19 +384,22 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
     operators.addTo(*sessionOptions);
     addOperatorLibraries(*sessionOptions);
     addArchivedWeights(file, *sessionOptions);
-    std::optional<CachedSession> cached;
+    std::optional<CachedSessions> cached;
     if (cache != nullptr) cached = openCached(file, options, provider, *cache, log);
     Opened opened{std::move(operators),
-                  cached ? std::move(cached->session) : openFile(file, *sessionOptions),
+                  cached ? std::move(cached->sessions) : std::vector<Owned<OrtSession>>(),
                   cached.has_value(),
                   0,
                   0,
                   {},
                   {}};
+    while (opened.sessions.size() < static_cast<size_t>(options.copies)) {
+        opened.sessions.push_back(openFile(file, *sessionOptions));
+    }
     const OnnxOutline& outline = cached ? cached->outline : file.outline;
     opened.weightBytes = outline.weightBytes;
     opened.bytesBesideWeights = bytesBesideWeights(outline);
-    const OrtSession& session = *opened.session;
+    const OrtSession& session = *opened.sessions.front();
     const OrtApi& engine = api();
     addValues(session, engine.SessionGetInputCount, engine.SessionGetInputTypeInfo, engine.SessionGetInputName,
               file.outline, opened.inputs);

@@ -60,29 +60,46 @@ class Network {
     /// Whether the network was loaded in the form that the cache keeps.
     bool isFromCache() const { return isFromCache_; }
 
-    OrtSession* session() const { return session_.get(); }
     const OrtRunOptions* runOptions() const { return runOptions_.get(); }
 
     /// What the engine takes for this network, in bytes, as it was measured last.
     uint64_t memory() const { return memory_; }
-    /// Lives for the time of a run. When the inputs are larger than those of any run before, or more runs overlap than
-    /// ever before, the engine may have taken more memory, which is then measured.
+
+    /// The network as the engine has loaded it, once of `Options::copies` times. Threads that run different copies
+    /// write to no cache line of each other's.
+    struct alignas(64) Copy {
+        Owned<OrtSession> session;
+        Owned<OrtAllocator> arena;  // the session's; empty where the engine tells nothing of it
+        mutable std::atomic<uint64_t> largestInputs = 0;
+        mutable std::atomic<int> running = 0;
+        mutable std::atomic<int> mostRunning = 0;
+    };
+    /// The copy for the next binding, one after the other.
+    const Copy& nextCopy() const;
+
+    /// Lives for the time of a run. When the inputs are larger than those of any run of the copy before, or more runs
+    /// overlap than ever before, the engine may have taken more memory, which is then measured.
     class Run {
      public:
+        /// Of a copy that no other run uses, where there is one.
         Run(const Network& network, uint64_t inputBytes);
+        Run(const Network& network, const Copy& copy, uint64_t inputBytes);
         Run(const Run&) = delete;
         Run& operator=(const Run&) = delete;
         ~Run();
 
+        OrtSession* session() const { return copy_.session.get(); }
+
      private:
         const Network& network_;
+        const Copy& copy_;
         bool mayGrow_ = false;
     };
 
  private:
     struct Opened {
         OperatorDomains operators;
-        Owned<OrtSession> session;
+        std::vector<Owned<OrtSession>> sessions;
         bool isFromCache;
         uint64_t weightBytes;
         uint64_t bytesBesideWeights;
@@ -93,12 +110,13 @@ class Network {
     Network(Opened opened, const ModelTarget& target, std::shared_ptr<const Log> log);
     static Opened open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
                        const Log& log);
-    uint64_t arenaBytes() const;
+    const Copy& freeCopy() const;
+    static uint64_t arenaBytes(const Copy& copy);
     void measureMemory() const;
 
-    std::shared_ptr<const Log> log_;  // it and the operators outlive the session
+    std::shared_ptr<const Log> log_;  // it and the operators outlive the sessions
     OperatorDomains operators_;
-    Owned<OrtSession> session_;
+    std::vector<Copy> copies_;
     Owned<OrtRunOptions> runOptions_;
     Kit::InputPorts inputs_;
     Kit::OutputPorts outputs_;
@@ -107,12 +125,9 @@ class Network {
     bool hasRows_ = true;
     bool isFromCache_ = false;
     int64_t batchSize_ = 1;
-    Owned<OrtAllocator> arena_;  // the session's; empty where the engine tells nothing of it
-    uint64_t outsideArena_ = 0;  // weights that are not in the arena
+    uint64_t outsideArenas_ = 0;  // what the engine takes beside the arenas of all copies
     mutable std::atomic<uint64_t> memory_ = 0;
-    mutable std::atomic<uint64_t> largestInputs_ = 0;
-    mutable std::atomic<int> running_ = 0;
-    mutable std::atomic<int> mostRunning_ = 0;
+    mutable std::atomic<size_t> nextCopy_ = 0;
 };
 
 }  // namespace TarnoMirelo::OnnxRuntime

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <set>
 #include <string_view>
 
 namespace TarnoMirelo::OnnxRuntime {
@@ -107,10 +108,8 @@ class Reader {
                 hasGraph = true;
                 readGraph(field.text, 0);
                 readPorts(field.text);
-            } else if (field.number == 25) {  // a function, of which the seventh field is a node
-                eachText(field.text, [&](const Field& node) {
-                    if (node.number == 7) readNode(node.text, 0);
-                });
+            } else if (field.number == 25) {
+                readFunction(field.text);
             }
         });
         if (!hasGraph) refuse();
@@ -127,6 +126,30 @@ class Reader {
             if (field.number == 5) readTensor(field.text, depth);
             if (field.number == 15) readSparseTensor(field.text, depth);
         });
+    }
+
+    // Raises for a node that writes to an input of its function, over which the engine crashes.
+    void readFunction(std::string_view bytes) {
+        std::string name;
+        std::string domain;
+        std::set<std::string_view> inputs;
+        std::set<std::string_view> results;
+        eachText(bytes, [&](const Field& field) {
+            if (field.number == 1) name = field.text;
+            if (field.number == 4) inputs.insert(field.text);
+            if (field.number == 10) domain = field.text;
+            if (field.number != 7) return;
+            readNode(field.text, 0);
+            eachText(field.text, [&](const Field& part) {
+                if (part.number == 2 && !part.text.empty()) results.insert(part.text);
+            });
+        });
+        for (const std::string_view result : results) {
+            if (!inputs.contains(result)) continue;
+            throw ModelMetaDataException("the function \"" + domain + "." + name +
+                                         "\" has a node that writes to the function's own input \"" +
+                                         std::string(result) + "\"");
+        }
     }
 
     void readNode(std::string_view bytes, int depth) {

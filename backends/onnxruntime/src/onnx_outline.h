@@ -22,7 +22,8 @@ struct OnnxOutline {
     uint64_t subgraphWeightBytes = 0;  // of those of subgraphs, as often as the engine keeps each of them
 };
 
-/// Raises `ModelMetaDataException` for bytes that are no ONNX network, or only a part of one.
+/// Raises `ModelMetaDataException` for bytes that are no ONNX network, or only a part of one, and for what is known to
+/// crash the engine.
 OnnxOutline readOutline(const uint8_t* bytes, uint64_t size);
 
 }  // namespace TarnoMirelo::OnnxRuntime

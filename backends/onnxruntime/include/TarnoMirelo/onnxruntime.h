@@ -76,6 +76,10 @@ struct Options {
     int threadsWithinNodes = 0;
     /// Nodes that don't depend on each other may run at once, on that many threads; 1 runs one node after the other.
     int threadsBetweenNodes = 1;
+    /// How often the engine loads the network. Predictions that overlap use different copies, and each binding uses one
+    /// of its own as long as there are enough: they then wait for nothing of each other's. Each copy takes the time of
+    /// a load and the memory of a network.
+    int copies = 1;
     GraphOptimization graphOptimization = GraphOptimization::All;
     /// Where optimised networks are kept from load to load; empty: nowhere. The folder is created where it is missing.
     Filepath cacheDirectory;

@@ -488,6 +488,19 @@ class FailingModel : public ScriptedModel {
     }
 };
 
+// Takes the key that the test gives, on the protected component alone.
+class KeyedModel : public ScriptedModel {
+ public:
+    using ScriptedModel::ScriptedModel;
+
+ protected:
+    MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
+        EXPECT_EQ(components.at(0).encryption.getKey()[0], 0);
+        EXPECT_EQ(components.at(1).encryption.getKey()[0], 1);
+        return ScriptedModel::onLoad(components);
+    }
+};
+
 }  // namespace
 
 TEST(KitCheck, TriesThePackageWithABackend) {
@@ -508,8 +521,15 @@ TEST(KitCheck, TriesThePackageWithABackend) {
               "0:0 [] error: Making the inputs fails. Found INVALID_TYPE (8): Undefined feature "
               "type for allocating inputs" +
                   end);
-    model->answer = {ML_FRAMEWORK_ERROR, "Node \"a\": no weights"};
+    const unsigned char key[16] = {1};
+    EXPECT_EQ(print(checkPackage(sound, std::make_shared<KeyedModel>("model", MireloModelType::WinML), key)), "");
     const std::string cannotLoad = "0:0 [] error: Loading fails. Found ";
+    const std::string plainOnly = R"("secured_file", "encryption": true)";
+    EXPECT_EQ(print(checkPackage(
+                  directory.write("plain.json", replaced(replaced(baseManifest(), image, ""), plainOnly, R"("file")")),
+                  model, key)),
+              cannotLoad + "MODEL_METADATA_ERROR (12): No component of the target is protected" + end);
+    model->answer = {ML_FRAMEWORK_ERROR, "Node \"a\": no weights"};
     EXPECT_EQ(print(checkPackage(sound, model)), cannotLoad + "ML_FRAMEWORK_ERROR (13): Node \"a\": no weights" + end);
     model->raises = true;
     EXPECT_EQ(print(checkPackage(sound, model)), cannotLoad + "UNKNOWN_ERROR (2): raised by load 2" + end);

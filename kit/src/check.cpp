@@ -3,6 +3,7 @@
 #include "strict_reader.h"
 
 #include <TarnoMirelo/kit/check.h>
+#include <TarnoMirelo/kit/components.h>
 #include <TarnoMirelo/kit/manager.h>
 #include <TarnoMirelo/kit/targets.h>
 #include <TarnoMirelo/kit/texts.h>
@@ -142,7 +143,8 @@ std::vector<Finding> checkManifest(const Filepath& manifest) {
     return findings.take(text);
 }
 
-std::vector<Finding> checkPackage(const Filepath& manifest, const std::shared_ptr<MireloModel>& model) {
+std::vector<Finding> checkPackage(const Filepath& manifest, const std::shared_ptr<MireloModel>& model,
+                                  const unsigned char* key) {
     std::vector<Finding> findings = checkManifest(manifest);
     if (hasErrors(findings)) return findings;
     if (model == nullptr) {
@@ -155,7 +157,9 @@ std::vector<Finding> checkPackage(const Filepath& manifest, const std::shared_pt
         if (!status.ok()) return status;
         const auto device = std::make_shared<Device>(model->getName(), model->getModelType());
         const TargetChoice choice = chooseTarget(metadata, {device});
-        return choice.status().ok() ? model->load(metadata.getModelCompoents(choice.type)) : choice.status();
+        status = choice.status();
+        if (status.ok() && key != nullptr) status = setProtectionKey(metadata, choice.type, key);
+        return status.ok() ? model->load(metadata.getModelCompoents(choice.type)) : status;
     });
     if (!isLoaded) return findings;
     ModelManager manager;

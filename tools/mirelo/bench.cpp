@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "keys.h"
 #include "measurement.h"
 #include "plot.h"
 #include "prediction.h"
@@ -13,6 +14,7 @@ namespace {
 
 struct Options {
     std::string path;
+    std::string keyFile;
     std::vector<std::string> engines;
     std::vector<std::string> inputs;
     std::vector<std::string> shapes;
@@ -114,7 +116,7 @@ ExitCode bench(const Options& options, Console& console) {
     if (!options.plotFile.empty()) picture.emplace(toPath(options.plotFile), options.force);
     const Package package(options.path);
     ModelMetadata metadata;
-    const MireloModel::Components components = runnableTarget(package, metadata);
+    const MireloModel::Components components = runnableTarget(package, options.keyFile, metadata);
     std::string missing;  // none: what is not given is generated
     const MireloModel::Inputs inputs =
         makeInputs(std::get<ModelTarget>(components), parseNamedValues("--input", options.inputs),
@@ -152,6 +154,7 @@ void addBench(Commands& commands) {
         commands.add("bench", "Measure how fast each engine is", "  mirelo bench digits --plot digits.svg",
                      [options](Console& console) { return bench(*options, console); });
     command.add_option("PATH", options->path, "a manifest, a folder or a .tar archive")->required();
+    addKeyOption(command, options->keyFile);
     command
         .add_option("--engine", options->engines, "an engine to measure, all where it is left out: " + engineNames())
         ->take_all()

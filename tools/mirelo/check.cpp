@@ -1,5 +1,7 @@
 #include "commands.h"
+#include "engines.h"
 #include "interrupt.h"
+#include "keys.h"
 #include "package.h"
 
 #include <TarnoMirelo/kit/check.h>
@@ -9,16 +11,33 @@
 namespace TarnoMirelo::Tool {
 namespace {
 
+struct Options {
+    std::vector<std::string> paths;
+    std::string engine;
+    std::string keyFile;
+};
+
+// What tries a package, beside reading it; no engine: nothing does.
+struct Trial {
+    const Engine* engine = nullptr;
+    Kit::SecretBytes key;
+};
+
 // The findings of one package.
 struct Verdict {
     std::string file;  // the manifest's, or what the command line names where there is none
     std::vector<Kit::Finding> findings;
 };
 
-Verdict verdictOn(const std::string& path) {
+std::vector<Kit::Finding> findingsIn(const Filepath& manifest, const Trial& trial) {
+    if (trial.engine == nullptr) return Kit::checkManifest(manifest);
+    return Kit::checkPackage(manifest, trial.engine->makeModel("check", {}), trial.key.data());
+}
+
+Verdict verdictOn(const std::string& path, const Trial& trial) {
     try {
         const Package package(path);
-        return {package.manifestText(), Kit::checkManifest(toFilepath(package.manifest()))};
+        return {package.manifestText(), findingsIn(toFilepath(package.manifest()), trial)};
     } catch (const Failure& failure) {  // the other packages are checked all the same
         Kit::Finding finding;
         finding.what = failure.what();
@@ -46,13 +65,16 @@ Json jsonOf(const Verdict& verdict, const Kit::Finding& finding) {
             {"advice", finding.advice}};
 }
 
-ExitCode check(const std::vector<std::string>& paths, Console& console) {
+ExitCode check(const Options& options, Console& console) {
+    const std::vector<std::string>& paths = options.paths;
+    Trial trial;
+    if (!options.engine.empty()) trial = {&engineNamed(options.engine), readKeyIfNamed(options.keyFile)};
     Json json = {{"findings", Json::array()}};
     bool isSound = true;
     for (size_t i = 0; i < paths.size(); ++i) {
         checkInterrupt();
         if (paths.size() > 1) console.progress("checking", static_cast<double>(i) / static_cast<double>(paths.size()));
-        const Verdict verdict = verdictOn(paths[i]);
+        const Verdict verdict = verdictOn(paths[i], trial);
         isSound = isSound && !Kit::hasErrors(verdict.findings);
         for (const Kit::Finding& finding : verdict.findings) {
             if (console.json()) {
@@ -70,12 +92,14 @@ ExitCode check(const std::vector<std::string>& paths, Console& console) {
 }  // namespace
 
 void addCheck(Commands& commands) {
-    const auto paths = std::make_shared<std::vector<std::string>>();
-    commands
-        .add("check", "Find mistakes in packaged models", "  mirelo check digits shapes/manifest.json model.tar",
-             [paths](Console& console) { return check(*paths, console); })
-        .add_option("PATH", *paths, "manifests, folders or .tar archives")
-        ->required();
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = commands.add("check", "Find mistakes in packaged models",
+                                     "  mirelo check digits shapes/manifest.json model.tar",
+                                     [options](Console& console) { return check(*options, console); });
+    command.add_option("PATH", options->paths, "manifests, folders or .tar archives")->required();
+    auto* const engine = command.add_option("--engine", options->engine,
+                                            "load the packages and predict on zeros, too: " + engineNames());
+    addKeyOption(command, options->keyFile)->needs(engine);
 }
 
 }  // namespace TarnoMirelo::Tool

@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "interrupt.h"
+#include "keys.h"
 #include "package.h"
 #include "text_table.h"
 
@@ -21,8 +22,9 @@ struct Content {
     bool isFolder = false;
     uint64_t files = 0;
     uint64_t bytes = 0;
-    std::string sha256;   // of a file
-    std::string problem;  // empty: none
+    std::string sha256;                                 // of a file
+    std::string problem;                                // empty: none
+    std::optional<uint64_t> plainBytes = std::nullopt;  // that a protected file holds; nothing where there is no key
 };
 
 // The path is below `folder`.
@@ -74,13 +76,33 @@ Content contentOf(const ModelComponent& component, const fs::path& folder) {
     return contentOf(folder / toPath(path));
 }
 
+bool isProtectedFile(const ModelComponent& component) {
+    return component.type == ComponentKind::SecuredFile || component.type == ComponentKind::SecuredTar;
+}
+
+// Proves that a protected file opens with the key.
+void open(const ModelComponent& component, const Package& package, const Kit::SecretBytes& key, Content& content) {
+    if (!content.problem.empty() || content.isFolder) return;
+    std::string path = component.path;
+    std::replace(path.begin(), path.end(), '\\', '/');
+    Kit::SecretBytes plain;
+    const Filepath file = toFilepath(package.manifest().parent_path() / toPath(path));
+    const MireloStatus status = Kit::unprotectFile(file, key.data(), plain);
+    if (status.ok()) {
+        content.plainBytes = plain.size();
+    } else {
+        content.problem = "it does not open: " + Kit::describe(status);
+        content.sha256.clear();
+    }
+}
+
 std::vector<Entry> entriesOf(const fs::path& folder) {
     std::vector<Entry> entries;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
         checkInterrupt();
         const std::string path = toGenericText(entry.path().lexically_relative(folder));
         if (entry.is_directory()) {
-            entries.push_back({path + "/", {true, 0, 0, "", ""}});
+            entries.push_back({path + "/", {true, 0, 0, "", "", std::nullopt}});
         } else {
             entries.push_back({path, contentOf(entry.path())});
         }
@@ -116,7 +138,7 @@ std::string inFiles(uint64_t files) { return std::to_string(files) + (files == 1
 
 // What the package holds, read once for both forms of the results.
 struct Contents {
-    explicit Contents(const Package& package);
+    Contents(const Package& package, const Kit::SecretBytes& key);
 
     struct Target {
         const ModelTarget* target;
@@ -129,7 +151,7 @@ struct Contents {
     std::vector<Entry> entries;  // of an archive
 };
 
-Contents::Contents(const Package& package) {
+Contents::Contents(const Package& package, const Kit::SecretBytes& key) {
     package.load(metadata);
     std::map<MireloModelType, const ModelTarget*> sorted;
     for (const auto& [type, target] : metadata.getTargets()) sorted.emplace(type, &target);
@@ -137,6 +159,8 @@ Contents::Contents(const Package& package) {
         Target described{target, {}};
         for (const ModelComponent& component : target->components) {
             described.components.push_back(contentOf(component, package.manifest().parent_path()));
+            if (key.size() != 0 && isProtectedFile(component))
+                open(component, package, key, described.components.back());
             whole = whole && described.components.back().problem.empty();
         }
         targets.push_back(std::move(described));
@@ -146,6 +170,7 @@ Contents::Contents(const Package& package) {
 
 std::string sizeText(const Content& content) {
     if (!content.problem.empty()) return content.problem;
+    if (content.plainBytes) return inBytes(content.bytes) + ", holds " + inBytes(*content.plainBytes);
     return content.isFolder ? inFiles(content.files) + ", " + inBytes(content.bytes) : inBytes(content.bytes);
 }
 
@@ -205,6 +230,7 @@ Json jsonOf(const Content& content) {
     if (content.isFolder) json["files"] = content.files;
     json["bytes"] = content.bytes;
     if (!content.isFolder) json["sha256"] = content.sha256;
+    if (content.plainBytes) json["plainBytes"] = *content.plainBytes;
     return json;
 }
 
@@ -259,9 +285,10 @@ Json jsonOf(const Package& package, const Contents& contents) {
     return json;
 }
 
-ExitCode inspect(const std::string& path, Console& console) {
+ExitCode inspect(const std::string& path, const std::string& keyFile, Console& console) {
+    const Kit::SecretBytes key = readKeyIfNamed(keyFile);
     const Package package(path);
-    const Contents contents(package);
+    const Contents contents(package, key);
     if (console.json()) {
         console.printJson(jsonOf(package, contents));
     } else {
@@ -275,11 +302,12 @@ ExitCode inspect(const std::string& path, Console& console) {
 
 void addInspect(Commands& commands) {
     const auto path = std::make_shared<std::string>();
-    commands
-        .add("inspect", "Show what a packaged model holds", "  mirelo inspect digits/manifest.json",
-             [path](Console& console) { return inspect(*path, console); })
-        .add_option("PATH", *path, "a manifest, a folder or a .tar archive")
-        ->required();
+    const auto keyFile = std::make_shared<std::string>();
+    CLI::App& command =
+        commands.add("inspect", "Show what a packaged model holds", "  mirelo inspect digits/manifest.json",
+                     [path, keyFile](Console& console) { return inspect(*path, *keyFile, console); });
+    command.add_option("PATH", *path, "a manifest, a folder or a .tar archive")->required();
+    addKeyOption(command, *keyFile);
 }
 
 }  // namespace TarnoMirelo::Tool

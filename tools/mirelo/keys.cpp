@@ -13,6 +13,10 @@ void addProtectionOptions(CLI::App& command, ProtectionOptions& options) {
     command.add_option("PATH", options.path, "a manifest or a folder")->required();
 }
 
+CLI::Option* addKeyOption(CLI::App& command, std::string& keyFile) {
+    return command.add_option("--key-file", keyFile, "the file that holds the key of a protected package");
+}
+
 Kit::SecretBytes readKey(const std::string& file) {
     const std::filesystem::path path = toPath(file);
     if (!std::filesystem::is_regular_file(path)) throw Failure(file + ": there is no such file, wanted is a key");
@@ -25,5 +29,7 @@ Kit::SecretBytes readKey(const std::string& file) {
     }
     return key;
 }
+
+Kit::SecretBytes readKeyIfNamed(const std::string& file) { return file.empty() ? Kit::SecretBytes() : readKey(file); }
 
 }  // namespace TarnoMirelo::Tool

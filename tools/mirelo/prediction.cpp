@@ -1,8 +1,10 @@
 #include "prediction.h"
 
 #include "failure.h"
+#include "keys.h"
 #include "npy.h"
 
+#include <TarnoMirelo/kit/components.h>
 #include <TarnoMirelo/kit/ports.h>
 #include <TarnoMirelo/kit/texts.h>
 
@@ -60,14 +62,27 @@ void fillRandomly(ITensor& tensor, uint64_t seed) {
     }
 }
 
+// The backends would say that the key is zero.
+void requireKeyless(const Package& package, const ModelTarget& target) {
+    for (const ModelComponent& component : target.components) {
+        if (component.type.rfind("secured_", 0) != 0) continue;
+        throw Failure(package.manifestText() + ": component \"" + component.name +
+                      "\" is protected, wanted is its key: --key-file FILE");
+    }
+}
+
 }  // namespace
 
-MireloModel::Components runnableTarget(const Package& package, ModelMetadata& metadata) {
+MireloModel::Components runnableTarget(const Package& package, const std::string& keyFile, ModelMetadata& metadata) {
+    const Kit::SecretBytes key = readKeyIfNamed(keyFile);
     package.load(metadata);
     MireloStatus status = metadata.validate(MireloModelType::WinML);
     if (!status.ok() && status.getDescription().empty()) status.setDescription("there is no target \"WinML\"");
+    if (status.ok() && key.size() != 0) status = Kit::setProtectionKey(metadata, MireloModelType::WinML, key.data());
     require(package.manifestText(), status);
-    return metadata.getModelCompoents(MireloModelType::WinML);
+    MireloModel::Components components = metadata.getModelCompoents(MireloModelType::WinML);
+    if (key.size() == 0) requireKeyless(package, std::get<ModelTarget>(components));
+    return components;
 }
 
 NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values) {

@@ -14,7 +14,8 @@
 namespace TarnoMirelo::Tool {
 
 /// The target of a package that engines run. Raises `Failure` where it can't be run.
-MireloModel::Components runnableTarget(const Package& package, ModelMetadata& metadata);
+/// @param keyFile  of a protected package's key; empty: none
+MireloModel::Components runnableTarget(const Package& package, const std::string& keyFile, ModelMetadata& metadata);
 
 /// Options of the form NAME=VALUE; the name may hold a "=" of its own.
 using NamedValues = std::map<std::string, std::string>;

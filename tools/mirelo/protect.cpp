@@ -11,8 +11,10 @@ ExitCode protect(const ProtectionOptions& options, Console& console) {
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
     for (size_t i = 0; i < components.size(); ++i) {
         if (components[i].type == ComponentKind::Dir) {
-            throw Failure(exchange.about() + ": component \"" + components[i].name +
-                          "\" is a folder, which can't be protected as it is; wanted are files");
+            throw Failure(
+                exchange.about() + ": component \"" + components[i].name +
+                "\" is a folder, which can't be protected as it is. Pack what is in it with \"mirelo pack\", name the "
+                "archive as a component of type \"file\", protect that, and write \"secured_tar\" for its type");
         }
         if (components[i].type != ComponentKind::File) continue;
         exchange.want(i, components[i].path + kProtectedSuffix, ComponentKind::SecuredFile, true);

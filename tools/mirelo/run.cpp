@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "interrupt.h"
+#include "keys.h"
 #include "npy.h"
 #include "prediction.h"
 #include "text_table.h"
@@ -15,6 +16,7 @@ namespace fs = std::filesystem;
 
 struct Options {
     std::string path;
+    std::string keyFile;
     std::string engine;
     std::vector<std::string> inputs;
     std::vector<std::string> shapes;
@@ -79,7 +81,7 @@ ExitCode run(const Options& options, Console& console) {
     const Engine& engine = options.engine.empty() ? defaultEngine() : engineNamed(options.engine);
     const Package package(options.path);
     ModelMetadata metadata;
-    const MireloModel::Components components = runnableTarget(package, metadata);
+    const MireloModel::Components components = runnableTarget(package, options.keyFile, metadata);
     const MireloModel::Inputs inputs = inputsOf(options, std::get<ModelTarget>(components));
     const std::shared_ptr<MireloModel> model = engine.makeModel(metadata.getName(), {});
     require(options.path, model->load(components));
@@ -111,6 +113,7 @@ void addRun(Commands& commands) {
                                      "  mirelo run digits --input pixels=five.npy --output results",
                                      [options](Console& console) { return run(*options, console); });
     command.add_option("PATH", options->path, "a manifest, a folder or a .tar archive")->required();
+    addKeyOption(command, options->keyFile);
     command.add_option("--engine", options->engine, "what to predict with: " + engineNames());
     command.add_option("--input", options->inputs, "NAME=FILE.npy: an input's elements")
         ->type_name("NAME=FILE")

@@ -59,6 +59,9 @@ std::vector<Finding> checkManifestText(std::string_view text);
 /// As `checkManifest`. If there is no error, has the backend load the target of the model's type, and predicts once:
 /// inputs are zero, and a dimension that is fixed at run time is 1. What a step refuses is a finding.
 /// @param model  not registered; it is unloaded at the end. Null is refused by a finding.
-std::vector<Finding> checkPackage(const Filepath& manifest, const std::shared_ptr<MireloModel>& model);
+/// @param key    of the protected components, 16 bytes; null: none is protected. Where there is a key and no protected
+///               component, that is a finding.
+std::vector<Finding> checkPackage(const Filepath& manifest, const std::shared_ptr<MireloModel>& model,
+                                  const unsigned char* key = nullptr);
 
 }  // namespace TarnoMirelo::Kit

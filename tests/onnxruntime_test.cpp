@@ -152,6 +152,12 @@ TEST_F(OnnxRuntimeBackend, RefusesWhatIsNoNetwork) {
               R"(12: Component "net": the file holds no ONNX network, or only a part of one)");
 }
 
+TEST_F(OnnxRuntimeBackend, NamesTheKindsThatItTakes) {
+    EXPECT_EQ(text(model->load(components("net.onnx", "tar", {describe("x", {1, 2})}, {describe("y", {1, 2})}))),
+              R"(12: Component "net": the kind is "tar", wanted is "file", "dir", "memory_stream", "secured_file", )"
+              R"("secured_memory_stream" or "secured_tar")");
+}
+
 TEST_F(OnnxRuntimeBackend, FindsWeightsBesideTheNetworkAlone) {
     const auto with = [](const std::string& location) {
         return network({node("Add", {"x", "w"}, {"y"})}, {port("x", DataType::Float, {1, 2})},

@@ -175,6 +175,12 @@ TEST_F(OnnxRuntimeBackend, RefusesWhatIsNoNetwork) {
               R"(12: Component "net": the file holds no ONNX network, or only a part of one)");
 }
 
+TEST_F(OnnxRuntimeBackend, NamesTheKindsThatItTakes) {
+    EXPECT_EQ(text(model->load(components("net.onnx", "tar", {describe("x", {1, 2})}, {describe("y", {1, 2})}))),
+              R"(12: Component "net": the kind is "tar", wanted is "file", "dir", "memory_stream", "secured_file", )"
+              R"("secured_memory_stream" or "secured_tar")");
+}
+
 TEST_F(OnnxRuntimeBackend, FindsWeightsBesideTheNetworkAlone) {
     const auto with = [](const std::string& location) {
         return network({node("Add", {"x", "w"}, {"y"})}, {port("x", DataType::Float, {1, 2})},
@@ -514,6 +520,7 @@ class Widen : public OnnxRuntime::Operator {
         if (count > 0 && to[0] == 20) return {RANGE_ERROR, "ten"};
         if (count > 0 && to[0] == 40) throw std::runtime_error("twenty");
         *reinterpret_cast<int64_t*>(outputs.at(1)->buffer()) = count;
+        if (count > 0 && to[0] == 60) return {WARNING, "thirty"};
         return {SUCCESS, ""};
     }
 };
@@ -539,6 +546,8 @@ TEST_F(OnnxRuntimeBackend, RunsTheHostsOperatorsOnAnyElements) {
     EXPECT_EQ(text(*outputs.at(0)->asTensor()) + text(*outputs.at(1)->asTensor()), "(3) 2 4 400() 3");
     EXPECT_EQ(predict({input({10})}), "14: example.Widen: ten");
     EXPECT_EQ(predict({input({20})}), "13: example.Widen: twenty");
+    EXPECT_EQ(predict({input({30})}), "(1) 60");
+    EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": engine: example.Widen: thirty\n"));
     EXPECT_EQ(predict({input({})}), "(0)");
 
     CustomOperators::getMutableOperatorRegistry().clear();

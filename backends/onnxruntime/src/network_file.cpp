@@ -90,6 +90,17 @@ NetworkFile readArchive(const ModelComponent& component, const Filepath& rootDir
     return file;
 }
 
+void checkKind(const std::string& kind) {
+    for (const char* const known :
+         {ComponentKind::File, ComponentKind::Dir, ComponentKind::MemoryStream, ComponentKind::SecuredFile,
+          ComponentKind::SecuredMemoryStream, ComponentKind::SecuredTar}) {
+        if (kind == known) return;
+    }
+    throw ModelMetaDataException("the kind is \"" + kind +
+                                 "\", wanted is \"file\", \"dir\", \"memory_stream\", \"secured_file\", "
+                                 "\"secured_memory_stream\" or \"secured_tar\"");
+}
+
 NetworkFile read(const ModelComponent& component, const Filepath& rootDir) {
     if (component.type == ComponentKind::SecuredTar) return readArchive(component, rootDir);
     NetworkFile file;
@@ -125,6 +136,7 @@ std::filesystem::path toSystemPath(const Filepath& path) {
 NetworkFile readNetworkFile(const ModelComponent& component, const Filepath& rootDir) {
     const std::string prefix = "Component \"" + component.name + "\": ";
     try {
+        checkKind(component.type);
         return component.type == ComponentKind::Dir ? read(findNetwork(component, rootDir), rootDir)
                                                     : read(component, rootDir);
     } catch (const Exception& exception) {

@@ -148,7 +148,14 @@ std::shared_ptr<ITensor> makeOutput(OrtKernelContext& context, size_t index, con
     return std::make_shared<BorrowedTensor>(descriptor, static_cast<uint8_t*>(elements));
 }
 
-void compute(Operator& operation, OrtKernelContext& context) {
+// To where the model's own lines go.
+void logWarning(const OrtKernelContext& context, const std::string& text) {
+    const OrtLogger* logger = nullptr;
+    check(api().KernelContext_GetLogger(&context, &logger));
+    check(api().Logger_LogMessage(logger, ORT_LOGGING_LEVEL_WARNING, text.c_str(), ORT_TSTR("operator"), 0, ""));
+}
+
+void compute(const std::string& name, Operator& operation, OrtKernelContext& context) {
     size_t inputCount = 0;
     size_t outputCount = 0;
     check(api().KernelContext_GetInputCount(&context, &inputCount));
@@ -168,7 +175,9 @@ void compute(Operator& operation, OrtKernelContext& context) {
     std::vector<std::shared_ptr<ITensor>> outputs;
     outputs.reserve(outputCount);
     for (size_t i = 0; i < outputCount; ++i) outputs.push_back(makeOutput(context, i, results[i]));
-    require(operation.forward(inputs, outputs));
+    const MireloStatus status = operation.forward(inputs, outputs);
+    require(status);
+    if (status.warn()) logWarning(context, name + ": " + status.getDescription());
 }
 
 // Each dimension that is not known gets a name of its own: the engine takes those of one name for equal.
@@ -239,7 +248,7 @@ EngineOperator::EngineOperator(std::string domain, std::string type, std::unique
     };
     KernelComputeV2 = [](void* kernel, OrtKernelContext* context) {
         Kernel& own = *static_cast<Kernel*>(kernel);
-        return statusOf(own.name, [&] { compute(*own.operation, *context); });
+        return statusOf(own.name, [&] { compute(own.name, *own.operation, *context); });
     };
     KernelDestroy = [](void* kernel) { delete static_cast<Kernel*>(kernel); };
     InferOutputShapeFn = [](const OrtCustomOp* op, OrtShapeInferContext* context) {

@@ -39,7 +39,8 @@ struct NetworkFile;
 /// from operators that are none of its own. It must not call back into the model that runs it, or release its binding.
 ///
 /// Elements are of any type that tensors have. What an operator raises, or returns as a failure, becomes the status of
-/// the model's operation. The registry's libraries of operators are handed to the engine.
+/// the model's operation; a `WARNING` is logged, and the outputs taken. The registry's libraries of operators are
+/// handed to the engine.
 class MIRELO_ONNXRUNTIME_API Operator : public CustomOperators::Operator {
  public:
     Operator();

@@ -218,12 +218,10 @@ def main():
     table.figure("predict, instructions", *instructions())
     table.figure("evaluate, voice over ONNX Runtime, allocations beyond the engine's",
                  int(counted["evaluate_allocations"]), 0)
-    table.gain("evaluate, voice over ONNX Runtime, two copies, throughput of two threads", float(counted["two_threads"]),
-               1.8)
-    table.gain("evaluate, voice over ONNX Runtime, one copy, throughput of two threads",
-               float(counted["two_threads_one_copy"]), None)
-    table.gain("evaluate, voice by one session of the engine, throughput of two threads", float(counted["two_threads_engine"]),
-               None)
+    for name, key, least in (("ONNX Runtime, two copies", "two_threads", 1.8),
+                             ("ONNX Runtime, one copy", "two_threads_one_copy", None),
+                             ("the engine alone", "two_threads_engine", None)):
+        table.gain(f"evaluate, voice, two threads, {name}", float(counted[key]), least)
     # Once more, minutes later: a shared machine may be slow for seconds.
     empty, runtime, load = map(min, before, start_times(starts))
     start = "start to a loaded manifest, beyond"

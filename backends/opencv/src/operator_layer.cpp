@@ -3,6 +3,7 @@
 #include "network.h"
 
 #include <TarnoMirelo/kit/texts.h>
+#include <TarnoMirelo/logging.h>
 #include <TarnoMirelo/opencv.h>
 #include <TarnoMirelo/operators.h>
 
@@ -72,7 +73,9 @@ class OperatorLayer : public cv::dnn::Layer {
         for (const cv::Mat& constant : blobs) arguments.push_back(tensorOver(constant));
         for (const cv::Mat& matrix : to) results.push_back(tensorOver(matrix));
         const MireloStatus status = operator_->forward(arguments, results);
-        if (!status.ok()) throw Exception(type + ": " + status.getDescription(), status.getCode());
+        const std::string text = type + ": " + status.getDescription();
+        if (!status.ok() && !status.warn()) throw Exception(text, status.getCode());
+        if (status.warn()) _Report_(false, LogProcessorTarget::None, LogSeverity::Warning, text);
     }
 
  private:

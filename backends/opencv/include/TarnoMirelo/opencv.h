@@ -36,7 +36,8 @@ class Network;
 /// from operators that are none of its own. It must not call back into the model that runs it, or release its binding.
 ///
 /// Elements are floats. The inputs of a node that are constants come after its others. What an operator raises, or
-/// returns as a failure, becomes the status of the model's operation.
+/// returns as a failure, becomes the status of the model's operation; a `WARNING` is reported through `_Report_`, and
+/// the outputs taken.
 class MIRELO_OPENCV_API Operator : public CustomOperators::Operator {
  public:
     Operator();

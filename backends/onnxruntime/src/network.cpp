@@ -228,6 +228,7 @@ void addArchivedWeights(const NetworkFile& file, OrtSessionOptions& options) {
         sizes.push_back(static_cast<size_t>(weights->size));
     }
     std::vector<const ORTCHAR_T*> texts;
+    texts.reserve(names.size());
     for (const auto& name : names) texts.push_back(name.c_str());
     check(api().AddExternalInitializersFromFilesInMemory(&options, texts.data(), buffers.data(), sizes.data(),
                                                          texts.size()));
@@ -266,6 +267,7 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
                                               file.path.parent_path().string().c_str()));
         }
         std::vector<Owned<OrtSession>> sessions;
+        sessions.reserve(static_cast<size_t>(options.copies));
         for (int i = 0; i < options.copies; ++i) sessions.push_back(openBytes(kept->network, *sessionOptions));
         log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +
                                          cache.path().getPathString());

@@ -268,6 +268,7 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
                                               reinterpret_cast<const char*>(folder.c_str())));
         }
         std::vector<Owned<OrtSession>> sessions;
+        sessions.reserve(static_cast<size_t>(options.copies));
         for (int i = 0; i < options.copies; ++i) sessions.push_back(openBytes(kept->network, *sessionOptions));
         log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +
                                          cache.path().getPathString());

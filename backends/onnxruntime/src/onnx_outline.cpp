@@ -146,9 +146,11 @@ class Reader {
         });
         for (const std::string_view result : results) {
             if (!inputs.contains(result)) continue;
-            throw ModelMetaDataException("the function \"" + domain + "." + name +
-                                         "\" has a node that writes to the function's own input \"" +
-                                         std::string(result) + "\"");
+            std::string text = "the function \"";
+            text.append(domain).append(".").append(name).append(
+                "\" has a node that writes to the function's own input \"");
+            text.append(result).append("\"");
+            throw ModelMetaDataException(text);
         }
     }
 

@@ -85,12 +85,29 @@ MireloModel::Components runnableTarget(const Package& package, const std::string
     return components;
 }
 
+namespace {
+
+[[noreturn]] void refuseValue(const std::string& option, const std::string& value, const std::string& wanted) {
+    throw WrongUsage(option + " \"" + value + "\": wanted " + wanted);
+}
+
+std::string namesOf(const std::vector<ModelFeatureDescriptor>& features) {
+    std::string names;
+    for (const ModelFeatureDescriptor& feature : features) {
+        if (!names.empty()) names += ", ";
+        names += feature.name();
+    }
+    return names;
+}
+
+}  // namespace
+
 NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values) {
     NamedValues parsed;
     for (const std::string& value : values) {
         const size_t equals = value.rfind('=');
         if (equals == std::string::npos || equals == 0) {
-            throw WrongUsage(option + " \"" + value + "\": wanted is NAME=VALUE");
+            refuseValue(option, value, "is NAME=VALUE");
         }
         if (!parsed.emplace(value.substr(0, equals), value.substr(equals + 1)).second) {
             throw WrongUsage(option + ": \"" + value.substr(0, equals) + "\" is given twice");
@@ -108,12 +125,12 @@ TensorShape parseShape(const std::string& option, const std::string& text) {
         const auto [behind, error] = std::from_chars(at, end, dimension);
         more = behind != end;
         if (error != std::errc() || dimension < 0 || (more && *behind != ',')) {
-            throw WrongUsage(option + " \"" + text + "\": wanted are dimensions as in 1,3,224,224");
+            refuseValue(option, text, "are dimensions as in 1,3,224,224");
         }
         dimensions.push_back(dimension);
         at = behind + (more ? 1 : 0);
     }
-    return TensorShape(dimensions);
+    return {dimensions};
 }
 
 std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling) {
@@ -158,13 +175,11 @@ MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& fil
 }
 
 void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs) {
-    std::string names;
-    for (const ModelFeatureDescriptor& input : inputs) names += (names.empty() ? "" : ", ") + input.name();
     for (const auto& [name, value] : values) {
         const bool known =
             std::any_of(inputs.begin(), inputs.end(),
                         [&name = name](const ModelFeatureDescriptor& input) { return input.name() == name; });
-        if (!known) throw Failure("there is no input \"" + name + "\", wanted is one of " + names);
+        if (!known) throw Failure("there is no input \"" + name + "\", wanted is one of " + namesOf(inputs));
     }
 }
 

@@ -6,7 +6,8 @@
 #include "text_table.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <iomanip>
+#include <sstream>
 #include <thread>
 
 namespace TarnoMirelo::Tool {
@@ -33,9 +34,9 @@ std::vector<unsigned int> usualThreads() {
 }
 
 std::string inUnits(double value, const char* unit) {
-    char text[64];
-    std::snprintf(text, sizeof text, value < 10 ? "%.3f %s" : "%.1f %s", value, unit);
-    return text;
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(value < 10 ? 3 : 1) << value << ' ' << unit;
+    return text.str();
 }
 
 Json ratesOf(const char* what, const std::vector<Rate>& rates) {
@@ -123,6 +124,7 @@ ExitCode bench(const Options& options, Console& console) {
                    Filling{0, parseNamedValues("--shape", options.shapes)}, missing);
 
     std::vector<Measurement> measurements;
+    measurements.reserve(chosen.size());
     for (const Engine* const engine : chosen) {
         measurements.push_back(measure(*engine, components, inputs, options.plan, console));
     }

@@ -158,10 +158,12 @@ class Bench {
                     }
                 });
             }
-            for (double passed = 0; passed < plan_.seconds * 1000; passed = millisecondsSince(start)) {
+            double passed = 0;
+            while (passed < plan_.seconds * 1000) {
                 checkInterrupt();
                 showProgress(passed);
                 std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                passed = millisecondsSince(start);
             }
         } catch (...) {
             join();

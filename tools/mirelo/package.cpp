@@ -28,7 +28,7 @@ std::optional<fs::path> manifestIn(const fs::path& folder, const std::string& ab
     }
     if (candidates.size() > 1) {
         throw Failure(about + ": " + std::to_string(candidates.size()) +
-                      " files end in \".json\" and none is \"manifest.json\"; give the path of the manifest itself");
+                      R"( files end in ".json" and none is "manifest.json"; give the path of the manifest itself)");
     }
     if (candidates.empty()) return std::nullopt;
     return candidates.front();

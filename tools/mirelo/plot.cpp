@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <set>
+#include <sstream>
 
 namespace TarnoMirelo::Tool {
 namespace {
@@ -15,17 +15,24 @@ constexpr double kTop = 50;
 constexpr double kDistance = 440;  // from one panel's left edge to the next one's
 constexpr const char* kColours[] = {"#0b62a4", "#d9590c", "#3a7d34", "#7a3e9d"};
 
-std::string text(double x, double y, const std::string& anchor, const std::string& content) {
-    char place[96];
-    std::snprintf(place, sizeof place, R"(<text x="%.1f" y="%.1f" text-anchor=")", x, y);
-    return place + anchor + "\">" + content + "</text>\n";
+std::string number(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+}
+
+std::string text(double x, double y, const char* anchor, const std::string& content) {
+    std::ostringstream text;
+    text << R"(<text x=")" << x << R"(" y=")" << y << R"(" text-anchor=")" << anchor << R"(">)" << content
+         << "</text>\n";
+    return text.str();
 }
 
 std::string line(double x1, double y1, double x2, double y2, const char* colour) {
-    char text[160];
-    std::snprintf(text, sizeof text, R"(<line x1="%.1f" y1="%.1f" x2="%.1f" y2="%.1f" stroke="%s"/>)", x1, y1, x2, y2,
-                  colour);
-    return std::string(text) + "\n";
+    std::ostringstream text;
+    text << R"(<line x1=")" << x1 << R"(" y1=")" << y1 << R"(" x2=")" << x2 << R"(" y2=")" << y2 << R"(" stroke=")"
+         << colour << "\"/>\n";
+    return text.str();
 }
 
 // 1, 2 or 5 times a power of ten: the step between lines, of which there are five at most.
@@ -35,12 +42,6 @@ double stepFor(double largest) {
         if (power * factor * 5 >= largest) return power * factor;
     }
     return power * 10;
-}
-
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
-    return text;
 }
 
 // One way of predicting: a line for each engine over the same places.
@@ -65,7 +66,8 @@ class Panel {
 
     std::string svg() const {
         std::string picture = text(left_ + kPanelWidth / 2, kTop - 12, "middle", title_);
-        for (double value = 0; value <= top_ * 1.001; value += step_) {
+        for (int i = 0; i <= std::lround(top_ / step_); ++i) {
+            const double value = i * step_;
             picture += line(left_, y(value), left_ + kPanelWidth, y(value), "#ccc");
             picture += text(left_ - 6, y(value) + 4, "end", number(value));
         }
@@ -85,15 +87,15 @@ class Panel {
     double y(double value) const { return kTop + kPanelHeight * (1 - value / top_); }
 
     std::string curve(const std::vector<Rate>& rates, const std::string& colour) const {
-        std::string points;
-        std::string dots;
+        std::ostringstream points;
+        std::ostringstream dots;
         for (const Rate& rate : rates) {
-            const std::string place[] = {number(x(rate.count)), number(y(rate.perSecond))};
-            points += (points.empty() ? "" : " ") + place[0] + "," + place[1];
-            dots += "<circle cx=\"" + place[0] + "\" cy=\"" + place[1] + R"(" r="3" fill=")" + colour + "\"/>\n";
+            points << x(rate.count) << ',' << y(rate.perSecond) << ' ';
+            dots << R"(<circle cx=")" << x(rate.count) << R"(" cy=")" << y(rate.perSecond) << R"(" r="3" fill=")"
+                 << colour << "\"/>\n";
         }
-        return R"(<polyline fill="none" stroke-width="2" stroke=")" + colour + "\" points=\"" + points + "\"/>\n" +
-               dots;
+        return R"(<polyline fill="none" stroke-width="2" stroke=")" + colour + R"(" points=")" + points.str() +
+               "\"/>\n" + dots.str();
     }
 
     double left_;

@@ -51,6 +51,10 @@ std::string fileNameOf(const std::string& output) {
     return name + ".npy";
 }
 
+[[noreturn]] void refuseFileOfAnother(const std::string& name, const std::string& fileName) {
+    throw Failure("Output \"" + name + "\": another one has the file " + fileName);
+}
+
 // All of them, or none.
 Json writeOutputs(const MireloModel::Outputs& outputs, const Options& options) {
     const fs::path folder = toPath(options.output);
@@ -63,7 +67,7 @@ Json writeOutputs(const MireloModel::Outputs& outputs, const Options& options) {
         const std::string name = output->featureDescriptor().name();
         const std::shared_ptr<const ITensor> tensor = output->asTensor();
         const std::string fileName = fileNameOf(name);
-        if (files.contains(fileName)) throw Failure("Output \"" + name + "\": another one has the file " + fileName);
+        if (files.contains(fileName)) refuseFileOfAnother(name, fileName);
         auto file = std::make_unique<PartialFile>(folder / toPath(fileName), options.force);
         writeNpy(*tensor, *file);
         file->close();

@@ -13,7 +13,7 @@
 namespace TarnoMirelo::Tool {
 namespace {
 
-WrongUsage noSuchCommand(const CLI::App& application) {
+std::string refusalOfCommand(const CLI::App& application) {
     const std::vector<std::string> remaining = application.remaining();
     std::string names;
     for (const CLI::App* const command : application.get_subcommands({})) {
@@ -21,7 +21,7 @@ WrongUsage noSuchCommand(const CLI::App& application) {
     }
     const std::string found =
         remaining.empty() ? "no command is given" : "there is no command \"" + remaining.front() + "\"";
-    return WrongUsage(found + ", wanted is one of " + names);
+    return found + ", wanted is one of " + names;
 }
 
 // Nothing where a command is to be run.
@@ -43,7 +43,7 @@ std::optional<ExitCode> parse(Commands& commands, std::vector<std::string> argum
         return kDone;
     } catch (const CLI::ParseError& error) {
         const std::vector<CLI::App*> parsed = application.get_subcommands();
-        if (parsed.empty()) throw noSuchCommand(application);
+        if (parsed.empty()) throw WrongUsage(refusalOfCommand(application));
         throw WrongUsage(std::string(error.what()) + "\n\"mirelo " + parsed.front()->get_name() +
                          " --help\" tells what is wanted.");
     }

@@ -99,10 +99,9 @@ void writeZsh(const Commands& commands) {
     for (const CLI::App* const command : commandsOf(commands)) {
         std::cout << "    " << command->get_name() << ") _arguments";
         for (const CLI::Option* const option : optionsOf(*command, false)) {
-            const std::string value = option->get_items_expected_max() == 0 ? "" : ":value:_files";
-            for (const std::string& name : namesOf(*option)) {
-                std::cout << " " << quoted(name + inBrackets(option->get_description()) + value);
-            }
+            const std::string description = inBrackets(option->get_description())
+                                                .append(option->get_items_expected_max() == 0 ? "" : ":value:_files");
+            for (std::string name : namesOf(*option)) std::cout << " " << quoted(name.append(description));
         }
         std::cout << " '*:file:_files' ;;\n";
     }

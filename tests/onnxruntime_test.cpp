@@ -401,6 +401,7 @@ TEST_F(OnnxRuntimeBackend, RunsCopiesOfTheNetwork) {
         const uint64_t bytes = manager.getRuntimeStatus().getModelsRuntimeStatus().at(0).getCurrentMemoryConsumption();
         if (copies == 1) one = bytes;
         EXPECT_GE(bytes, static_cast<uint64_t>(copies) * one);
+        EXPECT_EQ(text(manager.unloadModel(model)), kSuccess);
     }
     options.copies = 0;
     EXPECT_EQ(text(make(options)->load(written(sum(), {}, {}))),

@@ -104,8 +104,8 @@ TEST(KitCheck, NamesWhatBreaksTheText) {
         {"{\"id\": \"a\tb\"}", inId + "a tab" + control},
         {"{\"id\": \"a\r\n\"}", inId + "the end of the line" + control},
         {"{\"id\": \"a\x01\"}", inId + "\"?\"}\"" + control},
-        {"{\"id\": \"a\\x\"}",
-         inId + "\"\\x\"}\", wanted \\\", \\\\, \\/, \\b, \\f, \\n, \\r, \\t or \\u. Write a backslash as \\\\.\n"},
+        {R"({"id": "a\x"})",
+         inId + R"("\x"}", wanted \", \\, \/, \b, \f, \n, \r, \t or \u. Write a backslash as \\.)" + "\n"},
         {"{ /* n }",
          "1:9 [] error: The text is no JSON. Found the end of the text, wanted JSON without comments. Remove the "
          "comment: it does not end, or does not begin with // or /*.\n"},

@@ -26,7 +26,7 @@ struct Port {
 std::vector<ModelFeatureDescriptor> describe(const std::vector<Port>& ports) {
     std::vector<ModelFeatureDescriptor> all;
     for (const Port& each : ports) {
-        all.push_back({MireloFeatureType::Tensor, true, each.name, "", TensorDescriptor(each.shape, each.type)});
+        all.emplace_back(MireloFeatureType::Tensor, true, each.name, "", TensorDescriptor(each.shape, each.type));
     }
     return all;
 }

@@ -303,7 +303,8 @@ MireloModel::Inputs ReferenceModel::tampered(const Inputs& inputs) const {
         if (has(Fault::TakesLastOfTwoInputs)) made.erase(std::remove_if(made.begin(), made.end(), isSame), made.end());
         const auto copy = [&](const TensorShape& shape) {  // as it is, in host memory and of that shape
             auto own = std::make_shared<Tensor>(tensor->dataType(), shape);
-            if (tensor->buffer() != nullptr) std::memcpy(own->buffer(), tensor->buffer(), own->bytes());
+            if (tensor->buffer() != nullptr)
+                std::memcpy(own->buffer(), tensor->buffer(), static_cast<size_t>(own->bytes()));
             return feature(port.name, own);
         };
         const TensorShape& shape = tensor->shape();
@@ -477,7 +478,8 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
     if (has(Fault::WipesOutputsFirst)) {
         for (const auto& each : into) {
             const auto tensor = tensorOf(each);
-            if (tensor != nullptr && tensor->buffer() != nullptr) std::memset(tensor->buffer(), 0, tensor->bytes());
+            if (tensor != nullptr && tensor->buffer() != nullptr)
+                std::memset(tensor->buffer(), 0, static_cast<size_t>(tensor->bytes()));
         }
     }
     if (has(Fault::IgnoresBatchSize)) {
@@ -573,7 +575,7 @@ MireloStatus ReferenceModel::runRows(const Inputs& inputs, Outputs& outputs) con
             status = run(row, made, 1);
             for (size_t i = 0; status.ok() && i < count; ++i) {
                 const auto tensor = tensorOf(rowOutputs[i]);
-                std::memcpy(tensor->buffer(), made[i]->asTensor()->buffer(), tensor->bytes());
+                std::memcpy(tensor->buffer(), made[i]->asTensor()->buffer(), static_cast<size_t>(tensor->bytes()));
             }
         } else {
             status = run(row, rowOutputs, 1);
@@ -630,7 +632,7 @@ MireloStatus ReferenceModel::onPredictBatch(const Inputs& given, Outputs& output
         for (size_t i = 0; status.ok() && i < outputs.size(); ++i) {
             const auto to = tensorOf(outputs[i]);
             if (to != nullptr && to->buffer() != nullptr) {
-                std::memcpy(to->buffer(), made[i]->asTensor()->buffer(), to->bytes());
+                std::memcpy(to->buffer(), made[i]->asTensor()->buffer(), static_cast<size_t>(to->bytes()));
             }
         }
         return status;

@@ -27,7 +27,7 @@ class ReferenceModel : public MireloModel {
 
  protected:
     MireloStatus onPredict(const Inputs& inputs, Outputs& outputs) const override;
-    MireloStatus onPredictBatch(const Inputs& inputs, Outputs& outputs) const override;
+    MireloStatus onPredictBatch(const Inputs& given, Outputs& outputs) const override;
     MireloStatus onBind(const Inputs& inputs, Outputs& outputs, std::shared_ptr<MireloBinding>& binding) const override;
     MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& binding) const override;
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override;
@@ -41,7 +41,7 @@ class ReferenceModel : public MireloModel {
 
     bool has(Fault fault) const { return fault_ == fault; }
     MireloStatus read(ModelComponent component, std::shared_ptr<Network>& network) const;
-    MireloStatus run(const Inputs& inputs, Outputs& outputs, int64_t rows) const;
+    MireloStatus run(const Inputs& given, Outputs& outputs, int64_t rows) const;
     MireloStatus runRows(const Inputs& inputs, Outputs& outputs) const;
     std::vector<Computed> compute(const Network& network, const Kit::InputTensors& inputs) const;
     std::vector<Computed> computeAll(const Network& network, const Kit::InputTensors& inputs) const;

@@ -67,7 +67,7 @@ void run(const Filepath& folder) {
     std::string operation = "load";
     try {
         Ort::Session session(environment, network.data(), network.size(), options);
-        for (const size_t index : {0, 1}) {
+        for (const size_t index : {size_t{0}, size_t{1}}) {
             operation = "predict " + std::to_string(index);
             predict(session, target, index, readRow(folder, index));
         }

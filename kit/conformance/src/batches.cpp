@@ -256,7 +256,7 @@ void batchSize(Trial& trial) {
         }
     }
     expectBatches(trial, *model, *package);  // which takes single rows all the same
-    trial.load(*model, package->components);
+    Trial::load(*model, package->components);
     trial.expectPredicts(*model, *package);
 }
 

@@ -185,7 +185,7 @@ void bindingOfEarlierLoad(Trial& trial) {
     const auto model = trial.loaded(trial.plain());
     Bound bound = boundOf(*model, trial.plain().cases.front(), true);
     const Snapshot outputs(bound.features.outputs);
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     trial.expectRefused(model->evaluate(bound.binding));
     outputs.expectUnchanged(bound.features.outputs, "outputs");
 }

@@ -111,7 +111,7 @@ void expectNotLoaded(const Trial& trial, MireloModel& model) {
 void notLoaded(Trial& trial) {
     const auto model = trial.make();
     expectNotLoaded(trial, *model);
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     const Features features = featuresOf(trial.plain().cases.front());
     Outputs outputs;
     Binding binding;
@@ -199,7 +199,7 @@ void expectPredictsAs(const Trial& trial, const ModelTarget& target, const Packa
     MireloModel::Components components = package.components;
     std::get<ModelTarget>(components) = target;
     const auto model = trial.make();
-    trial.load(*model, components);
+    Trial::load(*model, components);
     for (Case each : package.cases) {
         std::vector<Value> outputs;
         for (const ModelFeatureDescriptor& output : target.outputs) {
@@ -258,7 +258,7 @@ void componentsOfEachKind(Trial& trial) {
         ModelComponent& component = std::get<ModelTarget>(components).components.front();
         // A component in memory has no file, or one that is another.
         if (component.type == ComponentKind::MemoryStream) component.path = "manifest.json";
-        trial.load(*model, components);
+        Trial::load(*model, components);
         trial.expectPredicts(*model, trial.plain());
     });
 }
@@ -267,10 +267,10 @@ void secondLoad(Trial& trial) {
     const Package& first = trial.packages().front();
     const auto model = trial.loaded(first);
     for (const Package& package : trial.packages()) {
-        trial.load(*model, package.components);
+        Trial::load(*model, package.components);
         trial.expectPredicts(*model, package);
     }
-    trial.load(*model, first.components);
+    Trial::load(*model, first.components);
     trial.expectPredicts(*model, first);
 }
 
@@ -285,17 +285,17 @@ void failedLoad(Trial& trial) {
         expectNotLoaded(trial, *model);
         if (trial.backend().binds) trial.expectRefused(model->evaluate(binding));
     });
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     trial.expectPredicts(*model, trial.plain());
 }
 
 void unloadTwice(Trial& trial) {
     const auto model = trial.make();
     Trial::expectSuccess(model->doUnload(), "doUnload of a model that was never loaded");
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     Trial::expectSuccess(model->doUnload(), "doUnload");
     Trial::expectSuccess(model->doUnload(), "the second doUnload");
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     trial.expectPredicts(*model, trial.plain());
 }
 

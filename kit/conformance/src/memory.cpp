@@ -77,13 +77,13 @@ void memoryAfterRegistration(Trial& trial) {
 
 void memoryOfLoad(Trial& trial) {
     const Recorded model(trial.make());
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     EXPECT_GT(model.bytes(), 0U) << "wanted is a report by the load of a model that is registered";
     trial.expectPredicts(*model, trial.plain());
     const uint64_t once = model.bytes();
     for (int times = 0; times < 3; ++times) trial.expectPredicts(*model, trial.plain());
     EXPECT_EQ(model.bytes(), once) << "wanted is the same after the same predictions again";
-    trial.load(*model, trial.plain().components);
+    Trial::load(*model, trial.plain().components);
     trial.expectPredicts(*model, trial.plain());
     EXPECT_EQ(model.bytes(), once) << "wanted is the same after another load of the same network";
 }

@@ -47,7 +47,9 @@ const std::vector<Family>& contract() {
 bool registerRows(const char* name, Backend (*describe)(), const char* file, int line) noexcept {
     for (const Family& family : contract()) {
         for (const Row& row : family.rows) {
-            const auto make = [describe, &row]() -> testing::Test* { return new RowTest(describe, row); };
+            const auto make = [describe, &row]() -> testing::Test* {
+                return std::make_unique<RowTest>(describe, row).release();
+            };
             testing::RegisterTest(name, row.name, nullptr, nullptr, file, line, make);
         }
     }

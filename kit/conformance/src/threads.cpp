@@ -17,6 +17,7 @@ void inThreads(const Work& work) {
     std::mutex mutex;
     std::string first;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int number = 0; number < kThreads; ++number) {
         threads.emplace_back([&, number] {
             for (int round = 0; round < kRounds; ++round) {

@@ -160,7 +160,7 @@ Trial::Trial(const Backend& backend, const Row& row)
     }
     for (const std::string& name : backend.packages) {
         packages_.push_back(readPackage(backend.packageFolder, name, backend.modelType));
-        ModelTarget& target = std::get<ModelTarget>(packages_.back().components);
+        auto& target = std::get<ModelTarget>(packages_.back().components);
         if (takes(ComponentKind::File)) continue;
         for (ModelComponent& component : target.components) {
             component.buffer = FileUtils().readBinaryFileToByteVector(
@@ -194,7 +194,7 @@ std::shared_ptr<MireloModel> Trial::loaded(const MakeModel& make, const Package&
     return model;
 }
 
-void Trial::load(MireloModel& model, const MireloModel::Components& components) const {
+void Trial::load(MireloModel& model, const MireloModel::Components& components) {
     expectSuccess(model.load(components), "load");
 }
 

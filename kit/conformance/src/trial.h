@@ -99,7 +99,7 @@ class Trial {
     /// A model that has loaded the package; expected to succeed.
     std::shared_ptr<MireloModel> loaded(const Package& package) const;
     std::shared_ptr<MireloModel> loaded(const MakeModel& make, const Package& package) const;
-    void load(MireloModel& model, const MireloModel::Components& components) const;
+    static void load(MireloModel& model, const MireloModel::Components& components);
     /// Whether networks may come as components of that kind.
     bool takes(const char* componentKind) const;
 

@@ -103,7 +103,7 @@ TEST(KitCheck, NamesWhatBreaksTheText) {
         {{"{\"id\": \"a\0\"}", 12}, inId + "a NUL byte, " + utf8},
         {"{\"id\": \"a\tb\"}", inId + "a tab" + control},
         {"{\"id\": \"a\r\n\"}", inId + "the end of the line" + control},
-        {"{\"id\": \"a\x01\"}", inId + "\"?\"}\"" + control},
+        {"{\"id\": \"a\x01\"}", inId + R"("?"}")" + control},
         {R"({"id": "a\x"})",
          inId + R"("\x"}", wanted \", \\, \/, \b, \f, \n, \r, \t or \u. Write a backslash as \\.)" + "\n"},
         {"{ /* n }",

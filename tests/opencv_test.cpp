@@ -267,7 +267,7 @@ struct Shift : OpenCv::Operator {
         if (x[0] == 3) throw Speechless();
         if (inputs.at(0)->shape()[0] > 1) return {INVALID_SHAPE, "one row at a time"};
         for (int i = 0; i < 3; ++i) reinterpret_cast<float*>(outputs.at(0)->buffer())[i] = x[i] + shift[i];
-        return {x[0] == 2 ? RANGE_ERROR : x[0] == 4 ? WARNING : SUCCESS, "told"};
+        return {x[0] == 2 ? RANGE_ERROR : x[0] == 5 ? WARNING : SUCCESS, "told"};
     }
     bool& shapeIsOpen;
 };
@@ -290,7 +290,7 @@ TEST_F(OpenCvBackend, ComputesOperatorsOfTheHostOnceTheyAreFinal) {
     EXPECT_FALSE(made);
     const auto x = [](float first) { return feature("x", {1, 3}, Floats{first, 0, 0}); };
     EXPECT_EQ(result(predict({x(0)})), "1: y (1,3) 1 2 3;");
-    EXPECT_EQ(result(predict({x(4)})), "1: y (1,3) 5 2 3;");  // a warning is no failure
+    EXPECT_EQ(result(predict({x(5)})), "1: y (1,3) 6 2 3;");  // a warning is no failure
     {
         Device device("CPU", MireloModelType::WinML);
         std::vector<std::jthread> threads;  // each with a model of its own

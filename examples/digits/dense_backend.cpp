@@ -7,6 +7,7 @@
 
 #include <TarnoMirelo/TarnoMirelo.h>
 #include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/bindings.h>
 #include <TarnoMirelo/kit/components.h>
 #include <TarnoMirelo/kit/memory.h>
 #include <TarnoMirelo/kit/outputs.h>
@@ -140,20 +141,20 @@ class DenseModel : public MireloModel {
         const Kit::Result result{DataType::Float, (*outputs_)[0].shape};
         status = Kit::prepareOutputs(*inputs_, tensors, *outputs_, {result}, outputs, 1, prepared);
         if (!status.ok()) return status;
-        const auto bound = std::make_shared<Bound>();
+        auto bound = std::make_unique<Bound>();
         bound->layers = layers_;
         bound->input = tensors[0];
         bound->output = prepared.tensors[0];
         bound->tensors.add(bound->input);
         bound->tensors.add(bound->output);
         outputs = std::move(prepared.features);
-        binding = bound;
+        binding = Kit::handOut(std::move(bound));
         reportMemory();
         return status;
     }
 
     MireloStatus onEvaluate(std::shared_ptr<MireloBinding>& binding) const override {
-        const auto* const bound = dynamic_cast<const Bound*>(binding.get());
+        const Bound* const bound = Kit::ownBinding<Bound>(binding);
         if (layers_ == nullptr) return notLoaded();
         if (bound == nullptr || bound->layers != layers_ || !bound->tensors.areInPlace()) {
             return {INVALID_OPERATION, "What was bound has moved, or belongs to another load; bind again"};

@@ -2,7 +2,7 @@
 
 #include "manifest_json.h"
 
-#include "raising_allocator.h"
+#include "manifest/raising_allocator.h"
 
 #include <TarnoMirelo/kit/texts.h>
 

@@ -2,9 +2,9 @@
 
 #include "strict_reader.h"
 
+#include "manifest/raising_allocator.h"
 #include "manifest_rules.h"
 #include "nearest_name.h"
-#include "raising_allocator.h"
 
 #include <TarnoMirelo/kit/components.h>
 

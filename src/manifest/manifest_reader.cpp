@@ -2,6 +2,7 @@
 
 #include "feature/feature_names.h"
 #include "files/platform.h"
+#include "manifest/raising_allocator.h"
 #include "tensor/data_type.h"
 
 #include <TarnoMirelo/manifest.h>
@@ -9,35 +10,13 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string_view>
 #include <utility>
 
 namespace TarnoMirelo {
 namespace {
-
-// RapidJSON does not look for a null pointer when memory runs out. This allocator, below its own, raises instead.
-class RaisingAllocator {
- public:
-    [[maybe_unused]] static constexpr bool kNeedFree = true;  // every RapidJSON allocator says so
-
-    static void* Malloc(size_t size) { return size == 0 ? nullptr : present(std::malloc(size)); }
-    static void* Realloc(void* block, size_t /*oldSize*/, size_t newSize) {
-        if (newSize != 0) return present(std::realloc(block, newSize));
-        std::free(block);
-        return nullptr;
-    }
-    static void Free(void* block) { std::free(block); }
-
- private:
-    static void* present(void* block) {
-        if (block == nullptr) throw std::bad_alloc();
-        return block;
-    }
-};
 
 using Json =
     rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<RaisingAllocator>, RaisingAllocator>;

@@ -1,5 +1,7 @@
 #include "log.h"
 
+#include <TarnoMirelo/kit/log.h>
+
 #include <mutex>
 
 namespace TarnoMirelo::OnnxRuntime {
@@ -32,16 +34,9 @@ LogSeverity toSeverity(OrtLoggingLevel level) {
 
 void Log::write(LogSeverity severity, const std::string& message) const noexcept {
     try {
-        if (sink_ == nullptr && severity < LogSeverity::Error) return;
         const std::string text = prefix_ + message;
         const std::lock_guard<std::recursive_mutex> lock(sinks());
-        if (sink_ == nullptr) {
-            _Report_(false, LogProcessorTarget::None, severity, text);
-            return;
-        }
-        LogEntry entry;
-        Logger::GenerateLogEntry(entry, text, LogProcessorTarget::None, severity, static_cast<uint64_t>(-1));
-        sink_->Process(entry);
+        Kit::writeLog(sink_, severity, text);
     } catch (...) {  // NOLINT(bugprone-empty-catch): see the header
     }
 }

@@ -4,6 +4,7 @@
 #include "network.h"
 
 #include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/bindings.h>
 #include <TarnoMirelo/kit/memory.h>
 #include <TarnoMirelo/onnxruntime.h>
 
@@ -18,14 +19,6 @@ namespace {
 std::string about(const ModelComponent& component, const std::string& text) {
     return "Component \"" + component.name + "\": " + text;
 }
-
-// Deletes a binding of this backend, and tells it from those of others: also where a host was built without type
-// information, which a cast would need.
-struct DeleteBinding {
-    void operator()(MireloModel::MireloBinding* /*bound*/) const { delete made; }
-
-    Binding* made;
-};
 
 }  // namespace
 
@@ -186,8 +179,7 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
     return statusOf([&] {
         const std::shared_ptr<Network>& network = loadedNetwork();
         Outputs results = outputs;
-        auto* const made = new Binding(network, inputs, results, network->batchSize());
-        std::shared_ptr<MireloBinding> bound(made, DeleteBinding{made});
+        auto bound = Kit::handOut(std::make_unique<Binding>(network, inputs, results, network->batchSize()));
         reportMemory();
         outputs = std::move(results);
         binding = std::move(bound);
@@ -196,11 +188,11 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
-        const auto* const own = std::get_deleter<DeleteBinding>(binding);
-        if (own == nullptr || own->made != binding.get() || own->made->network() != loadedNetwork()) {
+        Binding* const own = Kit::ownBinding<Binding>(binding);
+        if (own == nullptr || own->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }
-        own->made->run();
+        own->run();
         reportMemory();
     });
 }

@@ -2,7 +2,9 @@
 #include "network.h"
 
 #include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/bindings.h>
 #include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/kit/log.h>
 #include <TarnoMirelo/kit/memory.h>
 #include <TarnoMirelo/opencv.h>
 
@@ -45,14 +47,6 @@ std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& r
     }
 }
 
-// Deletes a binding of this backend, and tells it from those of others: also where a host was built without type
-// information, which a cast would need.
-struct DeleteBinding {
-    void operator()(MireloModel::MireloBinding* /*bound*/) const { delete made; }
-
-    Binding* made;
-};
-
 }  // namespace
 
 Model::Model(const std::string& name, std::shared_ptr<Device> device, MireloConfig config, Options options)
@@ -86,22 +80,8 @@ MireloStatus Model::statusOf(const Work& work) const {
     return status;
 }
 
-// A failing sink must not fail the caller. Without a sink only failures are reported: hosts that asked for no log get
-// none on their standard output.
 void Model::log(LogSeverity severity, const std::string& message) const {
-    try {
-        const std::shared_ptr<ILogProcessor> sink = config_.GetLogger();
-        if (sink == nullptr && severity < LogSeverity::Error) return;
-        const std::string text = "OpenCV model \"" + getName() + "\": " + message;
-        if (sink == nullptr) {
-            _Report_(false, LogProcessorTarget::None, severity, text);
-            return;
-        }
-        LogEntry entry;
-        Logger::GenerateLogEntry(entry, text, LogProcessorTarget::None, severity, static_cast<uint64_t>(-1));
-        sink->Process(entry);
-    } catch (...) {
-    }
+    Kit::writeLog(config_.GetLogger(), severity, "OpenCV model \"" + getName() + "\": " + message);
 }
 
 const std::shared_ptr<Network>& Model::loadedNetwork() const {
@@ -173,8 +153,7 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
     return statusOf([&] {
         const std::shared_ptr<Network>& network = loadedNetwork();
         Outputs results = outputs;
-        auto* const made = new Binding(network, inputs, results, network->batchSize());
-        std::shared_ptr<MireloBinding> bound(made, DeleteBinding{made});
+        auto bound = Kit::handOut(std::make_unique<Binding>(network, inputs, results, network->batchSize()));
         reportMemory();
         outputs = std::move(results);
         binding = std::move(bound);
@@ -183,11 +162,11 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
-        const auto* const own = std::get_deleter<DeleteBinding>(binding);
-        if (own == nullptr || own->made != binding.get() || own->made->network() != loadedNetwork()) {
+        Binding* const own = Kit::ownBinding<Binding>(binding);
+        if (own == nullptr || own->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");
         }
-        own->made->run();
+        own->run();
         reportMemory();
     });
 }

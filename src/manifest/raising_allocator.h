@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-namespace TarnoMirelo::Kit {
+namespace TarnoMirelo {
 
 /// RapidJSON goes on with a null pointer when memory runs out. This allocator below its own raises instead.
 class RaisingAllocator {
@@ -26,4 +26,4 @@ class RaisingAllocator {
     }
 };
 
-}  // namespace TarnoMirelo::Kit
+}  // namespace TarnoMirelo

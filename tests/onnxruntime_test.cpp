@@ -341,8 +341,77 @@ TEST_F(OnnxRuntimeBackend, GivesOutputsTheShapesThatOnlyTheRunTells) {
     // Where the host or the target expects another shape.
     Outputs given = {feature<int64_t>("y", {1, 2}, {}, DataType::Int64)};
     EXPECT_EQ(text(model->predict({input}, given)), R"(17: Output "y": the shape is (1, 2), wanted is (1, 3))");
+    const std::string other = R"(12: Output "y": the engine gives the shape (1, 3), declared is (1, 2))";
     EXPECT_EQ(load(bytes, x, {describe("y", {1, 2}, DataType::Int64)}), kSuccess);
-    EXPECT_EQ(predict({input}), R"(12: Output "y": the engine gives the shape (1, 3), declared is (1, 2))");
+    EXPECT_EQ(predict({input}), other);
+    bound.clear();
+    EXPECT_EQ(text(model->bind({input}, bound, binding)), kSuccess);
+    EXPECT_EQ(text(model->evaluate(binding)), other);
+}
+
+TEST_F(OnnxRuntimeBackend, CountsRows) {
+    ASSERT_EQ(loadSum(), kSuccess);
+    EXPECT_EQ(text(model->setBatchSize(0)), "7: A batch can't have 0 rows");
+    EXPECT_EQ(text(model->setBatchSize(3)), kSuccess);
+    EXPECT_EQ(predict({feature("x", {3, 2}, Floats{1, 2, 3, 4, 5, 6})}), "(3,2) 11 22 13 24 15 26");
+    ASSERT_EQ(load(sum({1, 2}), {describe("x", {1, 2})}, {describe("y", {1, 2})}), kSuccess);
+    EXPECT_EQ(text(model->setBatchSize(3)), "6: The model can't take 3 rows at once");
+    constexpr int64_t kMany = int64_t{1} << 40;
+    const Descriptors wide = {describe("x", {1, kMany})};
+    ASSERT_EQ(load(sum({-1, -1}), wide, {describe("y", {1, -1})}), kSuccess);
+    EXPECT_EQ(text(model->setBatchSize(4'000'000)), "7: A batch of 4000000 rows is more than can be counted");
+}
+
+TEST_F(OnnxRuntimeBackend, WantsWhatTheNetworkHasNoConstantFor) {
+    const std::string bytes = network({node("Add", {"x", "z"}, {"y"})},
+                                      {port("x", DataType::Float, {1, 2}), port("z", DataType::Float, {1, 2})},
+                                      {port("y", DataType::Float, {1, 2})});
+    const ModelFeatureDescriptor z(MireloFeatureType::Tensor, false, "z", "",
+                                   TensorDescriptor({1, 2}, DataType::Float));
+    ASSERT_EQ(load(bytes, {describe("x", {1, 2}), z}, {describe("y", {1, 2})}), kSuccess);
+    const std::string missing = R"(7: Input "z": missing; the network has no constant in its place)";
+    const auto x = feature("x", {1, 2}, Floats{1, 2});
+    EXPECT_EQ(predict({x}), missing);
+    Outputs bound;
+    std::shared_ptr<MireloModel::MireloBinding> binding;
+    EXPECT_EQ(text(model->bind({x}, bound, binding)), missing);
+    EXPECT_EQ(predict({x, feature("z", {1, 2}, Floats{3, 4})}), "(1,2) 4 6");
+}
+
+TEST_F(OnnxRuntimeBackend, DescribesNetworks) {
+    const auto ofType = [](uint64_t type) { return message(2, message(1, number(1, type))); };
+    const std::pair<std::string, std::string> networks[] = {
+        {network({node("Add", {"x", "w"}, {"y"})},
+                 {port("x", DataType::Float, {-1, 2}), port("w", DataType::Float, {2})},
+                 {port("y", DataType::Float, {-1, 2})}, {constant("w", {2}, {1, 2})}),
+         "1:  x 11 (-1,2) y 11 (-1,2)"},
+        {network({node("Cast", {"x"}, {"y"})}, {message(1, "x") + ofType(8)}, {message(1, "y") + ofType(8)}),
+         R"(12: Component "net": )"},
+        {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(8)}, {message(1, "y") + ofType(8)}),
+         R"(12: Component "net": Input "x": it is no tensor, or has elements of a type that tensors don't have: string)"},
+        {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(1)}, {message(1, "y") + ofType(1)}),
+         R"(12: Component "net": Input "x": the network doesn't say how many dimensions it has)"},
+        {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(16)}, {message(1, "y") + ofType(16)}),
+         R"(12: Component "net": Input "x": it is no tensor, or has elements of a type that tensors don't have: bfloat16)"},
+        {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(14)}, {message(1, "y") + ofType(14)}),
+         R"(12: Component "net": )"},
+        {"none", R"(12: Component "net": the file holds no ONNX network, or only a part of one)"},
+    };
+    for (const auto& [bytes, expected] : networks) {
+        const auto asked = written(bytes, {}, {});
+        OnnxRuntime::NetworkDescription found;
+        MireloConfig config;
+        config.SetLogger(sink);
+        std::string all = text(
+            OnnxRuntime::describeNetwork(std::get<ModelTarget>(asked).components[0], folder.path(), found, config));
+        for (const auto* const ports : {&found.inputs, &found.outputs}) {
+            for (const ModelFeatureDescriptor& each : *ports) {
+                const TensorDescriptor tensor = each.tensorDescriptor();
+                all += list("", each.name(), static_cast<int>(tensor.tensorType()), list(tensor.shape()));
+            }
+        }
+        EXPECT_EQ(all.substr(0, expected.size()), expected);
+    }
 }
 
 TEST_F(OnnxRuntimeBackend, ComputesWithTheProviderOfTheDevice) {
@@ -365,8 +434,16 @@ TEST_F(OnnxRuntimeBackend, ComputesWithTheProviderOfTheDevice) {
     OnnxRuntime::Model byOption("m", &cuda, MireloConfig(), options);
     EXPECT_EQ(text(byOption.load(components)), kSuccess);
     EXPECT_EQ(predict(byOption, {feature("x", {1, 2}, Floats{1, 2})}), "(1,2) 11 22");
+    options.graphOptimization = OnnxRuntime::GraphOptimization::Extended;
+    EXPECT_EQ(text(make(options)->load(components)), kSuccess);
+    options.graphOptimization = OnnxRuntime::GraphOptimization(9);
+    EXPECT_EQ(text(make(options)->load(components)),
+              R"(7: Component "net": Options: the graph optimisation has the unknown number 9)");
     options.threadsWithinNodes = -1;
     EXPECT_EQ(text(make(options)->load(components)), R"(7: Component "net": Options: a number of threads is below 0)");
+    auto two = components;
+    std::get<ModelTarget>(two).components.push_back({"more", "net.onnx", Encryption(), ComponentKind::File, {}});
+    EXPECT_EQ(text(make()->load(two)), R"(12: Component "more": a target has one component, a network)");
 }
 
 // Each copy is a network of its own: the memory tells that it is there, and the results that it is the same one.
@@ -455,6 +532,22 @@ TEST_F(OnnxRuntimeCache, IsUsedByTheNextLoadUntilSomethingChanges) {
     EXPECT_EQ(query(), CacheStatus::NotCached);
 }
 
+TEST_F(OnnxRuntimeCache, LooksAtWeightsInFilesOfTheirOwn) {
+    const std::string bytes =
+        network({node("Add", {"x", "w"}, {"y"})}, {port("x", DataType::Float, {1, 2})},
+                {port("y", DataType::Float, {1, 2})}, {outside(constant("w", DataType::Float, {1, 2}), "w.bin")});
+    const auto writeWeights = [&](const Floats& weights) {
+        folder.write("w.bin", std::string(reinterpret_cast<const char*>(weights.data()), 8));
+    };
+    asked = written(bytes, {describe("x", {1, 2})}, {describe("y", {1, 2})});
+    writeWeights({10, 20});
+    EXPECT_EQ(use().substr(2), "(1,2) 11 22");
+    EXPECT_EQ(use().substr(2), "(1,2) 11 22");
+    writeWeights({30, 40});
+    EXPECT_NE(query(), CacheStatus::Cached);
+    EXPECT_EQ(use().substr(2), "(1,2) 31 42");
+}
+
 // The optimised network would lie there in the open.
 TEST_F(OnnxRuntimeCache, KeepsNothingOfProtectedNetworks) {
     folder.write("protected", stringOf(protectedBytes(sum())));
@@ -522,6 +615,7 @@ class Widen : public OnnxRuntime::Operator {
         if (count > 0 && to[0] == 40) throw std::runtime_error("twenty");
         *reinterpret_cast<int64_t*>(outputs.at(1)->buffer()) = count;
         if (count > 0 && to[0] == 60) return {WARNING, "thirty"};
+        if (count > 0 && to[0] == 80) throw 1;  // NOLINT(hicpp-exception-baseclass): what hosts may do
         return {SUCCESS, ""};
     }
 };
@@ -548,6 +642,7 @@ TEST_F(OnnxRuntimeBackend, RunsTheHostsOperatorsOnAnyElements) {
     EXPECT_EQ(predict({input({10})}), "14: example.Widen: ten");
     EXPECT_EQ(predict({input({20})}), "13: example.Widen: twenty");
     EXPECT_EQ(predict({input({30})}), "(1) 60");
+    EXPECT_EQ(predict({input({40})}), "13: example.Widen: it raised something unknown");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": engine: example.Widen: thirty\n"));
     EXPECT_EQ(predict({input({})}), "(0)");
 

@@ -31,7 +31,8 @@ struct NetworkFile {
 /// Its weights are there.
 NetworkFile readNetworkFile(const ModelComponent& component, const Filepath& rootDir);
 
-/// The system's own form of a path in UTF-8. Raises `FileException` where the text is none.
+/// The system's own form of a path in UTF-8. On Windows, raises `FileException` where the text is none; elsewhere any
+/// bytes name a file.
 std::filesystem::path toSystemPath(const Filepath& path);
 
 /// Raises the status where it is a failure.

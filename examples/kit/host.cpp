@@ -19,7 +19,11 @@ std::shared_ptr<MireloFeature> featureOf(const ModelTarget& target, std::initial
 }  // namespace
 
 // Takes the folder of a packaged model, and the file to write a trace to.
-int main(int /*argc*/, char** argv) {
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::cerr << "usage: kit_example FOLDER TRACE_FILE" << std::endl;
+        return 2;
+    }
     Kit::AllTargetsMetadata metadata;
     MireloStatus status = metadata.load(Filepath(argv[1]).append(Filepath("manifest.json")));
     const auto device = std::make_shared<Device>("cpu", MireloModelType::WinML);

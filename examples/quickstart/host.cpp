@@ -4,7 +4,11 @@
 #include <iostream>
 
 // Takes the folder of a packaged model.
-int main(int /*argc*/, char** argv) {
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::cerr << "usage: quickstart FOLDER" << std::endl;
+        return 2;
+    }
     ModelMetadata metadata;
     MireloStatus status = metadata.load(Filepath(argv[1]).append(Filepath("manifest.json")));
     if (status.ok()) status = metadata.validate(MireloModelType::WinML);

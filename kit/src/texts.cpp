@@ -52,6 +52,7 @@ constexpr Advice kAdvice[] = {
     {UNKNOWN_ERROR, "std::bad_alloc", "Memory ran out: unload models that are not in use, or ask for less."},
     {UNKNOWN_ERROR, "A tensor buffer of this size", "Look at the shape: no memory holds that many elements."},
     {UNKNOWN_ERROR, "bad conversion", "Paths are UTF-8: convert the path first."},
+    {UNKNOWN_ERROR, "invalid unordered_map<K, T> key", "The manifest has no target of that type: call validate first."},
     {INVALID_OPERATION, "The model is not registered", "Register the model with a ModelManager first."},
     {INVALID_OPERATION, "This tensor is not variable", "Call resize, or use a VariableTensor."},
     {INVALID_TYPE, "An uneven number of batches", "Give each input one feature for every row."},

@@ -188,6 +188,7 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
+        if (binding == nullptr) throw InvalidOperationException("There is no binding: bind inputs and outputs first");
         auto* const own = Kit::ownBinding<Binding>(binding);
         if (own == nullptr || own->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");

@@ -9,6 +9,7 @@
 #include <TarnoMirelo/opencv.h>
 
 #include <chrono>
+#include <mutex>
 #include <utility>
 
 namespace TarnoMirelo::OpenCv {
@@ -81,6 +82,9 @@ MireloStatus Model::statusOf(const Work& work) const {
 }
 
 void Model::log(LogSeverity severity, const std::string& message) const {
+    // Models on several threads may share a sink, and the logger has no lock. A sink may use a model that logs again.
+    static auto* const sinks = new std::recursive_mutex;  // never destroyed: models may be used while the process ends
+    const std::lock_guard<std::recursive_mutex> lock(*sinks);
     Kit::writeLog(config_.GetLogger(), severity, "OpenCV model \"" + getName() + "\": " + message);
 }
 
@@ -162,6 +166,7 @@ MireloStatus Model::onBind(const Inputs& inputs, Outputs& outputs, std::shared_p
 
 MireloStatus Model::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     return statusOf([&] {
+        if (binding == nullptr) throw InvalidOperationException("There is no binding: bind inputs and outputs first");
         auto* const own = Kit::ownBinding<Binding>(binding);
         if (own == nullptr || own->network() != loadedNetwork()) {
             throw InvalidOperationException("The binding was not made by this model since it was loaded");

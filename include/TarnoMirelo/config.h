@@ -21,13 +21,16 @@ class MIRELO_API MireloConfig {
  public:
     /// The host's Java Native Interface environment; host and backends define it.
     struct JNICapture;
+    /// Gives the environment, or none: the host supplies it, backends call it.
     using JNIEnvFunction = std::function<std::shared_ptr<JNICapture>()>;
 
     /// No sink, no callback.
     MireloConfig();
 
+    /// Replaces the sink.
     /// @param logger  shared with the configuration, in place of the one before; may be empty
     void SetLogger(const std::shared_ptr<ILogProcessor>& logger);
+    /// The sink, shared with the configuration; empty when there is none.
     std::shared_ptr<ILogProcessor> GetLogger() const;
 
     /// Replaces the callback; an empty one removes it.

@@ -15,25 +15,25 @@ namespace TarnoMirelo {
 
 /// What kind of value a feature is.
 enum class MireloFeatureType : int32_t {
-    Bool = 0,
-    UInt8 = 1,
-    Int32 = 2,
-    Int64 = 3,
-    Double = 4,
-    String = 5,
-    Tensor = 6,
-    Image = 7,
-    Undefined = 8,
+    Bool = 0,       ///< a truth value, see `MireloFeatureBool`
+    UInt8 = 1,      ///< an unsigned number of 8 bits, see `MireloFeatureUInt8`
+    Int32 = 2,      ///< a signed number of 32 bits, see `MireloFeatureInt32`
+    Int64 = 3,      ///< a signed number of 64 bits, see `MireloFeatureInt64`
+    Double = 4,     ///< a floating-point number, see `MireloFeatureDouble`
+    String = 5,     ///< a text, see `MireloFeatureString`
+    Tensor = 6,     ///< a tensor, see `MireloFeatureTensor`
+    Image = 7,      ///< an image, see `MireloFeatureImage`
+    Undefined = 8,  ///< not known, as where a manifest has no such type
 };
 
 /// The pixel format of an image feature.
 enum class MireloPixelType : int32_t {
-    One = 0,  ///< a single channel
-    BGR = 1,
-    RGB = 2,
-    RGBA = 3,
-    BGRA = 4,
-    Undefined = 5,
+    One = 0,        ///< a single channel
+    BGR = 1,        ///< blue, green, red
+    RGB = 2,        ///< red, green, blue
+    RGBA = 3,       ///< red, green, blue, opacity
+    BGRA = 4,       ///< blue, green, red, opacity
+    Undefined = 5,  ///< not known
 };
 
 /// "bool", "uint8", "int32", "int64", "double", "string", "tensor" or "image"; "unknown" for every other value.
@@ -44,13 +44,17 @@ MIRELO_API std::string GetMireloPixelType(MireloPixelType type);
 /// The element type and shape of a tensor feature. A plain value.
 class MIRELO_API TensorDescriptor {
  public:
+    /// Element type `Undefined`, no dimensions.
     TensorDescriptor();
+    /// @param shape  -1 for a dimension that is known at run time only
     TensorDescriptor(const TensorShape& shape, DataType dataType);
+    /// @param name  stored, but no operation gives it back: a feature's name is its descriptor's
     /// @param flag  stored, but not used: `variableShape` looks at the shape
     TensorDescriptor(std::string name, const TensorShape& shape, bool flag, DataType dataType);
 
     /// A copy; a dimension of -1 is known at run time only.
     TensorShape shape() const;
+    /// The type of the elements; `Undefined` where the manifest does not say.
     DataType tensorType() const;
     /// Whether a dimension is -1.
     bool variableShape() const;
@@ -65,11 +69,16 @@ class MIRELO_API TensorDescriptor {
 /// The geometry, in pixels, and format of an image feature. A plain value.
 class MIRELO_API ImageDescriptor {
  public:
+    /// 0 by 0 pixels of format `Undefined`.
     ImageDescriptor();
+    /// Height first, as in the shape of a tensor.
     ImageDescriptor(uint32_t height, uint32_t width, MireloPixelType pixelType);
 
+    /// In pixels.
     uint32_t height() const;
+    /// In pixels.
     uint32_t width() const;
+    /// What a pixel is made of.
     MireloPixelType pixelType() const;
 
  private:
@@ -89,16 +98,25 @@ class MIRELO_API ModelFeatureDescriptor {
     ModelFeatureDescriptor(MireloFeatureType type, ImageDescriptor imageDescriptor);
     /// Not required.
     ModelFeatureDescriptor(MireloFeatureType type, TensorDescriptor tensorDescriptor);
+    /// @{
+
+    /// @param type         not compared with the descriptor that follows
+    /// @param required     whether a prediction needs a value for it
+    /// @param name         by which batches and backends tell features apart
+    /// @param description  for people
     ModelFeatureDescriptor(MireloFeatureType type, bool required, std::string name, std::string description,
                            ImageDescriptor imageDescriptor);
     ModelFeatureDescriptor(MireloFeatureType type, bool required, std::string name, std::string description,
                            TensorDescriptor tensorDescriptor);
+    /// @}
 
     /// A copy of the name, by which batches and backends tell features apart.
     std::string name() const;
     /// A copy of the description, for people.
     std::string description() const;
+    /// What kind of value it is.
     MireloFeatureType type() const;
+    /// Whether a prediction needs a value for it; backends refuse predictions without a required input.
     bool required() const;
     /// Meaningful for tensor features; valid as long as this descriptor.
     const TensorDescriptor& tensorDescriptor() const;
@@ -131,24 +149,65 @@ class MIRELO_API MireloFeature : public std::enable_shared_from_this<MireloFeatu
     MireloFeature& operator=(const MireloFeature&) = delete;
     virtual ~MireloFeature();
 
-    // References are to the feature's own value: valid as long as the feature, and writing through them changes it.
+    /// @{
+
+    /// The value as a bool, on a `MireloFeatureBool`. The reference is to the feature's own value: valid as long as the
+    /// feature, and writing through it changes it. Raises `InvalidTypeException` on every other class.
     virtual bool& asBool();
     virtual const bool& asBool() const;
+    /// @}
+
+    /// @{
+
+    /// The value as an unsigned number of 8 bits, on a `MireloFeatureUInt8`. All else is as for `asBool`.
     virtual const uint8_t& asUInt8() const;
     virtual uint8_t& asUInt8();
+    /// @}
+
+    /// @{
+
+    /// The value as a signed number of 32 bits, on a `MireloFeatureInt32`. All else is as for `asBool`.
     virtual const int32_t& asInt32() const;
     virtual int32_t& asInt32();
+    /// @}
+
+    /// @{
+
+    /// The value as a signed number of 64 bits, on a `MireloFeatureInt64`. All else is as for `asBool`.
     virtual const int64_t& asInt64() const;
     virtual int64_t& asInt64();
+    /// @}
+
+    /// @{
+
+    /// The value as a floating-point number, on a `MireloFeatureDouble`. All else is as for `asBool`.
     virtual const double& asDouble() const;
     virtual double& asDouble();
+    /// @}
+
+    /// @{
+
+    /// The text, on a `MireloFeatureString`. All else is as for `asBool`.
     virtual const std::string& asString() const;
     virtual std::string& asString();
-    // Tensors and images are shared, not copied; null where the feature holds none.
+    /// @}
+
+    /// @{
+
+    /// The tensor of a tensor feature, shared with it and not copied; null where the feature holds none. Raises
+    /// `InvalidTypeException` on every feature of another kind.
     virtual std::shared_ptr<const ITensor> asTensor() const;
     virtual std::shared_ptr<ITensor> asTensor();
+    /// @}
+
+    /// @{
+
+    /// The image of an image feature, shared with it and not copied; null where the feature holds none. Raises
+    /// `InvalidTypeException` on every feature of another kind.
     virtual std::shared_ptr<const IImage> asImage() const;
     virtual std::shared_ptr<IImage> asImage();
+    /// @}
+
     /// Whether the feature holds a tensor whose shape is fixed with `allocateShape`.
     virtual bool hasVariableShape() const;
 
@@ -163,9 +222,12 @@ class MIRELO_API MireloFeature : public std::enable_shared_from_this<MireloFeatu
     ModelFeatureDescriptor descriptor_;
 };
 
+/// A feature that holds a truth value.
 class MIRELO_API MireloFeatureBool : public MireloFeature {
  public:
+    /// False.
     explicit MireloFeatureBool(ModelFeatureDescriptor descriptor);
+    /// @param value  the first one; `asBool` gives access to it
     MireloFeatureBool(ModelFeatureDescriptor descriptor, bool value);
     ~MireloFeatureBool() override;
 
@@ -176,9 +238,12 @@ class MIRELO_API MireloFeatureBool : public MireloFeature {
     bool value_ = false;
 };
 
+/// A feature that holds an unsigned number of 8 bits.
 class MIRELO_API MireloFeatureUInt8 : public MireloFeature {
  public:
+    /// 0.
     explicit MireloFeatureUInt8(const ModelFeatureDescriptor& descriptor);
+    /// @param value  the first one; `asUInt8` gives access to it
     MireloFeatureUInt8(const ModelFeatureDescriptor& descriptor, uint8_t value);
     ~MireloFeatureUInt8() override;
 
@@ -189,9 +254,12 @@ class MIRELO_API MireloFeatureUInt8 : public MireloFeature {
     uint8_t value_ = 0;
 };
 
+/// A feature that holds a signed number of 32 bits.
 class MIRELO_API MireloFeatureInt32 : public MireloFeature {
  public:
+    /// 0.
     explicit MireloFeatureInt32(ModelFeatureDescriptor descriptor);
+    /// @param value  the first one; `asInt32` gives access to it
     MireloFeatureInt32(ModelFeatureDescriptor descriptor, int32_t value);
     ~MireloFeatureInt32() override;
 
@@ -202,9 +270,12 @@ class MIRELO_API MireloFeatureInt32 : public MireloFeature {
     int32_t value_ = 0;
 };
 
+/// A feature that holds a signed number of 64 bits.
 class MIRELO_API MireloFeatureInt64 : public MireloFeature {
  public:
+    /// 0.
     explicit MireloFeatureInt64(ModelFeatureDescriptor descriptor);
+    /// @param value  the first one; `asInt64` gives access to it
     MireloFeatureInt64(ModelFeatureDescriptor descriptor, int64_t value);
     ~MireloFeatureInt64() override;
 
@@ -215,9 +286,12 @@ class MIRELO_API MireloFeatureInt64 : public MireloFeature {
     int64_t value_ = 0;
 };
 
+/// A feature that holds a floating-point number.
 class MIRELO_API MireloFeatureDouble : public MireloFeature {
  public:
+    /// 0.
     explicit MireloFeatureDouble(ModelFeatureDescriptor descriptor);
+    /// @param value  the first one; `asDouble` gives access to it
     MireloFeatureDouble(ModelFeatureDescriptor descriptor, double value);
     ~MireloFeatureDouble() override;
 
@@ -228,9 +302,12 @@ class MIRELO_API MireloFeatureDouble : public MireloFeature {
     double value_ = 0.0;
 };
 
+/// A feature that holds a text.
 class MIRELO_API MireloFeatureString : public MireloFeature {
  public:
+    /// An empty text.
     explicit MireloFeatureString(ModelFeatureDescriptor descriptor);
+    /// @param value  the first one, of any bytes; `asString` gives access to it
     MireloFeatureString(ModelFeatureDescriptor descriptor, std::string value);
     ~MireloFeatureString() override;
 
@@ -241,9 +318,10 @@ class MIRELO_API MireloFeatureString : public MireloFeature {
     std::string value_;
 };
 
-/// What every tensor feature answers.
+/// The base of tensor features: a backend or host that derives from it decides where the tensor comes from.
 class MIRELO_API IMireloFeatureTensor : public MireloFeature {
  public:
+    /// @param descriptor  of type `Tensor`, which is not checked
     explicit IMireloFeatureTensor(ModelFeatureDescriptor descriptor);
     ~IMireloFeatureTensor() override;
 
@@ -251,6 +329,7 @@ class MIRELO_API IMireloFeatureTensor : public MireloFeature {
     std::shared_ptr<ITensor> asTensor() override = 0;
 };
 
+/// A feature that holds a tensor, which may be shared with other features.
 class MIRELO_API MireloFeatureTensor : public IMireloFeatureTensor {
  public:
     /// A new tensor of the descriptor's shape: a `VariableTensor` without a buffer where a dimension is -1, else a
@@ -268,9 +347,10 @@ class MIRELO_API MireloFeatureTensor : public IMireloFeatureTensor {
     std::shared_ptr<ITensor> tensor_;
 };
 
-/// What every image feature answers.
+/// The base of image features: a backend or host that derives from it decides where the image comes from.
 class MIRELO_API IMireloFeatureImage : public MireloFeature {
  public:
+    /// @param descriptor  of type `Image`, which is not checked
     explicit IMireloFeatureImage(ModelFeatureDescriptor descriptor);
     ~IMireloFeatureImage() override;
 
@@ -278,6 +358,7 @@ class MIRELO_API IMireloFeatureImage : public MireloFeature {
     std::shared_ptr<IImage> asImage() override = 0;
 };
 
+/// A feature that holds an image, which may be shared with other features.
 class MIRELO_API MireloFeatureImage : public IMireloFeatureImage {
  public:
     /// No image.
@@ -295,6 +376,7 @@ class MIRELO_API MireloFeatureImage : public IMireloFeatureImage {
 
 /// The rows of a batch. Row i holds the i-th feature of every name; the order of the names is the same in all rows.
 struct MireloFeatureSet {
+    /// The rows, each with one feature for every name; shared with the batch, not copied.
     std::vector<std::vector<std::shared_ptr<const MireloFeature>>> features;
 };
 
@@ -312,8 +394,12 @@ class MIRELO_API MireloBatch {
     /// for a null pointer.
     explicit MireloBatch(std::vector<std::shared_ptr<const MireloFeature>> features);
     // No moves: no batch is ever without its features.
+    /// @{
+
+    /// Shares what the other batch holds: no feature is copied. A batch that was moved from keeps its features.
     MireloBatch(const MireloBatch&) = default;
     MireloBatch& operator=(const MireloBatch&) = default;
+    /// @}
 
     /// Whether a name repeats. Raises `InvalidArgumentsException` for a null pointer before the first repetition.
     static bool isBatch(const std::vector<std::shared_ptr<const MireloFeature>>& features);
@@ -324,6 +410,8 @@ class MIRELO_API MireloBatch {
     /// to the last. They are those of the batch, not copies: a change is seen by all that share them. Names that
     /// no descriptor has are left out.
     /// Raises `std::out_of_range` for a descriptor whose name is not in the batch, before the list is allocated.
+    ///
+    /// The spelling of the name is part of the interface: it stays.
     std::vector<std::shared_ptr<MireloFeature>> getSortedFetures(
         const std::vector<ModelFeatureDescriptor>& descriptors) const;
 

@@ -25,6 +25,8 @@ class MIRELO_API Filepath {
 
     /// The empty path.
     Filepath();
+    /// A path of that text.
+    /// @param path  UTF-8 for most operations, see `FileUtils`; copied as it is
     explicit Filepath(const std::string& path);
 
     /// Adds `Separator` and the other path's text up to its first NUL. Nothing is collapsed: "a\" and "b" make "a\\b",
@@ -56,8 +58,12 @@ class MIRELO_API Filepath {
 class MIRELO_API FileUtils {
  public:
     FileUtils();
+    /// @{
+
+    /// Copies nothing: there is no state.
     FileUtils(const FileUtils&) = default;
     FileUtils& operator=(const FileUtils&) = default;
+    /// @}
 
     /// Creates one directory, unless `pathExists` reports the path already (then wide, else narrow).
     /// Raises `FileException` "Path incorrect : " and the path when the parent is missing. Any other failure is silent.

@@ -17,17 +17,29 @@
 namespace TarnoMirelo {
 
 /// How bad an entry is. The logger records those from `Error` on.
-enum class LogSeverity : int32_t { Verbose = 0, Info = 1, Warning = 2, Error = 3, Fatal = 4 };
+enum class LogSeverity : int32_t {
+    Verbose = 0,  ///< details that help to find a fault
+    Info = 1,     ///< what happened, as it should
+    Warning = 2,  ///< it worked, but not as it was meant
+    Error = 3,    ///< an operation failed
+    Fatal = 4,    ///< the reporter can't go on
+};
 
-/// Where an entry should appear: a set of bits. The logger records those for the error list or dialog.
-enum class LogProcessorTarget : uint16_t { None = 0, ErrorList = 1, ErrorDialog = 2, Console = 4 };
+/// Where an entry should appear: a set of bits. The logger records those for the error list or dialog. Sinks of the
+/// host's own may honour the others; those of this library write every entry.
+enum class LogProcessorTarget : uint16_t {
+    None = 0,         ///< nowhere in particular
+    ErrorList = 1,    ///< in the host's list of errors
+    ErrorDialog = 2,  ///< in front of the user
+    Console = 4,      ///< on a console
+};
 
 /// One report. A plain value.
 struct LogEntry {
-    std::string message;  ///< every sink writes it up to its first NUL
-    LogProcessorTarget target = LogProcessorTarget::None;
-    LogSeverity severity = LogSeverity::Verbose;
-    int64_t value = -1;     ///< a number of the reporter's choice; -1 when there is none
+    std::string message;                                   ///< every sink writes it up to its first NUL
+    LogProcessorTarget target = LogProcessorTarget::None;  ///< where it should appear
+    LogSeverity severity = LogSeverity::Verbose;           ///< how bad it is
+    int64_t value = -1;                                    ///< a number of the reporter's choice; -1 when there is none
     int64_t timestamp = 0;  ///< 100-nanosecond ticks since 1 January 1970 UTC, by the system clock
 };
 
@@ -77,6 +89,7 @@ class MIRELO_API LogProcessorFileSystem : public ILogProcessor {
     /// written but not read is emptied.
     /// @return whether a file is open now
     bool Open(const std::string& path);
+    /// Closes the file; entries are dropped until the next `Open`.
     /// @return true
     bool Close();
     /// Two rules of 60 "=", after three empty lines unless the file is empty.
@@ -84,6 +97,7 @@ class MIRELO_API LogProcessorFileSystem : public ILogProcessor {
     /// One line, 60 characters wide where title and value take at most 47: "===== title: value      =====". A text of
     /// 36 characters or more ends the line.
     void WriteHeader(const std::string& title, const std::string& value);
+    /// As the other one with the number in decimal.
     void WriteHeader(const std::string& title, int32_t value);
 
  private:
@@ -104,6 +118,7 @@ class MIRELO_API LogProcessorContainer : public ILogProcessor {
 
     /// Adds a processor at the end, also one that is there already; an empty pointer adds nothing.
     void AddProcessor(std::shared_ptr<ILogProcessor> processor);
+    /// How many processors were added.
     uint64_t GetProcessorCount() const;
 
  private:
@@ -116,6 +131,7 @@ class MIRELO_API DebugLogFormat {
  public:
     /// Starts now.
     DebugLogFormat();
+    /// Counts from another time.
     /// @param startTime  100-nanosecond ticks since 1 January 1970 UTC
     explicit DebugLogFormat(int64_t startTime);
 
@@ -170,6 +186,7 @@ class MIRELO_API Logger {
     /// The instance, created by the first call. Not to be used once it was destroyed at the process's exit.
     static Logger& GetInstance();
 
+    /// Takes over copies of the other logger's recorded messages, and shares its processor.
     Logger& operator=(const Logger& other);
     ~Logger();
 
@@ -190,6 +207,7 @@ class MIRELO_API Logger {
     uint64_t GetErrorCount() const;
     /// A copy of a recorded message, the oldest at 0; empty from `GetErrorCount` on.
     std::string GetErrorMessageAt(uint64_t index) const;
+    /// Forgets the recorded messages. The processor is not told.
     void ClearErrorMessages();
 
  private:
@@ -198,8 +216,10 @@ class MIRELO_API Logger {
     static Logger* CreateInstancePtr();
     std::shared_ptr<ILogProcessor> GetLogProcessor();
 
+    /// @cond  Doxygen would list it, although it is private
     friend MIRELO_API void _Report_(bool direct, LogProcessorTarget target, LogSeverity severity,
                                     const std::string& message);
+    /// @endcond
 
     int32_t reportDepth_ = 0;
     std::vector<std::string> errorMessages_;

@@ -19,31 +19,32 @@ namespace TarnoMirelo {
 
 /// The kind of backend that a model or a target is for.
 enum class MireloModelType : uint64_t {
-    Undefined = 0,
-    CoreML = 1,
-    WinML = 2,
-    OpenVino = 4,
-    TFLite = 8,
-    OnnxRuntime = 16,
-    TFJS = 32,
+    Undefined = 0,     ///< none chosen yet; no target is of it
+    CoreML = 1,        ///< Core ML models
+    WinML = 2,         ///< ONNX networks: the one target that `ModelMetadata::load` reads, which both backends here run
+    OpenVino = 4,      ///< no longer supported: `ModelMetadata::validate` refuses it
+    TFLite = 8,        ///< TensorFlow Lite models
+    OnnxRuntime = 16,  ///< a device of ONNX Runtime; no manifest has such a target, its networks are those of `WinML`
+    TFJS = 32,         ///< TensorFlow.js models
 };
 
 /// "CoreML", "WinML", "OpenVino", "TF-Lite", "OnnxRuntime" or "tfjs"; "Undefined" for every other value.
 MIRELO_API std::string ModelTypeToName(MireloModelType type);
 
-/// The members of a manifest's "targets" object, one per kind of backend. The loader reads `WinML` only.
+/// The members of a manifest's "targets" object, one per kind of backend. The loader reads `WinML` only,
+/// `Kit::AllTargetsMetadata` all of them.
 namespace TargetKey {
-inline constexpr const char* WinML = "WinML";
-inline constexpr const char* CoreML = "CoreML";
-inline constexpr const char* OpenVino = "Openvino";
-inline constexpr const char* TensorflowLite = "TensorflowLite";
-inline constexpr const char* TFJS = "TFJS";
+inline constexpr const char* WinML = "WinML";                    ///< of `MireloModelType::WinML`
+inline constexpr const char* CoreML = "CoreML";                  ///< of `MireloModelType::CoreML`
+inline constexpr const char* OpenVino = "Openvino";              ///< of `MireloModelType::OpenVino`
+inline constexpr const char* TensorflowLite = "TensorflowLite";  ///< of `MireloModelType::TFLite`
+inline constexpr const char* TFJS = "TFJS";                      ///< of `MireloModelType::TFJS`
 }  // namespace TargetKey
 
 /// The kinds of component that backends know, for `ModelComponent::type`.
 namespace ComponentKind {
-inline constexpr const char* File = "file";
-inline constexpr const char* Dir = "dir";
+inline constexpr const char* File = "file";                                  ///< a file in the package
+inline constexpr const char* Dir = "dir";                                    ///< a directory in the package
 inline constexpr const char* MemoryStream = "memory_stream";                 ///< content held in memory
 inline constexpr const char* SecuredFile = "secured_file";                   ///< an encrypted file
 inline constexpr const char* SecuredTar = "secured_tar";                     ///< an encrypted tar archive
@@ -54,17 +55,25 @@ inline constexpr const char* SecuredMemoryStream = "secured_memory_stream";  ///
 class MIRELO_API Encryption {
  public:
     /// Kept for the backends, which give the values their meaning.
-    enum class PaddingType : int32_t { None = 0, PKCS7 = 1 };
+    enum class PaddingType : int32_t {
+        None = 0,   ///< the plain bytes are as many as the encrypted ones
+        PKCS7 = 1,  ///< the plain bytes are filled up to a whole block, as PKCS #7 says
+    };
 
     /// An all-zero key, PKCS7.
     Encryption();
+    /// That key and padding.
+    /// @param key  copied; the caller's array still holds it and is the caller's to overwrite
     Encryption(std::array<unsigned char, 16>&& key, PaddingType paddingType);
 
     /// The 16 bytes of the key, inside this object.
     const unsigned char* getKey() const;
+    /// Replaces the key; the padding stays.
     /// @param key  16 bytes, copied
     void setKey(const unsigned char* key);
+    /// How the content was filled up before it was encrypted. The containers of the kit don't look at it.
     PaddingType getPaddingType() const;
+    /// Replaces the padding; the key stays.
     void setPaddingType(PaddingType paddingType);
 
  private:
@@ -74,9 +83,9 @@ class MIRELO_API Encryption {
 
 /// One file, directory or block of memory that a model is made of. A plain value.
 struct MIRELO_API ModelComponent {
-    std::string name;
-    std::string path;  ///< as the manifest has it; backends look for it under the root directory
-    Encryption encryption;
+    std::string name;             ///< for messages, and for the host to find the component by
+    std::string path;             ///< as the manifest has it; backends look for it under the root directory
+    Encryption encryption;        ///< the key of a protected component; the host sets it
     std::string type;             ///< one of `ComponentKind`, or whatever else the manifest says
     std::vector<uint8_t> buffer;  ///< the content, for kinds held in memory; the host fills it
 
@@ -87,12 +96,12 @@ struct MIRELO_API ModelComponent {
 
 /// What makes up a model for one kind of backend. A plain value.
 struct ModelTarget {
-    MireloModelType modelType = MireloModelType::Undefined;
-    std::vector<ModelComponent> components;
-    std::vector<std::string> inputNames;
-    std::vector<std::string> outputNames;
-    std::vector<ModelFeatureDescriptor> inputs;   ///< in the order of `inputNames`
-    std::vector<ModelFeatureDescriptor> outputs;  ///< in the order of `outputNames`
+    MireloModelType modelType = MireloModelType::Undefined;  ///< the kind of backend
+    std::vector<ModelComponent> components;                  ///< in the manifest's order
+    std::vector<std::string> inputNames;                     ///< in the manifest's order
+    std::vector<std::string> outputNames;                    ///< in the manifest's order
+    std::vector<ModelFeatureDescriptor> inputs;              ///< in the order of `inputNames`
+    std::vector<ModelFeatureDescriptor> outputs;             ///< in the order of `outputNames`
 };
 
 /// A packaged model as its manifest describes it, and the choice of the target to run.
@@ -102,15 +111,23 @@ struct ModelTarget {
 /// the map of targets, until the next `setTargets` or assignment.
 class MIRELO_API ModelMetadata {
  public:
+    /// Targets by the kind of backend.
     using Targets = std::unordered_map<MireloModelType, ModelTarget>;
 
     /// Everything empty, version 0.
     ModelMetadata();
+    /// The same as a default one with all setters called: nothing is checked, and no file looked at.
+    /// @param targets  copied; a key that is not its target's `modelType` stays as it is
     ModelMetadata(const std::string& id, const std::string& sdkVersion, const std::string& description,
                   const std::string& name, int version, const std::string& author, const Filepath& rootDir,
                   const Targets& targets, const std::string& scripts);
+    /// @{
+
+    /// Copies everything, targets with their keys and buffers included.
     ModelMetadata(const ModelMetadata& other);
     ModelMetadata& operator=(const ModelMetadata& other);
+    /// @}
+
     virtual ~ModelMetadata();
 
     /// Reads a manifest: JSON text in UTF-8 without a byte-order mark, whose root is an object; what follows the root
@@ -136,6 +153,8 @@ class MIRELO_API ModelMetadata {
     MireloStatus validate(MireloModelType type) const;
     /// What `MireloModel::load` takes: the type, a copy of its target, a copy of the root directory.
     /// Raises `std::out_of_range` "invalid unordered_map<K, T> key" when there is no such target.
+    ///
+    /// The spelling of the name is part of the interface: it stays.
     std::tuple<MireloModelType, ModelTarget, Filepath> getModelCompoents(MireloModelType type) const;
     /// The target of that type; where there is none, an empty one is added first.
     const ModelTarget& getTargetMetadata(const MireloModelType& type);
@@ -144,25 +163,43 @@ class MIRELO_API ModelMetadata {
     /// component.
     void SetEncryption(const MireloModelType& type, const Encryption& encryption);
 
+    /// Tells the model from all others; "id" of the manifest.
     const std::string& getId() const;
+    /// Replaces the id.
     void setId(const std::string& id);
+    /// The version of this library that the package was made for, as text; "sdkVersion" of the manifest. Nothing
+    /// compares it with the version at hand.
     const std::string& getSdkVersion() const;
+    /// Replaces the library's version.
     void setSdkVersion(const std::string& sdkVersion);
+    /// What the model does, for people; "description" of the manifest.
     const std::string& getDescription() const;
+    /// Replaces the description.
     void setDescription(const std::string& description);
+    /// The model's name, for people; "name" of the manifest. `MireloModel::getName` is another one, of the host's
+    /// choice.
     const std::string& getName() const;
+    /// Replaces the name.
     void setName(const std::string& name);
+    /// The model's version, 0 until set; "version" of the manifest.
     int getVersion() const;
+    /// Replaces the version.
     void setVersion(int version);
+    /// Who made the model, for people; "author" of the manifest.
     const std::string& getAuthor() const;
+    /// Replaces the author.
     void setAuthor(const std::string& author);
     /// After `load` the manifest's `parent_path`: its directory, if the path was joined with `Filepath::Separator`.
     const Filepath& getRootDir() const;
+    /// Replaces the directory under which backends look for components.
     void setRootDir(const Filepath& rootDir);
+    /// All targets.
     const Targets& getTargets() const;
+    /// Replaces all targets by copies of these.
     void setTargets(const Targets& targets);
     /// For the host's own use; no manifest sets it.
     const std::string& getScripts() const;
+    /// Replaces the scripts.
     void setScripts(const std::string& scripts);
 
  protected:

@@ -21,41 +21,74 @@ namespace TarnoMirelo {
 class MireloModel;
 
 /// What sort of device a `Device` is. Kept for hosts and backends; this library does not interpret it.
-enum class DeviceType : uint64_t { Undefined = 0, CPU = 1, GPU = 2, NPU = 3 };
+enum class DeviceType : uint64_t {
+    Undefined = 0,  ///< not said
+    CPU = 1,        ///< the processor
+    GPU = 2,        ///< a graphics processor
+    NPU = 3,        ///< a processor for neural networks
+};
 
 /// The execution provider that an ONNX Runtime backend should use. Kept likewise.
-enum class OrtEP : uint64_t { Undefined = 0, CPU = 1, CUDA = 2, DirectML = 3, OpenVINO = 4, CoreML = 5, TensorRT = 6 };
+enum class OrtEP : uint64_t {
+    Undefined = 0,  ///< the backend's choice
+    CPU = 1,        ///< the engine's own code for the processor
+    CUDA = 2,       ///< NVIDIA's GPUs through CUDA
+    DirectML = 3,   ///< GPUs on Windows through DirectML
+    OpenVINO = 4,   ///< Intel's devices through OpenVINO
+    CoreML = 5,     ///< Apple's devices through Core ML
+    TensorRT = 6,   ///< NVIDIA's GPUs through TensorRT
+};
 
 /// Where a model runs. Hosts and backends create devices; models adopt the model type and keep a reference.
 ///
 /// Not locked: while one thread changes a device, no other may use it.
 class MIRELO_API Device {
  public:
-    /// @param luid  the adapter's locally unique identifier
+    /// @param name       for people; messages name the device by it
+    /// @param modelType  of the models that the device runs, which adopt it
+    /// @param luid       the adapter's locally unique identifier
+    /// @param id         the number that the engine has for the device
     Device(std::string name, MireloModelType modelType, DeviceType deviceType = DeviceType::Undefined,
            OrtEP ortType = OrtEP::Undefined, uint64_t luid = 0, uint64_t id = 0);
+    /// A copy is a device of its own: models that use the other one don't follow its changes.
     Device(const Device&) = default;
+    /// Copies every field; models that use this device follow.
     Device& operator=(const Device&) = default;
     virtual ~Device();
 
+    /// The name given at construction; valid as long as the device.
     const std::string& getDeviceName() const;
+    /// The type that models made with this device adopt; valid as long as the device.
     const MireloModelType& getModelType() const;
+    /// Replaces the type for models that are made from now on.
     void setModelType(const MireloModelType& modelType);
+    /// What sort of device it is.
     DeviceType getDeviceType() const;
+    /// Replaces the sort.
     void setDeviceType(const DeviceType& deviceType);
+    /// The execution provider for a backend over ONNX Runtime.
     OrtEP getORTType() const;
+    /// Replaces the execution provider. A backend looks at it when it loads a model.
     void setORTType(const OrtEP& ortType);
+    /// The adapter's locally unique identifier as given at construction; 0 where there is none.
     uint64_t getLUID() const;
+    /// The engine's number for the device as given at construction.
     uint64_t getId() const;
-    /// In bytes; 0 until set.
+    /// The device's own memory in bytes; 0 until set.
     uint64_t getDedicatedMemory() const;
+    /// Replaces the size of the device's own memory.
     void setDedicatedMemory(uint64_t bytes);
+    /// Who made the device, for people; empty until set. Valid as long as the device.
     const std::string& getVendorName() const;
+    /// Replaces the maker's name.
     void setVendorName(const std::string& vendorName);
+    /// The maker's number, such as the one of its PCI devices; 0 until set.
     uint32_t getVendorId() const;
+    /// Replaces the maker's number.
     void setVendorId(uint32_t vendorId);
     /// 0 until set: the engine's own choice.
     unsigned int getNumThreads() const;
+    /// Sets how many threads the engine uses; 0 leaves it to the engine.
     /// @return `INVALID_ARGUMENTS`, with nothing changed, unless the device's model type is `TFLite`
     MireloStatus setNumThreads(const unsigned int& numThreads);
 
@@ -86,9 +119,11 @@ class MIRELO_API DeviceFence : public std::enable_shared_from_this<DeviceFence> 
     virtual bool isShared() const;
     /// The counter itself, which outlives the fence while somebody holds it.
     virtual std::shared_ptr<uint64_t> getFenceValuePtr() const;
+    /// What the counter is at now.
     virtual uint64_t getFenceValue() const;
 
  protected:
+    /// @param shared  what `isShared` answers: whether other devices or processes may use the fence
     DeviceFence(uint64_t initialValue, bool shared);
 
     // What a backend supplies. `device` is borrowed for the call.
@@ -122,9 +157,11 @@ class MIRELO_API DeviceFence : public std::enable_shared_from_this<DeviceFence> 
 /// A value that holds a reference to its model. Not locked: the backend that reports serialises its reports.
 class MIRELO_API ModelRuntimeStatus {
  public:
-    /// @param maxAllowedMemoryConsumption  in bytes
+    /// A record of no memory.
+    /// @param maxAllowedMemoryConsumption  the limit in bytes, which a consumption stays below
     ModelRuntimeStatus(uint64_t maxAllowedMemoryConsumption, std::shared_ptr<MireloModel> model);
 
+    /// The model that the record is of, which the record keeps alive.
     const std::shared_ptr<MireloModel>& getModel() const;
     /// The last recorded consumption in bytes, 0 at first.
     uint64_t getCurrentMemoryConsumption() const;
@@ -150,7 +187,9 @@ class MIRELO_API ModelRuntimeStatus {
 
 /// What a backend knows of a cached form of a model. This library only ever answers `NotCached`; backends define the
 /// rest.
-enum class MireloCacheStatus : int32_t { NotCached = 0 };
+enum class MireloCacheStatus : int32_t {
+    NotCached = 0,  ///< there is no cached form that a load could use
+};
 
 /// The base of every model. A backend derives from it and implements the hooks, which are reached through the public
 /// operations of similar name; hosts hold models by `std::shared_ptr`.
@@ -170,7 +209,9 @@ enum class MireloCacheStatus : int32_t { NotCached = 0 };
 /// overlap with any other call. The backend says whether the const operations may overlap.
 class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> {
  public:
+    /// The inputs of a prediction, shared with the caller; features are told apart by name, not by place.
     using Inputs = std::vector<std::shared_ptr<const MireloFeature>>;
+    /// The outputs of a prediction, shared with the caller; features are told apart by name, not by place.
     using Outputs = std::vector<std::shared_ptr<MireloFeature>>;
     /// Model type, target and root directory, as `ModelMetadata::getModelCompoents` hands them out.
     using Components = std::tuple<MireloModelType, ModelTarget, Filepath>;
@@ -178,19 +219,30 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     /// What a backend prepares once in `bind` and uses in every `evaluate`. Backends derive from it.
     struct MIRELO_API MireloBinding {
         MireloBinding();
+        /// @{
+
+        /// Copies nothing: a binding's state is in the backend's own class.
         MireloBinding(const MireloBinding&) = default;
         MireloBinding& operator=(const MireloBinding&) = default;
+        /// @}
+
         virtual ~MireloBinding();
     };
 
-    // The model type is the device's, or the one given; `load` replaces it, and the target. A raw device outlives the
-    // model. Raises `InvalidArgumentsException` "The device must not be null".
+    /// @{
+
+    /// The model type is the device's, or the one given; `load` replaces it, and the target, which is empty until then
+    /// unless it is given. A raw device outlives the model; a shared one is kept. Raises `InvalidArgumentsException`
+    /// "The device must not be null".
+    /// @param name  of the host's choice; logs and usage properties tell models apart by it
     MireloModel(const std::string& name, Device* device);
     MireloModel(const std::string& name, Device* device, ModelTarget target);
     MireloModel(const std::string& name, std::shared_ptr<Device> device);
     MireloModel(const std::string& name, std::shared_ptr<Device> device, ModelTarget target);
     MireloModel(const std::string& name, MireloModelType type);
     MireloModel(const std::string& name, MireloModelType type, ModelTarget target);
+    /// @}
+
     MireloModel(const MireloModel&) = delete;
     MireloModel& operator=(const MireloModel&) = delete;
     virtual ~MireloModel();
@@ -239,11 +291,13 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     /// Adopts the tuple, whatever comes of it, and has the backend load the target's components.
     /// @return the status of `onLoad`, or `MODEL_METADATA_ERROR` "No model component found" when the target has none
     MireloStatus load(const Components& components);
+    /// Asks the backend for a cached form of a model before it is loaded.
     /// @return what `onQueryCacheStatus` returns. By default raises `std::range_error` "bad conversion" for a root
     ///         directory that is not UTF-8.
     MireloCacheStatus queryCacheStatus(const Components& components);
     /// A copy; empty where the backend keeps no cached model file.
     std::optional<Filepath> getCachedModelFilePath() const;
+    /// Has the backend prepare for that many rows in one tensor: `predict` and `bind` then expect them.
     /// @return what `onSetBatchSize` returns, without usage properties
     MireloStatus setBatchSize(const unsigned int& batchSize);
     /// Appends one tensor feature per input of the target, in the manifest's order: zeroed, or a `VariableTensor`
@@ -251,24 +305,40 @@ class MIRELO_API MireloModel : public std::enable_shared_from_this<MireloModel> 
     /// @return `SUCCESS`; `INVALID_TYPE` for an input that is no tensor; `UNKNOWN_ERROR` and the standard error's text
     ///         when a buffer can't be had. Features appended before the failure stay.
     MireloStatus allocateInputs(std::vector<std::shared_ptr<MireloFeature>>& inputs);
+    /// Prepares predictions that use the same inputs and outputs again and again, each by one `evaluate`. The tensors
+    /// stay where they are meanwhile.
+    /// @param inputs   in any order
+    /// @param outputs  empty: to be filled with one new feature for each output; else the features to write into
+    /// @param binding  in: usually empty; out: what `evaluate` takes, the host's to keep
     /// @return what `onBind` returns, without usage properties
     MireloStatus bind(const Inputs& inputs, Outputs& outputs, std::shared_ptr<MireloBinding>& binding) const;
+    /// Runs the model on what was bound: reads the bound inputs, writes the bound outputs.
     /// @return what `onEvaluate` returns, stamped "PREDICT"
     MireloStatus evaluate(std::shared_ptr<MireloBinding>& binding) const;
+    /// Runs the model once.
+    /// @param inputs   in any order
+    /// @param outputs  empty: to be filled with one new feature for each output; else the features to write into
     /// @return what `onPredict` returns, stamped "PREDICT"
     MireloStatus predict(const Inputs& inputs, Outputs& outputs) const;
+    /// Runs the model on several rows.
+    /// @param inputs   a flat list in which each name comes once per row; the n-th feature of a name belongs to row n
+    /// @param outputs  empty: to be filled row by row; else a flat list likewise
     /// @return what `onPredictBatch` returns, without usage properties
     MireloStatus predictBatch(const Inputs& inputs, Outputs& outputs) const;
-    /// @return what `onUnload` returns, stamped "UNLOAD". Hosts call `ModelManager::unloadModel` instead.
+    /// Has the backend release what a load acquired. Hosts call `ModelManager::unloadModel` instead.
+    /// @return what `onUnload` returns, stamped "UNLOAD"
     MireloStatus doUnload();
 
-    // References are valid as long as the model, and follow `load`.
+    /// The model type of the last `load`, before it that of the construction. The reference is valid as long as the
+    /// model, and follows `load`.
     const MireloModelType& getModelType() const;
+    /// The target of the last `load`, before it that of the construction. Valid as long as the model; follows `load`.
     const ModelTarget& getModelTarget() const;
+    /// The root directory of the last `load`, before it the empty path. Valid as long as the model; follows `load`.
     const Filepath& getRootDir() const;
-    /// Empty for models built with a raw pointer or a model type.
+    /// The device that the model shares. Empty for models built with a raw pointer or a model type.
     const std::shared_ptr<Device> getDevice() const;  // NOLINT(readability-const-return-type): kept for hosts
-    /// Null for models built with a shared device or a model type.
+    /// The device that the host keeps for the model. Null for models built with a shared device or a model type.
     Device* getDeviceRawPointer() const;
     /// The model's memory record, valid while the model stays registered.
     /// Raises `InvalidOperationException` "The model is not registered".
@@ -295,6 +365,7 @@ class MIRELO_API RuntimeStatus {
     /// Raises `InvalidOperationException` "The model is not registered" for a model that isn't, a null one included.
     explicit RuntimeStatus(std::vector<std::shared_ptr<MireloModel>> models);
 
+    /// The models of the snapshot, registered but not necessarily loaded, in the order given.
     std::vector<std::shared_ptr<MireloModel>> getLoadedModels();
     /// One record per model, in the order of the models.
     std::vector<ModelRuntimeStatus> getModelsRuntimeStatus();

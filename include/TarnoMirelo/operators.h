@@ -21,8 +21,13 @@ namespace TarnoMirelo::CustomOperators {
 class MIRELO_API Operator {
  public:
     Operator();
+    /// @{
+
+    /// Copies nothing: an operator's state is in the class that the backend offers and those that derive from it.
     Operator(const Operator&) = default;
     Operator& operator=(const Operator&) = default;
+    /// @}
+
     virtual ~Operator();
 };
 
@@ -47,6 +52,7 @@ class MIRELO_API OperatorRegistry {
     /// Adds the path of a library, which is neither looked at nor loaded. A read-only registry stays as it is.
     void addCustomOperatorDLL(const Filepath& path);
 
+    /// Makes an operator by the name of its factory.
     /// @return a new operator, the caller's; null when the name is unknown or the registry is open
     /// What the factory raises passes through.
     std::unique_ptr<Operator> createOperator(const std::string& name) const;
@@ -63,7 +69,10 @@ class MIRELO_API OperatorRegistry {
     /// Replaces both sets, open or read-only.
     void updateOpPlacement(OperatorPlacement placement);
 
+    /// Whether the registry was marked read-only and not cleared since. Only then operators are created and libraries
+    /// listed.
     bool isRegistryReadOnly() const;
+    /// Ends the filling: from now on operators can be created, and none added. `clear` opens the registry again.
     void markRegistryAsReadOnly();
     /// Removes operators and libraries and opens the registry again; the placement stays.
     void clear();

@@ -44,16 +44,22 @@ enum STATUS_CODE : int32_t {
 /// as long as none changes it.
 class MireloStatus {
  public:
+    /// Text properties by their keys.
     using PropertyMap = std::unordered_map<std::string, std::string>;
 
     /// Code `UNKNOWN_ERROR`, empty description, no properties. Success is built explicitly, with the other constructor.
     MIRELO_API MireloStatus();
+    /// That code and description, no properties.
+    /// @param description  for people; copied, and kept as it is
     MIRELO_API MireloStatus(STATUS_CODE code, const std::string& description);
 
+    /// What became of the operation.
     MIRELO_API STATUS_CODE getCode() const;
     /// Replaces the code; description and properties stay.
     MIRELO_API void setCode(STATUS_CODE code);
 
+    /// A copy of the text that says what went wrong, for people; usually empty on success. Programs compare codes, not
+    /// descriptions.
     MIRELO_API std::string getDescription() const;
     /// Replaces the description; code and properties stay.
     MIRELO_API void setDescription(std::string description);
@@ -75,6 +81,7 @@ class MireloStatus {
  private:
     friend class UsageReporting;
 
+    /// @cond  Doxygen would list it, although it is private
     // What the usage properties are made of. Each prediction reports them and few hosts read them, so the texts are
     // written when somebody asks: a stamp allocates nothing.
     struct UsageStamp {
@@ -86,6 +93,7 @@ class MireloStatus {
         STATUS_CODE code = UNKNOWN_ERROR;              // the status's code when it was stamped
         std::shared_ptr<const std::string> modelName;  // null: no stamp; a status that was moved from has none
     };
+    /// @endcond
 
     STATUS_CODE code_ = UNKNOWN_ERROR;
     std::string description_;
@@ -98,13 +106,19 @@ class MIRELO_API Exception : public std::exception {
  public:
     /// Code `UNKNOWN_ERROR`.
     explicit Exception(const std::string& message);
+    /// An exception of any code.
+    /// @param message  what `what` answers; copied
+    /// @param code     of the status that the exception becomes, see `getStatusFromCurrentException`
     Exception(const std::string& message, const STATUS_CODE& code);
+    /// Copies message and code. May raise `std::bad_alloc`.
     Exception(const Exception&) = default;
+    /// Takes over a copy of message and code. May raise `std::bad_alloc`.
     Exception& operator=(const Exception&) = default;
     ~Exception() override;
 
     /// The message; valid while this object lives.
     const char* what() const noexcept override;
+    /// The code of the status that the exception becomes.
     STATUS_CODE getStatusCode() const;
 
  private:
@@ -112,51 +126,61 @@ class MIRELO_API Exception : public std::exception {
     STATUS_CODE code_;
 };
 
-/// `FILE_ERROR`
+/// A file can't be opened, deleted or created: raised by the operations of `FileUtils` that say so. Code `FILE_ERROR`.
 class MIRELO_API FileException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit FileException(const std::string& message);
 };
 
-/// `INVALID_OPERATION`
+/// The object is in a state, or of a kind, that does not allow the operation. Code `INVALID_OPERATION`.
 class MIRELO_API InvalidOperationException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit InvalidOperationException(const std::string& message);
 };
 
-/// `INVALID_ARGUMENTS`
+/// An argument that the called function can't take, such as a null pointer. Code `INVALID_ARGUMENTS`.
 class MIRELO_API InvalidArgumentsException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit InvalidArgumentsException(const std::string& message);
 };
 
-/// `INVALID_TYPE`
+/// A value of another kind than the one asked for, such as `asTensor` on a feature that holds a number. Code
+/// `INVALID_TYPE`.
 class MIRELO_API InvalidTypeException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit InvalidTypeException(const std::string& message);
 };
 
-/// `INVALID_TENSOR_DATA_TYPE`; for backends and hosts, sdk-core never raises it.
+/// A tensor with another element type than the one required. Code `INVALID_TENSOR_DATA_TYPE`. For backends and hosts:
+/// sdk-core never raises it.
 class MIRELO_API InvalidTensorDataTypeException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit InvalidTensorDataTypeException(const std::string& message);
 };
 
-/// `MODEL_METADATA_ERROR`
+/// A manifest, or what was made of one, that is missing, invalid or incomplete. Code `MODEL_METADATA_ERROR`.
 class MIRELO_API ModelMetaDataException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit ModelMetaDataException(const std::string& message);
 };
 
-/// `ML_FRAMEWORK_ERROR`; for backends whose engine fails, sdk-core never raises it.
+/// The inference engine failed. Code `ML_FRAMEWORK_ERROR`. For backends: sdk-core never raises it.
 class MIRELO_API MLFrameworkException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit MLFrameworkException(const std::string& message);
 };
 
-/// `RANGE_ERROR`
+/// An index beyond the end. Code `RANGE_ERROR`.
 class MIRELO_API RangeException : public Exception {
  public:
+    /// @param message  what `what` answers; copied
     explicit RangeException(const std::string& message);
 };
 

@@ -15,19 +15,19 @@ namespace TarnoMirelo {
 
 /// The type of a tensor's elements. Any other value is taken for `Undefined`, whose elements have no bytes.
 enum class DataType : int32_t {
-    Undefined = 0,
-    Bool = 1,  ///< one byte
-    Int8 = 2,
-    UInt8 = 3,
-    Int16 = 4,
-    UInt16 = 5,
-    Int32 = 6,
-    UInt32 = 7,
-    Int64 = 8,
-    UInt64 = 9,
-    Float16 = 10,  ///< IEEE 754 half precision
-    Float = 11,    ///< IEEE 754 single precision
-    Double = 12,   ///< IEEE 754 double precision
+    Undefined = 0,  ///< not known; the elements have no bytes
+    Bool = 1,       ///< one byte
+    Int8 = 2,       ///< signed, one byte
+    UInt8 = 3,      ///< unsigned, one byte
+    Int16 = 4,      ///< signed, two bytes
+    UInt16 = 5,     ///< unsigned, two bytes
+    Int32 = 6,      ///< signed, four bytes
+    UInt32 = 7,     ///< unsigned, four bytes
+    Int64 = 8,      ///< signed, eight bytes
+    UInt64 = 9,     ///< unsigned, eight bytes
+    Float16 = 10,   ///< IEEE 754 half precision, two bytes
+    Float = 11,     ///< IEEE 754 single precision, four bytes
+    Double = 12,    ///< IEEE 754 double precision, eight bytes
 };
 
 /// The dimensions of a tensor, outermost first; the last one varies fastest in memory. -1 stands for a dimension that
@@ -37,6 +37,9 @@ enum class DataType : int32_t {
 struct MIRELO_API TensorShape {
     /// No dimensions: the shape of a single element.
     TensorShape();
+    /// @{
+
+    /// These dimensions, outermost first. A list or a vector converts by itself, a single number does not.
     TensorShape(const std::initializer_list<int64_t>& dimensions);
     TensorShape(const std::vector<int64_t>& dimensions);
     explicit TensorShape(int64_t d0);
@@ -44,6 +47,7 @@ struct MIRELO_API TensorShape {
     TensorShape(int64_t d0, int64_t d1, int64_t d2);
     TensorShape(int64_t d0, int64_t d1, int64_t d2, int64_t d3);
     TensorShape(int64_t d0, int64_t d1, int64_t d2, int64_t d3, int64_t d4);
+    /// @}
 
     /// Always true: no shape is rejected.
     bool valid() const;
@@ -58,20 +62,31 @@ struct MIRELO_API TensorShape {
     /// A copy of the dimensions.
     std::vector<int64_t> shapeVector() const;
 
-    /// The dimension at `index`; raises `RangeException` when there is none.
+    /// @{
+
+    /// The dimension at `index`, 0 for the outermost; raises `RangeException` when there is none. The reference is
+    /// valid until the shape is assigned or destroyed.
     int64_t& operator[](uint64_t index);
     const int64_t& operator[](uint64_t index) const;
+    /// @}
 
-    /// Equal: as many dimensions, with equal values.
+    /// Equal: as many dimensions, with equal values. A -1 equals -1 alone.
     bool operator==(const TensorShape& other) const;
+    /// The reverse of `==`.
     bool operator!=(const TensorShape& other) const;
+    /// The same as `==`.
     bool compare(const TensorShape& other) const;
 
-    /// The last two, three, four, five dimensions, in the order that the name spells; missing leading ones are 1.
+    /// @{
+
+    /// The last two, three, four, five dimensions, in the order that the name spells (N rows, D depth, C channels, H
+    /// height, W width); missing leading ones are 1.
     std::vector<int64_t> getHW() const;
     std::vector<int64_t> getCHW() const;
     std::vector<int64_t> getNCHW() const;
     std::vector<int64_t> getNDCHW() const;
+    /// @}
+
     /// As `getNCHW`, with the channels moved to the end.
     std::vector<int64_t> getNHWC() const;
 
@@ -90,12 +105,15 @@ class MIRELO_API ITensor : public std::enable_shared_from_this<ITensor> {
  public:
     /// Shape (-1).
     explicit ITensor(DataType dataType);
+    /// No buffer yet: a derived class has it.
     ITensor(DataType dataType, TensorShape shape);
     ITensor(const ITensor&) = delete;
     ITensor& operator=(const ITensor&) = delete;
     virtual ~ITensor();
 
+    /// The dimensions; valid as long as the tensor, and it follows `resize` and `allocateShape`.
     virtual const TensorShape& shape() const;
+    /// The type of the elements, which never changes; valid as long as the tensor.
     virtual const DataType& dataType() const;
     /// Element width times the element count of the shape, in bytes.
     virtual int64_t bytes() const;
@@ -108,10 +126,14 @@ class MIRELO_API ITensor : public std::enable_shared_from_this<ITensor> {
     /// Raises `std::length_error` or `std::bad_alloc` when a buffer of that size can't be had, and on a `DeviceTensor`
     /// without a buffer what its `allocateBufferOfSize` raises.
     virtual MireloStatus resize(const TensorShape& newShape);
+    /// @{
+
     /// The elements, dense and row-major, or null while there is no buffer. Owned by the tensor unless its class says
     /// otherwise; valid until the next `allocateShape` or the tensor's end.
     virtual const uint8_t* buffer() const = 0;
     virtual uint8_t* buffer() = 0;
+    /// @}
+
     /// `getStrideFromShape` of the shape.
     virtual TensorShape stride();
     /// True for tensors whose shape is fixed with `allocateShape`.
@@ -199,6 +221,7 @@ class MIRELO_API DeviceTensor : public ITensor {
     virtual void* nativeHandle() const = 0;
 
  protected:
+    /// @param shared  what `isShared` answers
     DeviceTensor(DataType dataType, TensorShape shape, bool shared);
 
     /// Raises `InvalidOperationException`: the memory comes from a device, which only the backend knows.
@@ -217,7 +240,9 @@ class MIRELO_API VariableTensor : public ITensor {
     VariableTensor(DataType dataType, const TensorShape& shape);
     ~VariableTensor() override;
 
+    /// The shape of the last `allocateShape`; before the first one that of the construction.
     const TensorShape& shape() const override;
+    /// The bytes of the current shape, which may be fewer than the buffer has.
     int64_t bytes() const override;
     /// Always `INVALID_SHAPE`; see `allocateShape`.
     MireloStatus resize(const TensorShape& newShape) override;

@@ -14,6 +14,9 @@
 #include <string>
 #include <vector>
 
+/// @def MIRELO_ONNXRUNTIME_API
+/// Marks what the library of the ONNX Runtime backend exports, as `MIRELO_API` does for sdk-core.
+
 #if defined(SDK_CORE_ONNXRUNTIME_BUILDING)  // set while the backend itself is compiled, never by its users
 #define MIRELO_ONNXRUNTIME_API MIRELO_EXPORT_SYMBOL
 #else
@@ -58,7 +61,7 @@ class MIRELO_ONNXRUNTIME_API Operator : public CustomOperators::Operator {
 
 /// How far the engine may rewrite the network while it is loaded. Results differ by rounding at most.
 enum class GraphOptimization : int32_t {
-    None,
+    None,      ///< not at all
     Basic,     ///< constants are computed, what has no use is dropped
     Extended,  ///< nodes are fused, too
     All,       ///< and laid out for this machine's processor
@@ -81,6 +84,7 @@ struct Options {
     /// of its own as long as there are enough: they then wait for nothing of each other's. Each copy takes the time of
     /// a load and the memory of a network.
     int copies = 1;
+    /// How far the network is rewritten: more takes longer to load and usually less to run.
     GraphOptimization graphOptimization = GraphOptimization::All;
     /// Where optimised networks are kept from load to load; empty: nowhere. The folder is created where it is missing.
     Filepath cacheDirectory;
@@ -105,6 +109,7 @@ MIRELO_ONNXRUNTIME_API std::vector<std::shared_ptr<Device>> devices();
 struct NetworkDescription {
     /// Tensors; -1 stands for a dimension that the network leaves open. Inputs that it has a constant for are left out.
     std::vector<ModelFeatureDescriptor> inputs;
+    /// Tensors; -1 stands for a dimension that the network leaves open.
     std::vector<ModelFeatureDescriptor> outputs;
     /// Paths of the weights that lie in files of their own, relative to the network's folder.
     std::vector<std::string> weightFiles;
@@ -202,6 +207,7 @@ class MIRELO_ONNXRUNTIME_API Model : public MireloModel {
           Options options = Options());
     /// @param device  outlives the model
     Model(const std::string& name, Device* device, MireloConfig config = MireloConfig(), Options options = Options());
+    /// A model without a device: the execution provider is that of `options`, and without one the CPU.
     Model(const std::string& name, MireloModelType type, MireloConfig config = MireloConfig(),
           Options options = Options());
     ~Model() override;

@@ -12,6 +12,9 @@
 #include <string>
 #include <vector>
 
+/// @def MIRELO_OPENCV_API
+/// Marks what the library of the OpenCV backend exports, as `MIRELO_API` does for sdk-core.
+
 #if defined(SDK_CORE_OPENCV_BUILDING)  // set while the backend itself is compiled, never by its users
 #define MIRELO_OPENCV_API MIRELO_EXPORT_SYMBOL
 #else
@@ -127,6 +130,8 @@ class MIRELO_OPENCV_API Model : public MireloModel {
           Options options = Options());
     /// @param device  outlives the model
     Model(const std::string& name, Device* device, MireloConfig config = MireloConfig(), Options options = Options());
+    /// A model without a device.
+    /// @param type  usually `WinML`; each load brings its own
     Model(const std::string& name, MireloModelType type, MireloConfig config = MireloConfig(),
           Options options = Options());
     ~Model() override;

@@ -89,13 +89,14 @@ struct Row {
     STATUS_CODE status;     ///< what the operation answers
     const char*
         wanted;  ///< what holds besides; a refusal always has a description, and leaves the outputs as they were
+    /// Brings the situation about and checks what the backend does; reports through GoogleTest.
     void (*check)(Trial& trial);
 };
 
 /// Rows that belong together.
 struct Family {
-    const char* name;
-    std::vector<Row> rows;
+    const char* name;       ///< such as "Loading"
+    std::vector<Row> rows;  ///< in the order of docs/contract.md
 };
 
 /// The whole contract. docs/contract.md shows it.

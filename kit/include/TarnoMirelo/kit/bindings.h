@@ -17,9 +17,10 @@ namespace TarnoMirelo::Kit {
 /// @tparam Binding  the backend's own class, derived from `MireloModel::MireloBinding`
 template <typename Binding>
 struct DeleteBinding {
+    /// What the last owner's release calls: deletes the binding as the class that it is.
     void operator()(MireloModel::MireloBinding* /*bound*/) const { delete made; }
 
-    Binding* made;
+    Binding* made;  ///< the binding as `handOut` got it
 };
 
 /// The binding in the form that `bind` hands out. Raises `std::bad_alloc` where memory runs out; the binding is gone

@@ -18,6 +18,7 @@
 
 namespace TarnoMirelo::Kit {
 
+/// How bad a finding is.
 enum class Severity {
     Error,    ///< the model can't be used, or a value is ignored or changed
     Warning,  ///< it works, but perhaps not as it was meant
@@ -25,16 +26,16 @@ enum class Severity {
 
 /// One mistake. Texts are UTF-8 and of one line; long values are cut.
 struct Finding {
-    Severity severity = Severity::Error;
+    Severity severity = Severity::Error;  ///< how bad it is
     /// Where it is: the JSON pointer of the value, as in "/targets/WinML/inputs/0/name", empty for the root; or the
     /// name of an archive's entry.
     std::string where;
     uint64_t line = 0;    ///< from 1; 0 where it is no place in a text
     uint64_t column = 0;  ///< in characters, from 1; 0 likewise
     std::string what;     ///< what is wrong, as in "The key is not known"
-    std::string found;    ///< empty, as `wanted` is, where `what` says all
-    std::string wanted;
-    std::string advice;  ///< what to do, as in `Write "name".`
+    std::string found;    ///< what is there; empty, as `wanted` is, where `what` says all
+    std::string wanted;   ///< what may stand there
+    std::string advice;   ///< what to do, as in `Write "name".`
 };
 
 /// All of a finding but its place, as in

@@ -36,11 +36,15 @@ class ComponentBytes {
     ComponentBytes() = default;
     /// @param data  outlives this object
     ComponentBytes(const uint8_t* data, uint64_t size) : data_(data), size_(size) {}
+    /// Bytes that this object releases.
+    /// @param owned  at least `size` bytes
     ComponentBytes(std::unique_ptr<char[]> owned, uint64_t size);
+    /// Bytes that this object overwrites with zeros and releases.
     explicit ComponentBytes(SecretBytes owned);
 
     /// The first byte; valid as long as this object and, for a component in memory, as the component's buffer.
     const uint8_t* data() const { return data_; }
+    /// How many bytes there are.
     uint64_t size() const { return size_; }
 
  private:
@@ -53,10 +57,11 @@ class ComponentBytes {
 /// The files of a protected archive, in memory that is owned here and overwritten with zeros when it is given back.
 class ComponentFiles {
  public:
+    /// One file of the archive.
     struct File {
         std::string name;               ///< with slashes, such as "model/net.onnx"; no two are equal
         const uint8_t* data = nullptr;  ///< as long as the `ComponentFiles` that it is from, wherever that is moved
-        uint64_t size = 0;
+        uint64_t size = 0;              ///< bytes at `data`
     };
 
     /// No files.

@@ -18,7 +18,10 @@ class ScopedModel {
     /// Registers the model, whether it is loaded or not. What the manager raises passes through.
     /// @param model  null is refused as the manager does; there is nothing to unload then
     ScopedModel(ModelManager& manager, std::shared_ptr<MireloModel> model);
+    /// Takes the model over: it stays registered, and `other` has none.
     ScopedModel(ScopedModel&& other) noexcept;
+    /// Unloads the model of this object as the destructor does, then takes the other one over. Nobody learns what came
+    /// of that unload unless `lastStatus` was taken before.
     ScopedModel& operator=(ScopedModel&& other) noexcept;
     ScopedModel(const ScopedModel&) = delete;
     ScopedModel& operator=(const ScopedModel&) = delete;
@@ -27,7 +30,9 @@ class ScopedModel {
 
     /// The model; null after it was unloaded or moved away.
     const std::shared_ptr<MireloModel>& model() const { return model_; }
+    /// The model, of which there must be one.
     MireloModel& operator*() const { return *model_; }
+    /// The model; null where there is none.
     MireloModel* operator->() const { return model_.get(); }
 
     /// Unloads the model now. A model that refuses stays registered, and the next call asks it again.

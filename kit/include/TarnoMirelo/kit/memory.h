@@ -37,9 +37,10 @@ class MemoryReporter {
 /// The memory of registered models against a budget. It holds the models of the snapshot, as the snapshot does.
 class MemoryView {
  public:
+    /// A model and what it takes.
     struct Model {
-        std::shared_ptr<MireloModel> model;
-        uint64_t bytes = 0;
+        std::shared_ptr<MireloModel> model;  ///< shared with the snapshot
+        uint64_t bytes = 0;                  ///< what its record said when the snapshot was taken
     };
 
     /// @param status  a snapshot of `ModelManager::getRuntimeStatus`; a model that is registered twice counts once

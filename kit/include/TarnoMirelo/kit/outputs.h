@@ -12,8 +12,8 @@ namespace TarnoMirelo::Kit {
 
 /// A result of the engine.
 struct Result {
-    DataType dataType = DataType::Undefined;
-    TensorShape shape;
+    DataType dataType = DataType::Undefined;  ///< of the elements
+    TensorShape shape;                        ///< without -1: what the engine computed, or is going to
     /// Dense and row-major, borrowed, as many as the shape says. `writeOutputs` copies them, `prepareOutputs` doesn't
     /// look.
     const uint8_t* elements = nullptr;

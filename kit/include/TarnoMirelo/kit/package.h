@@ -30,16 +30,17 @@ struct PackageMismatch {
 struct PackageReport {
     uint64_t verified = 0;              ///< how many have the digest that is stated
     std::vector<std::string> unstated;  ///< the names of those in files or directories that no digest is stated for
-    std::vector<PackageMismatch> mismatches;
+    std::vector<PackageMismatch> mismatches;  ///< empty where nothing contradicts the manifest
 };
 
 /// How far a comparison is, in bytes of the files that a digest is stated for.
 struct PackageProgress {
-    std::string path;  ///< of the file that was read from last, as the manifest has it
-    uint64_t done = 0;
-    uint64_t total = 0;
+    std::string path;    ///< of the file that was read from last, as the manifest has it
+    uint64_t done = 0;   ///< what has been read
+    uint64_t total = 0;  ///< what there is to read
 };
 
+/// How a comparison is made.
 struct PackageOptions {
     /// How many files are read at once. The threads beside the caller's end before the call does; where one can't be
     /// started, there are fewer.

@@ -49,25 +49,33 @@ MireloStatus checkOutputs(const ModelTarget& target, const MireloModel::Inputs& 
                           const MireloModel::Outputs& outputs);
 
 /// Whether a backend takes only elements of the type that the manifest declares, or looks at the type by itself.
-enum class ElementTypes : int32_t { Declared, Any };
+enum class ElementTypes : int32_t {
+    Declared,  ///< another type is refused with `INVALID_TENSOR_DATA_TYPE`
+    Any,       ///< every type that has elements passes: the backend converts, or refuses by itself
+};
 
 /// The inputs or the outputs of a target, all of them tensors, prepared once for checks that are made often.
 class Ports {
  public:
+    /// One input or output, taken apart for the checks.
     struct Port {
-        ModelFeatureDescriptor descriptor;
-        std::string name;
+        ModelFeatureDescriptor descriptor;        ///< as the target has it
+        std::string name;                         ///< of the descriptor
         DataType dataType = DataType::Undefined;  ///< Undefined: every type that has elements
         TensorShape shape;                        ///< of one row
-        bool required = true;
+        bool required = true;                     ///< whether a prediction needs a value for it
 
         /// The shape of that many rows in one tensor: a leading 1 gives way to `rows`.
         TensorShape shapeOf(int64_t rows) const;
     };
 
+    /// How many ports there are; at least one.
     size_t size() const { return ports_.size(); }
+    /// The port at a place below `size`, which is not checked; in the target's order.
     const Port& operator[](size_t index) const { return ports_[index]; }
+    /// The first port, in the target's order.
     std::vector<Port>::const_iterator begin() const { return ports_.begin(); }
+    /// Behind the last port.
     std::vector<Port>::const_iterator end() const { return ports_.end(); }
     /// The place of that name among the ports.
     std::optional<size_t> find(const std::string& name) const;
@@ -75,6 +83,8 @@ class Ports {
     std::string about(size_t index, const std::string& text) const;
 
  protected:
+    /// Raises as the constructor of `InputPorts` does.
+    /// @param kind  "Input" or "Output", for messages
     Ports(const char* kind, const std::vector<ModelFeatureDescriptor>& descriptors, ElementTypes types);
 
  private:
@@ -83,6 +93,7 @@ class Ports {
     std::unordered_map<std::string, size_t> indices_;
 };
 
+/// The inputs of a target, for a backend that checks many predictions.
 class InputPorts : public Ports {
  public:
     /// Raises `ModelMetaDataException` for a target without inputs, an input that is no tensor, and a name that comes
@@ -97,6 +108,7 @@ class InputPorts : public Ports {
     MireloStatus arrange(const MireloModel::Inputs& inputs, int64_t rows, InputTensors& tensors) const;
 };
 
+/// The outputs of a target, for a backend that checks many predictions.
 class OutputPorts : public Ports {
  public:
     /// Raises as `InputPorts` does.
@@ -130,11 +142,13 @@ class BoundTensors {
     }
 
  private:
+    /// @cond  Doxygen would list it, although it is private
     struct Bound {
         std::shared_ptr<const ITensor> tensor;
         const uint8_t* buffer;
         TensorShape shape;
     };
+    /// @endcond
     std::vector<Bound> bound_;
 };
 

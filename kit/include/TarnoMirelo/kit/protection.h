@@ -36,14 +36,22 @@ class SecretBytes {
     SecretBytes() = default;
     /// So many bytes, of any value. Raises `std::bad_alloc`.
     explicit SecretBytes(uint64_t size);
+    /// Takes the bytes over where they are; `other` has none then.
     SecretBytes(SecretBytes&& other) noexcept;
+    /// Takes the bytes over; those that were here are overwritten with zeros and released.
     SecretBytes& operator=(SecretBytes&& other) noexcept;
     SecretBytes(const SecretBytes&) = delete;
     SecretBytes& operator=(const SecretBytes&) = delete;
     ~SecretBytes();
 
+    /// @{
+
+    /// The first byte; valid as long as the bytes, wherever they are moved.
     uint8_t* data() { return bytes_.get(); }
     const uint8_t* data() const { return bytes_.get(); }
+    /// @}
+
+    /// How many bytes there are.
     uint64_t size() const { return size_; }
 
  private:

@@ -29,6 +29,7 @@ struct DeviceRefusal {
     MireloStatus reason;             ///< its description names the device
 };
 
+/// What `chooseTarget` found.
 struct TargetChoice {
     std::shared_ptr<Device> device;  ///< null where no device has a target that can be run
     /// What to ask the metadata's `getModelCompoents` for.

@@ -17,12 +17,12 @@ namespace TarnoMirelo::Kit {
 
 /// An operation that has ended. What it refers to is borrowed for the call of the sink.
 struct TraceEvent {
-    const char* operation;         ///< "load", "predict", ...: the name of the operation, constant text
-    const std::string& modelName;  ///< as the model's `getName` answers
-    std::chrono::steady_clock::time_point start;
-    std::chrono::nanoseconds duration;
-    const MireloStatus& status;  ///< what the operation returned, or what it raised as a status
-    uint64_t memory;             ///< of the model's record after the operation, in bytes; 0 while it is not registered
+    const char* operation;                        ///< "load", "predict", ...: the name of the operation, constant text
+    const std::string& modelName;                 ///< as the model's `getName` answers
+    std::chrono::steady_clock::time_point start;  ///< when the inner model was called
+    std::chrono::nanoseconds duration;            ///< until it returned or raised
+    const MireloStatus& status;                   ///< what the operation returned, or what it raised as a status
+    uint64_t memory;  ///< of the model's record after the operation, in bytes; 0 while it is not registered
 };
 
 /// Where events go.
@@ -35,8 +35,12 @@ class TraceSink {
 
  protected:
     TraceSink() = default;
+    /// @{
+
+    /// Copies nothing: a sink's state is in the class that derives from it.
     TraceSink(const TraceSink&) = default;
     TraceSink& operator=(const TraceSink&) = default;
+    /// @}
 };
 
 /// A model that passes everything on to another one and tells a sink about it. Hosts and managers use it in that one's
@@ -53,6 +57,7 @@ class TraceSink {
 /// is read at the end of each operation.
 class TracedModel : public MireloModel {
  public:
+    /// Makes a model around another one.
     /// @param inner  kept; null raises `InvalidArgumentsException`
     /// @param sink   kept; null for none
     static std::shared_ptr<TracedModel> wrap(std::shared_ptr<MireloModel> inner,
@@ -60,6 +65,7 @@ class TracedModel : public MireloModel {
     ~TracedModel() override;
 
     const std::string& getName() const override;
+    /// The model that does the work; valid as long as this one.
     const std::shared_ptr<MireloModel>& inner() const { return inner_; }
 
  protected:

@@ -114,8 +114,8 @@ struct Options {
 /// first operation after the model was registered, kept up to date as shapes change, and taken back by the unload.
 ///
 /// **Log**: the configuration's sink gets the load of a component with its time, an unload, and every failure of the
-/// engine. Without a sink, failures alone are reported, through `_Report_`. The backend calls sinks and `_Report_` under
-/// a lock of its own, for all models. The engine itself writes to standard error when a network is malformed;
+/// engine. Without a sink, failures alone are reported, through `_Report_`. The backend calls sinks and `_Report_`
+/// under a lock of its own, for all models. The engine itself writes to standard error when a network is malformed;
 /// OPENCV_LOG_LEVEL=SILENT in the process's environment stops that.
 ///
 /// **Threads**: no two operations on one model may overlap, const ones included, for the engine's network serves one

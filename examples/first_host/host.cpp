@@ -34,24 +34,33 @@ const char image[] =
     "  ##### "
     "  ##### ";
 
+std::array<float, 64> draw() {
+    std::array<float, 64> pixels{};
+    std::transform(image, image + 64, pixels.begin(), [](char pixel) { return pixel == '#' ? 16.0F : 0.0F; });
+    return pixels;
+}
+
+// The probability of each digit, by the package in that folder.
+std::array<float, 10> recognise(const Filepath& folder, std::array<float, 64> pixels) {
+    ModelMetadata package;
+    check(package.load(Filepath(folder).append(Filepath("manifest.json"))));
+    check(package.validate(MireloModelType::WinML));  // WinML: the target with an ONNX network, on every system
+
+    OnnxRuntime::Model model("digits", MireloModelType::WinML);  // or OpenCv::Model; nothing else changes
+    check(model.load(package.getModelCompoents(MireloModelType::WinML)));
+
+    std::array<float, 10> probabilities{};
+    const ModelTarget& target = model.getModelTarget();  // what the manifest says of inputs and outputs
+    MireloModel::Outputs outputs{wrap(target.outputs.at(0), probabilities)};
+    check(model.predict({wrap(target.inputs.at(0), pixels)}, outputs));
+    return probabilities;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
     if (argc != 2) throw std::invalid_argument("usage: host FOLDER");
-    ModelMetadata package;
-    check(package.load(Filepath(argv[1]).append(Filepath("manifest.json"))));
-    check(package.validate(MireloModelType::WinML));
-
-    OnnxRuntime::Model model("digits", MireloModelType::WinML);  // OpenCv::Model runs the same package
-    check(model.load(package.getModelCompoents(MireloModelType::WinML)));
-
-    std::array<float, 64> pixels{};
-    std::transform(image, image + 64, pixels.begin(), [](char pixel) { return pixel == '#' ? 16.0F : 0.0F; });
-    std::array<float, 10> probabilities{};
-    const ModelTarget& target = model.getModelTarget();
-    MireloModel::Outputs outputs{wrap(target.outputs.at(0), probabilities)};
-    check(model.predict({wrap(target.inputs.at(0), pixels)}, outputs));
-
+    const std::array<float, 10> probabilities = recognise(Filepath(argv[1]), draw());
     const auto* const best = std::max_element(probabilities.begin(), probabilities.end());
     std::cout << "This is a " << best - probabilities.begin() << " (" << std::lround(*best * 100) << " %)\n";
     return 0;

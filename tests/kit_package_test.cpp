@@ -70,6 +70,18 @@ TEST_F(KitPackage, IsWholeWhereItIsWhatTheManifestStates) {
     }
 }
 
+#if defined(_WIN32)
+TEST_F(KitPackage, IsFoundBelowALiteralRoot) {
+    std::filesystem::create_directory(package.native() / "weights");
+    package.write("weights/net", weights);
+    const std::string path = manifest({component("weights/net", "file", sized(weights.size()))}).getPathString();
+    const std::filesystem::path absolute = std::filesystem::absolute(path).make_preferred();
+    EXPECT_EQ(text(verifyPackage(Filepath(R"(\\?\)" + absolute.string()), report)), kSuccess);
+    EXPECT_TRUE(report.mismatches.empty());
+    EXPECT_EQ(report.unstated, std::vector<std::string>({"weights/net"}));  // of the right size, without a digest
+}
+#endif
+
 TEST_F(KitPackage, TellsEveryMismatch) {
     const std::string digest = digestOfText(weights);
     package.write("changed", "W" + weights.substr(1));

@@ -35,6 +35,8 @@ std::wstring widePath(const Filepath& path) {
     std::wstring wide(static_cast<size_t>(length), L'\0');
     ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text, -1, wide.data(), length);
     wide.pop_back();  // the zero behind the text
+    // Where the system takes a path literally, below a root of the form \\\\?\\, a slash would be part of a name.
+    std::replace(wide.begin(), wide.end(), L'/', L'\\');
     return wide;
 }
 

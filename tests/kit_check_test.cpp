@@ -351,7 +351,7 @@ TEST(KitCheck, KeepsItsPromisesForManifestsMadeByTheRules) {
                                          "uint64", "float16", "float", "double"}) +
                                    "\"}";
         const std::string image =
-            R"("featureType": "image", "image": {"height": 4294967295, "width": 0, "pixelType": ")" +
+            R"("featureType": "image", "image": {"height": 4294967295, "width": 1, "pixelType": ")" +
             pick({"one", "BGR", "RGB", "RGBA", "BGRA"}) + "\"}";
         return "{" + flag + R"("name": ")" + name + "\", " +
                pick({tensor, tensor, image, R"("featureType": ")" + type + "\""}) + "}";

@@ -413,6 +413,12 @@ TEST(KitCheck, LooksForTheFiles) {
         "12:88 [/targets/WinML/components/0/size] error: The file has another size. Found 3, wanted 1. Get the file "
         "again, or write its size and digest anew.\n");
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("Data/deep", "type": "dir")"), "");
+    directory.write("net.onnx.protected", "secret");
+    EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)",
+                         R"("net.onnx.protected", "type": "secured_file", "encryption": true)"),
+              "12:41 [/targets/WinML/components/0/path] warning: What looks like its plain form lies beside the "
+              "protected file. Found \"net.onnx\", wanted the protected file alone. Protect the package again, which "
+              "removes the plain form, or remove it.\n");
     const std::string wrong(64, '0');
     EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"sha256\": \"" + wrong + "\""),
               "12:79 [/targets/WinML/components/0/sha256] error: The file has another digest. Found " + wrong +

@@ -133,6 +133,7 @@ class ComponentCheck {
                     "Write \"" + place.spelling + "\"."});
         } else {
             checkContent(component, place.path, size);
+            checkPlainForm(component);
         }
     }
 
@@ -169,6 +170,18 @@ class ComponentCheck {
         } else if (!component.sha256.empty()) {
             checkDigest(component, path);
         }
+    }
+
+    // Somebody who protects a package can be stopped before the plain files are removed.
+    void checkPlainForm(const ComponentEntry& component) {
+        if (component.type == ComponentKind::File || !component.path.ends_with(kProtectedSuffix)) return;
+        const std::string path = component.path.substr(0, component.path.size() - kProtectedSuffix.size());
+        if (namesDirectory(path)) return;
+        const Place plain = follow(path, rootDir_, directories_);
+        if (plain.missing) return;
+        report(Severity::Warning, component, component.pathOffset, "/path",
+               {"What looks like its plain form lies beside the protected file", quotedExcerpt(plain.spelling),
+                "the protected file alone", "Protect the package again, which removes the plain form, or remove it."});
     }
 
     void checkDigest(const ComponentEntry& component, const Filepath& path) {

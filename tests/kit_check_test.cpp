@@ -431,6 +431,10 @@ TEST(KitCheck, LooksForTheFiles) {
     EXPECT_EQ(
         checkFiles(directory, "\"net.onnx\"", "\"Data/deep/y.bin/z\""),
         at + "Nothing is there. Found no \"y.bin\" in \"Data/deep\", wanted the component's file. Write \"x.bin\".\n");
+    EXPECT_EQ(
+        checkFiles(directory, "\"net.onnx\"", "\"labels.bin/net.onnx\""),
+        at + "The directory can't be read. Found \"labels.bin\", wanted a directory that may be listed. Correct the "
+             "path, or the directory's permissions.\n");
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("data/deep/X.bin", "type": "file")"),
               at + "The path differs from the file's in the case of letters: it is found on Windows alone. Found "
                    "\"data/deep/X.bin\", wanted \"Data/deep/x.bin\". Write \"Data/deep/x.bin\".\n");

@@ -144,12 +144,17 @@ class ComponentCheck {
 
     void reportMissing(const ComponentEntry& component, const Place& place) {
         if (!findings_.count(Severity::Error)) return;
+        const std::string directory =
+            place.spelling.empty() ? "the manifest's directory" : quotedExcerpt(place.spelling);
+        if (!directories_.in(place.path).isDirectory) {
+            return findings_.add(Severity::Error, component.pathOffset, component.pointer + "/path",
+                                 {"The directory can't be read", directory, "a directory that may be listed",
+                                  "Correct the path, or the directory's permissions."});
+        }
         const std::vector<std::string>& names = directories_.in(place.path).all;
         const std::vector<std::string_view> candidates(
             names.begin(), names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), kMostCompared)));
         const std::string_view meant = nearestName(*place.missing, candidates);
-        const std::string directory =
-            place.spelling.empty() ? "the manifest's directory" : quotedExcerpt(place.spelling);
         findings_.add(
             Severity::Error, component.pathOffset, component.pointer + "/path",
             {"Nothing is there", "no " + quotedExcerpt(*place.missing) + " in " + directory, "the component's file",

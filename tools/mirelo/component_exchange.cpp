@@ -53,6 +53,9 @@ std::vector<ComponentExchange::File> ComponentExchange::files(const IsMade& isMa
         ManifestText::Component component = manifest_.components()[wanted.component];
         const fs::path from = manifest_.existingFileOf(component);
         const std::string oldPath = component.path;
+        if (fs::is_symlink(from)) {  // whose removal would leave the content elsewhere
+            throw Failure(about() + ": \"" + oldPath + "\" is a symbolic link, wanted is the file itself");
+        }
         component.path = wanted.path;
         const bool isShared = std::any_of(files.begin(), files.end(), [&](const File& each) {
             return each.from.lexically_normal() == from.lexically_normal();

@@ -16,6 +16,12 @@ ExitCode unprotect(const ProtectionOptions& options, Console& console) {
     ComponentExchange exchange(options.path);
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
     for (size_t i = 0; i < components.size(); ++i) {
+        if (components[i].type == ComponentKind::SecuredTar) {
+            throw Failure(
+                exchange.about() + ": component \"" + components[i].name +
+                "\" is a protected archive, and there is no kind for a plain one. Write \"secured_file\" for its "
+                "type, unprotect that, unpack the archive, and name the folder as a component of type \"dir\"");
+        }
         if (components[i].type == ComponentKind::SecuredFile) {
             exchange.want(i, plainPath(components[i].path), ComponentKind::File, false);
         } else if (components[i].type == ComponentKind::File) {

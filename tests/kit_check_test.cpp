@@ -419,6 +419,14 @@ TEST(KitCheck, LooksForTheFiles) {
               "12:41 [/targets/WinML/components/0/path] warning: What looks like its plain form lies beside the "
               "protected file. Found \"net.onnx\", wanted the protected file alone. Protect the package again, which "
               "removes the plain form, or remove it.\n");
+    for (const char* const name : {"net.onnx.17311943250571349521.part", "net.onnx.1.part", "net.part", ".part"}) {
+        directory.write(name, "ne");
+    }
+    EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"size\": 3"),
+              "0:0 [] warning: A call that was stopped has left an unfinished file. Found "
+              "\"net.onnx.17311943250571349521.part\", wanted no such file. Remove it: it may hold a part of what is "
+              "protected.\n");
+    std::filesystem::remove(directory.native() / "net.onnx.17311943250571349521.part");
     const std::string wrong(64, '0');
     EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"sha256\": \"" + wrong + "\""),
               "12:79 [/targets/WinML/components/0/sha256] error: The file has another digest. Found " + wrong +

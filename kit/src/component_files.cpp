@@ -6,6 +6,7 @@
 #include <TarnoMirelo/manifest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -52,7 +53,28 @@ class Directories {
         return names;
     }
 
+    // Files in the directories so far that never got their final name: see `Platform::NewFile`.
+    std::vector<std::string> unfinished() const {
+        std::vector<std::string> found;
+        for (const auto& [directory, names] : names_) {
+            std::copy_if(names.all.begin(), names.all.end(), std::back_inserter(found), isUnfinished);
+        }
+        return found;
+    }
+
  private:
+    // As in "net.onnx.17311943250571349521.part".
+    static bool isUnfinished(const std::string& name) {
+        constexpr std::string_view kEnd = ".part";
+        constexpr size_t kFewestDigits = 12;
+        if (!name.ends_with(kEnd)) return false;
+        const std::string stem = name.substr(0, name.size() - kEnd.size());
+        const size_t dot = stem.rfind('.');
+        if (dot == std::string::npos) return false;
+        const std::string random = stem.substr(dot + 1);
+        return random.size() >= kFewestDigits && random.find_first_not_of("0123456789") == std::string::npos;
+    }
+
     std::map<std::string, Names> names_;
 };
 
@@ -134,6 +156,15 @@ class ComponentCheck {
         } else {
             checkContent(component, place.path, size);
             checkPlainForm(component);
+        }
+    }
+
+    void checkUnfinished() {
+        for (const std::string& name : directories_.unfinished()) {
+            if (!findings_.count(Severity::Warning)) continue;
+            findings_.add(Severity::Warning, std::nullopt, "",
+                          {"A call that was stopped has left an unfinished file", quotedExcerpt(name), "no such file",
+                           "Remove it: it may hold a part of what is protected."});
         }
     }
 
@@ -225,6 +256,7 @@ void checkComponentFiles(const std::vector<ComponentEntry>& components, const Fi
                          {"The path is not UTF-8", quotedExcerpt(each.path), "UTF-8", "Save the manifest as UTF-8."});
         }
     }
+    check.checkUnfinished();
 }
 
 }  // namespace TarnoMirelo::Kit

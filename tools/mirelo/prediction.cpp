@@ -163,7 +163,9 @@ MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& fil
     if (filling) requireInputNames(filling->shapes, target.inputs);
     for (const auto& [name, file] : files) {
         if (!filling || !filling->shapes.contains(name)) continue;
-        throw Failure("Input \"" + name + "\": --shape is for inputs without a file, and " + file + " has a shape");
+        throw Failure(
+            std::string("Input \"").append(name).append("\": --shape is for inputs without a file, and ").append(file) +
+            " has a shape");
     }
     MireloModel::Inputs inputs;
     for (const ModelFeatureDescriptor& descriptor : target.inputs) {

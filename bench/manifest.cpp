@@ -1,8 +1,9 @@
-// Loading a manifest, beside reading and parsing it only.
+// Loading a manifest, beside reading and parsing it only, and checking it, beside loading it.
 
 #include "measure.h"
 #include "system_file.h"
 
+#include <TarnoMirelo/kit/check.h>
 #include <TarnoMirelo/manifest.h>
 
 #include <rapidjson/document.h>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <vector>
 
 namespace Bench {
 namespace {
@@ -30,6 +32,30 @@ std::string manifestText(size_t inputs) {
         R"("type": "file"}], "inputs": [)";
     for (size_t i = 0; i < inputs; ++i) text += (i == 0 ? "" : ", ") + featureText(i);
     return text + R"(], "outputs": [)" + featureText(0) + "]}}}";
+}
+
+// A package in a folder of its own.
+Filepath makePackage(const std::string& folder, size_t inputs) {
+    const std::filesystem::path path = scratchDirectory() / folder;
+    std::filesystem::create_directory(path);
+    std::ofstream(path / "n.onnx") << "network";
+    std::ofstream(path / "manifest.json") << manifestText(inputs);
+    Filepath manifest(path.string());
+    manifest.append(Filepath("manifest.json"));
+    if (!Kit::checkManifest(manifest).empty()) throw std::runtime_error("the check finds something in the manifest");
+    return manifest;
+}
+
+void addChecks(const std::string& row, const std::vector<Filepath>& manifests) {
+    measure(row, Side::Ours, [=] {
+        for (const Filepath& each : manifests) benchmark::DoNotOptimize(Kit::checkManifest(each));
+    });
+    measure(row, Side::Limit, [=] {
+        for (const Filepath& each : manifests) {
+            ModelMetadata metadata;
+            benchmark::DoNotOptimize(metadata.load(each));
+        }
+    });
 }
 
 }  // namespace
@@ -58,6 +84,10 @@ void addManifests() {
         });
         measure(row, Side::Instead, [=] { benchmark::DoNotOptimize(nlohmann::json::parse(text)); });
     }
+    addChecks("Kit::checkManifest, 10 MB", {makePackage("large", 66000)});
+    std::vector<Filepath> packages;
+    for (int i = 0; i < 1000; ++i) packages.push_back(makePackage("package" + std::to_string(i), 4));
+    addChecks("Kit::checkManifest, 1,000 packages of 1 KB", packages);
 }
 
 }  // namespace Bench

@@ -49,6 +49,7 @@ WANTED = [
     ("load from the cache", None, None),
     ("predictBatch", None, None),
     ("ModelMetadata::load", 1.5, None),
+    ("Kit::checkManifest", 3.0, None),
     ("allocateInputs, (1 KB|.*beside)", None, None),
     ("allocateInputs", 1.5, None),
     ("VariableTensor", None, None),

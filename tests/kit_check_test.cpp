@@ -351,7 +351,7 @@ TEST(KitCheck, KeepsItsPromisesForManifestsMadeByTheRules) {
                                          "uint64", "float16", "float", "double"}) +
                                    "\"}";
         const std::string image =
-            R"("featureType": "image", "image": {"height": 4294967295, "width": 0, "pixelType": ")" +
+            R"("featureType": "image", "image": {"height": 4294967295, "width": 1, "pixelType": ")" +
             pick({"one", "BGR", "RGB", "RGBA", "BGRA"}) + "\"}";
         return "{" + flag + R"("name": ")" + name + "\", " +
                pick({tensor, tensor, image, R"("featureType": ")" + type + "\""}) + "}";
@@ -413,6 +413,20 @@ TEST(KitCheck, LooksForTheFiles) {
         "12:88 [/targets/WinML/components/0/size] error: The file has another size. Found 3, wanted 1. Get the file "
         "again, or write its size and digest anew.\n");
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("Data/deep", "type": "dir")"), "");
+    directory.write("net.onnx.protected", "secret");
+    EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)",
+                         R"("net.onnx.protected", "type": "secured_file", "encryption": true)"),
+              "12:41 [/targets/WinML/components/0/path] warning: What looks like its plain form lies beside the "
+              "protected file. Found \"net.onnx\", wanted the protected file alone. Protect the package again, which "
+              "removes the plain form, or remove it.\n");
+    for (const char* const name : {"net.onnx.17311943250571349521.part", "net.onnx.1.part", "net.part", ".part"}) {
+        directory.write(name, "ne");
+    }
+    EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"size\": 3"),
+              "0:0 [] warning: A call that was stopped has left an unfinished file. Found "
+              "\"net.onnx.17311943250571349521.part\", wanted no such file. Remove it: it may hold a part of what is "
+              "protected.\n");
+    std::filesystem::remove(directory.native() / "net.onnx.17311943250571349521.part");
     const std::string wrong(64, '0');
     EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"sha256\": \"" + wrong + "\""),
               "12:79 [/targets/WinML/components/0/sha256] error: The file has another digest. Found " + wrong +
@@ -425,6 +439,10 @@ TEST(KitCheck, LooksForTheFiles) {
     EXPECT_EQ(
         checkFiles(directory, "\"net.onnx\"", "\"Data/deep/y.bin/z\""),
         at + "Nothing is there. Found no \"y.bin\" in \"Data/deep\", wanted the component's file. Write \"x.bin\".\n");
+    EXPECT_EQ(
+        checkFiles(directory, "\"net.onnx\"", "\"labels.bin/net.onnx\""),
+        at + "The directory can't be read. Found \"labels.bin\", wanted a directory that may be listed. Correct the "
+             "path, or the directory's permissions.\n");
     EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("data/deep/X.bin", "type": "file")"),
               at + "The path differs from the file's in the case of letters: it is found on Windows alone. Found "
                    "\"data/deep/X.bin\", wanted \"Data/deep/x.bin\". Write \"Data/deep/x.bin\".\n");

@@ -40,19 +40,17 @@ void checkOwnPath(const Filepath& manifest, FindingList& findings) {
               "Build the path with Filepath::append, from the directory and the name."});
 }
 
-// The manifest's text; false where it can't be read.
-bool readManifest(const Filepath& manifest, std::string& text, FindingList& findings) {
+// The manifest's text; null where it can't be read.
+std::unique_ptr<char[]> readManifest(const Filepath& manifest, uint64_t& size, FindingList& findings) {
     const auto cannot = [&](const char* why) {
         addError(findings, {"The manifest can't be read", why + quotedExcerpt(manifest.getPathString()), "a file",
                             "Check the path, and that the file may be read."});
-        return false;
+        return nullptr;
     };
     try {
-        uint64_t size = 0;
-        const std::unique_ptr<char[]> bytes = FileUtils().readBinaryFileToBuffer(manifest, size);
-        if (bytes == nullptr) return cannot("no file at ");
-        text.assign(bytes.get(), static_cast<size_t>(size));
-        return true;
+        std::unique_ptr<char[]> text = FileUtils().readBinaryFileToBuffer(manifest, size);
+        if (text == nullptr) return cannot("no file at ");
+        return text;
     } catch (const std::range_error&) {
         return cannot("a path that is not UTF-8, ");
     }
@@ -132,14 +130,15 @@ std::vector<Finding> checkManifestText(std::string_view text) {
 }
 
 std::vector<Finding> checkManifest(const Filepath& manifest) {
-    std::string text;
     FindingList findings;
     checkOwnPath(manifest, findings);
-    if (readManifest(manifest, text, findings)) {
-        std::vector<ComponentEntry> components;
-        readStrictly(text, findings, components);
-        checkComponentFiles(components, directoryOf(manifest.getPathString()), findings);
-    }
+    uint64_t size = 0;
+    const std::unique_ptr<char[]> bytes = readManifest(manifest, size, findings);
+    if (bytes == nullptr) return findings.take({});
+    const std::string_view text(bytes.get(), static_cast<size_t>(size));
+    std::vector<ComponentEntry> components;
+    readStrictly(text, findings, components);
+    checkComponentFiles(components, directoryOf(manifest.getPathString()), findings);
     return findings.take(text);
 }
 

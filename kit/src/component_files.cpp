@@ -6,6 +6,7 @@
 #include <TarnoMirelo/manifest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -52,7 +53,28 @@ class Directories {
         return names;
     }
 
+    // Files in the directories so far that never got their final name: see `Platform::NewFile`.
+    std::vector<std::string> unfinished() const {
+        std::vector<std::string> found;
+        for (const auto& [directory, names] : names_) {
+            std::copy_if(names.all.begin(), names.all.end(), std::back_inserter(found), isUnfinished);
+        }
+        return found;
+    }
+
  private:
+    // As in "net.onnx.17311943250571349521.part".
+    static bool isUnfinished(const std::string& name) {
+        constexpr std::string_view kEnd = ".part";
+        constexpr size_t kFewestDigits = 12;
+        if (!name.ends_with(kEnd)) return false;
+        const std::string stem = name.substr(0, name.size() - kEnd.size());
+        const size_t dot = stem.rfind('.');
+        if (dot == std::string::npos) return false;
+        const std::string random = stem.substr(dot + 1);
+        return random.size() >= kFewestDigits && random.find_first_not_of("0123456789") == std::string::npos;
+    }
+
     std::map<std::string, Names> names_;
 };
 
@@ -133,6 +155,16 @@ class ComponentCheck {
                     "Write \"" + place.spelling + "\"."});
         } else {
             checkContent(component, place.path, size);
+            checkPlainForm(component);
+        }
+    }
+
+    void checkUnfinished() {
+        for (const std::string& name : directories_.unfinished()) {
+            if (!findings_.count(Severity::Warning)) continue;
+            findings_.add(Severity::Warning, std::nullopt, "",
+                          {"A call that was stopped has left an unfinished file", quotedExcerpt(name), "no such file",
+                           "Remove it: it may hold a part of what is protected."});
         }
     }
 
@@ -143,12 +175,17 @@ class ComponentCheck {
 
     void reportMissing(const ComponentEntry& component, const Place& place) {
         if (!findings_.count(Severity::Error)) return;
+        const std::string directory =
+            place.spelling.empty() ? "the manifest's directory" : quotedExcerpt(place.spelling);
+        if (!directories_.in(place.path).isDirectory) {
+            return findings_.add(Severity::Error, component.pathOffset, component.pointer + "/path",
+                                 {"The directory can't be read", directory, "a directory that may be listed",
+                                  "Correct the path, or the directory's permissions."});
+        }
         const std::vector<std::string>& names = directories_.in(place.path).all;
         const std::vector<std::string_view> candidates(
             names.begin(), names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), kMostCompared)));
         const std::string_view meant = nearestName(*place.missing, candidates);
-        const std::string directory =
-            place.spelling.empty() ? "the manifest's directory" : quotedExcerpt(place.spelling);
         findings_.add(
             Severity::Error, component.pathOffset, component.pointer + "/path",
             {"Nothing is there", "no " + quotedExcerpt(*place.missing) + " in " + directory, "the component's file",
@@ -169,6 +206,18 @@ class ComponentCheck {
         } else if (!component.sha256.empty()) {
             checkDigest(component, path);
         }
+    }
+
+    // Somebody who protects a package can be stopped before the plain files are removed.
+    void checkPlainForm(const ComponentEntry& component) {
+        if (component.type == ComponentKind::File || !component.path.ends_with(kProtectedSuffix)) return;
+        const std::string path = component.path.substr(0, component.path.size() - kProtectedSuffix.size());
+        if (namesDirectory(path)) return;
+        const Place plain = follow(path, rootDir_, directories_);
+        if (plain.missing) return;
+        report(Severity::Warning, component, component.pathOffset, "/path",
+               {"What looks like its plain form lies beside the protected file", quotedExcerpt(plain.spelling),
+                "the protected file alone", "Protect the package again, which removes the plain form, or remove it."});
     }
 
     void checkDigest(const ComponentEntry& component, const Filepath& path) {
@@ -207,6 +256,7 @@ void checkComponentFiles(const std::vector<ComponentEntry>& components, const Fi
                          {"The path is not UTF-8", quotedExcerpt(each.path), "UTF-8", "Save the manifest as UTF-8."});
         }
     }
+    check.checkUnfinished();
 }
 
 }  // namespace TarnoMirelo::Kit

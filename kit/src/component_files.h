@@ -4,9 +4,13 @@
 
 #include <TarnoMirelo/files.h>
 
+#include <string_view>
 #include <vector>
 
 namespace TarnoMirelo::Kit {
+
+/// What the tool puts behind the name of a file that it protects.
+inline constexpr std::string_view kProtectedSuffix = ".protected";
 
 /// Looks for the files of components below the model's directory, and adds what is wrong to `findings`.
 void checkComponentFiles(const std::vector<ComponentEntry>& components, const Filepath& rootDir, FindingList& findings);

@@ -1,5 +1,7 @@
 #include "manifest_rules.h"
 
+#include "windows_names.h"
+
 #include <TarnoMirelo/kit/components.h>
 
 #include <algorithm>
@@ -34,15 +36,38 @@ constexpr Condition kSecured{
 constexpr Condition kIsTensor{.key = "featureType", .texts = kTensorOnly, .refusedElsewhere = true};
 constexpr Condition kIsImage{.key = "featureType", .texts = kImageOnly, .refusedElsewhere = true};
 
-bool isDigest(const std::string& text) {
+constexpr Refusal kUnusable;
+constexpr Refusal kCharacter{.what = "Windows has no name with such a character",
+                             .advice = "Rename it: none of < > \" | ? and * may be in a name."};
+constexpr Refusal kEnd{.what = "Windows drops a dot or a space at the end of a name",
+                       .advice = "Rename it, without the dot or space."};
+constexpr Refusal kDevice{.what = "Windows takes the name for a device's, with any extension",
+                          .advice = "Rename it: CON, PRN, AUX, NUL, COM1, LPT1 and their like are devices."};
+
+const Refusal* refusalOfDigest(std::string_view text) {
     const auto isDigit = [](char each) { return (each >= '0' && each <= '9') || (each >= 'a' && each <= 'f'); };
-    return text.size() == 64 && std::all_of(text.begin(), text.end(), isDigit);
+    return text.size() == 64 && std::all_of(text.begin(), text.end(), isDigit) ? nullptr : &kUnusable;
 }
 
-bool isPath(const std::string& text) {
+// Packages are made on other systems than they are used on.
+const Refusal* refusalOfPath(std::string_view text) {
+    for (size_t begin = 0, end = 0; end != std::string_view::npos; begin = end + 1) {
+        end = text.find_first_of("/\\", begin);
+        const std::string_view name = text.substr(begin, end - begin);
+        if (name.empty() || name == "." || name == "..") continue;
+        if (name.find_first_of("<>\"|?*") != std::string_view::npos) return &kCharacter;
+        if (name.back() == '.' || name.back() == ' ') return &kEnd;
+        if (isWindowsDevice(name)) return &kDevice;
+    }
     const auto isControl = [](char each) { return static_cast<unsigned char>(each) < 0x20; };
-    return staysInside(text) && std::none_of(text.begin(), text.end(), isControl);
+    return staysInside(std::string(text)) && std::none_of(text.begin(), text.end(), isControl) ? nullptr : &kUnusable;
 }
+
+// What `refusalOfPath` takes. Regular expressions of JSON Schemas have no mark for "in any case".
+constexpr char kPathPattern[] =
+    R"(^(?![\\/])(?!(?:[^\u0000]*[\\/])?(?: |[^\\/]+[. ]|(?:[Cc][Oo][Nn]|[Pp][Rr][Nn]|[Aa][Uu][Xx]|[Nn][Uu][Ll]|)"
+    R"([Cc][Oo][Nn][Ii][Nn]\$|[Cc][Oo][Nn][Oo][Uu][Tt]\$|[Cc][Ll][Oo][Cc][Kk]\$|(?:[Cc][Oo][Mm]|[Ll][Pp][Tt]))"
+    R"([0-9\u00b9\u00b2\u00b3]) *(?:\.[^\\/]*)?)(?:[\\/]|$))[^<>:"|?*\u0000-\u001f]+$)";
 
 constexpr KeyRule kRootKeys[] = {
     {.key = "$schema",
@@ -128,9 +153,9 @@ constexpr KeyRule kComponentKeys[] = {
     {.key = "path",
      .meaning = "its file or directory, below the manifest's directory; either slash separates",
      .advice = "Write where it lies below the manifest's directory, with slashes, as in \"data/net.onnx\".",
-     .accepts = isPath,
-     .pattern = R"(^(?![\\/])(?!(?:[^\u0000]*[\\/])?\.\.(?:[\\/]|$))[^:\u0000-\u001f]+$)",
-     .form = "a path that stays below the manifest's directory, without control characters",
+     .refusalOf = refusalOfPath,
+     .pattern = kPathPattern,
+     .form = "a path that stays below the manifest's directory, of names that Windows takes",
      .notEmpty = true,
      .condition = &kOnDisk},
     {.key = "type",
@@ -152,7 +177,7 @@ constexpr KeyRule kComponentKeys[] = {
     {.key = "sha256",
      .meaning = "the file's SHA-256, for `Kit::verifyPackage`",
      .advice = "Write the file's digest, or remove the key.",
-     .accepts = isDigest,
+     .refusalOf = refusalOfDigest,
      .pattern = "^[0-9a-f]{64}$",
      .form = "64 lower-case hexadecimal digits",
      .condition = &kIsFile},
@@ -211,12 +236,14 @@ constexpr KeyRule kImageKeys[] = {
      .required = true,
      .meaning = "in pixels",
      .advice = "Write a whole number of pixels.",
+     .least = 1,
      .most = kMaxUint32},
     {.key = "width",
      .kind = Kind::Integer,
      .required = true,
      .meaning = "in pixels",
      .advice = "Write a whole number of pixels.",
+     .least = 1,
      .most = kMaxUint32},
     {.key = "pixelType",
      .required = true,

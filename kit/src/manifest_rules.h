@@ -29,6 +29,12 @@ struct Condition {
     Severity severity = Severity::Error;  ///< where it is missing, and where it is refused
 };
 
+/// What is wrong with a text.
+struct Refusal {
+    std::string_view what = "The text can't be used";
+    std::string_view advice;  ///< empty: that of the key
+};
+
 struct ObjectRule;
 
 struct KeyRule {
@@ -39,11 +45,12 @@ struct KeyRule {
     std::string_view advice;  ///< for a value that is missing or can't be taken
 
     // For texts.
-    std::span<const std::string_view> allowed = {};      ///< empty: any
-    bool (*accepts)(const std::string& text) = nullptr;  ///< null: any
-    std::string_view pattern = {};                       ///< what `accepts` does, as a regular expression
-    std::string_view form = {};                          ///< and in words
-    const Severity* repeated = nullptr;                  ///< of a text that an earlier element of the list has
+    std::span<const std::string_view> allowed = {};  ///< empty: any
+    /// Why a text can't be used, null where it can. No function: any can.
+    const Refusal* (*refusalOf)(std::string_view text) = nullptr;
+    std::string_view pattern = {};       ///< what it accepts, as a regular expression
+    std::string_view form = {};          ///< and in words
+    const Severity* repeated = nullptr;  ///< of a text that an earlier element of the list has
 
     // For integers and lists of them.
     int64_t least = 0;

@@ -279,12 +279,14 @@ class StrictReader {
     }
 
     bool onMember(const KeyRule& rule, const Value& value) {
+        const char* what = "The value is ignored";
         switch (rule.kind) {
             case Kind::Text:
                 if (value.type == Value::Type::Text) return onText(rule, value);
                 break;
             case Kind::Integer:
                 if (isInRange(rule, value)) return onInteger(rule, value);
+                if (value.type == Value::Type::Integer && value.integer == 0) what = "The number can't be used";
                 break;
             case Kind::Truth:
                 if (value.type == Value::Type::Truth) return false;
@@ -300,7 +302,7 @@ class StrictReader {
             case Kind::Retired:
                 return onRetired(rule);
         }
-        reportValue(Severity::Error, rule, value, "The value is ignored");
+        reportValue(Severity::Error, rule, value, what);
         return false;
     }
 
@@ -370,8 +372,11 @@ class StrictReader {
         }
         if (!rule.allowed.empty()) {
             onChoice(rule, text, value);
-        } else if ((rule.notEmpty && text.empty()) || (rule.accepts != nullptr && !rule.accepts(std::string(text)))) {
-            reportValue(Severity::Error, rule, value, "The text can't be used");
+        } else if (const Rules::Refusal* const refusal = refusalOf(rule, text)) {
+            report(Severity::Error, value.offset, [&] {
+                return Words{std::string(refusal->what), found(value), Rules::wantedValue(rule),
+                             std::string(refusal->advice.empty() ? rule.advice : refusal->advice)};
+            });
         } else if (rule.repeated != nullptr && !names_.emplace(text).second) {
             report(*rule.repeated, value.offset, [&] {
                 return Words{"The name is here a second time", quotedExcerpt(text), "a name of its own for each",
@@ -385,6 +390,12 @@ class StrictReader {
             component_.sha256Offset = value.offset;
         }
         return false;
+    }
+
+    static const Rules::Refusal* refusalOf(const KeyRule& rule, std::string_view text) {
+        static constexpr Rules::Refusal kEmpty;
+        if (rule.notEmpty && text.empty()) return &kEmpty;
+        return rule.refusalOf == nullptr ? nullptr : rule.refusalOf(text);
     }
 
     void onChoice(const KeyRule& rule, std::string_view text, const Value& value) {

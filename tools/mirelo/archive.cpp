@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "interrupt.h"
+#include "kit/src/windows_names.h"
 #include "package.h"
 
 #include <utf8.h>
@@ -30,14 +31,6 @@ std::string lowered(std::string text) {
     return text;
 }
 
-bool isDevice(const std::string& name) {
-    static const std::set<std::string> kDevices = {"con", "prn", "aux", "nul", "conin$", "conout$"};
-    std::string stem = lowered(name.substr(0, name.find('.')));
-    stem.erase(stem.find_last_not_of(' ') + 1);
-    if (kDevices.contains(stem)) return true;
-    return stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) && stem[3] >= '1' && stem[3] <= '9';
-}
-
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 // Empty where every reader makes the same of the name.
@@ -47,7 +40,7 @@ std::string problemOfName(const std::string& name, bool isFolder) {
         return "the name has a character that Windows has no names with: one of < > : \" | ? * \\ or a control character";
     }
     if (name.back() == '.' || name.back() == ' ') return "the name ends with a dot or a space, which Windows drops";
-    if (isDevice(name)) return "Windows takes the name for a device";
+    if (Kit::isWindowsDevice(name)) return "Windows takes the name for a device";
     if (!isFolder) return "";
     if (name.find(' ') != std::string::npos) return "the name of a folder has a space, which not every reader takes";
     if (std::any_of(name.begin(), name.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80U) != 0; })) {

@@ -162,7 +162,10 @@ void addBench(Commands& commands) {
         ->take_all()
         ->expected(1);
     command.add_option("--seconds", options->plan.seconds, "for each measurement; 1 where it is left out")
-        ->check(CLI::Range(0.0, 3600.0));
+        ->check(CLI::Range(0.0, 3600.0))
+        ->check([](const std::string& text) {  // which no range refuses
+            return std::string(text.find_first_of("nN") == std::string::npos ? "" : "wanted is a number");
+        });
     command.add_option("--batch", options->plan.rows, "numbers of rows in a batch, as in 1,8,64")
         ->delimiter(',')
         ->check(CLI::Range(1, 65536));

@@ -34,16 +34,23 @@ std::vector<Kit::Finding> findingsIn(const Filepath& manifest, const Trial& tria
     return Kit::checkPackage(manifest, trial.engine->makeModel("check", {}), trial.key.data());
 }
 
+// Failures name the path themselves, and end in a full stop or not.
+Kit::Finding findingOf(const std::string& path, std::string failure) {
+    if (failure.starts_with(path + ": ")) failure.erase(0, path.size() + 2);
+    if (failure.ends_with('.')) failure.pop_back();
+    Kit::Finding finding;
+    finding.what = std::move(failure);
+    return finding;
+}
+
 Verdict verdictOn(const std::string& path, const Trial& trial) {
     try {
         const Package package(path);
         return {package.manifestText(), findingsIn(toFilepath(package.manifest()), trial)};
     } catch (const Failure& failure) {  // the other packages are checked all the same
-        Kit::Finding finding;
-        finding.what = failure.what();
-        // Failures name the path themselves.
-        if (finding.what.rfind(path + ": ", 0) == 0) finding.what.erase(0, path.size() + 2);
-        return {path, {finding}};
+        return {path, {findingOf(path, failure.what())}};
+    } catch (const std::filesystem::filesystem_error& error) {
+        return {path, {findingOf(path, reasonOf(error))}};
     }
 }
 

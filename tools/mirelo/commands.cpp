@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <set>
 #include <utility>
 
 namespace TarnoMirelo::Tool {
@@ -26,6 +27,22 @@ ExitCode Commands::run(Console& console) const {
     return chosen_(console);
 }
 
+namespace {
+
+// A shell's variable that is not set must not pass for an option that is left out. Texts for people may be empty.
+void refuseEmptyValues(CLI::App& application) {
+    const std::set<std::string> texts = {"--id", "--name", "--author", "--description"};
+    for (CLI::App* const command : application.get_subcommands([](const CLI::App*) { return true; })) {
+        for (CLI::Option* const option : command->get_options()) {
+            if (option->get_items_expected_max() == 0 || texts.contains(option->get_name())) continue;
+            option->check(
+                [](const std::string& value) { return std::string(value.empty() ? "the value is empty" : ""); });
+        }
+    }
+}
+
+}  // namespace
+
 void addCommands(Commands& commands) {
     addBench(commands);
     addCheck(commands);
@@ -38,6 +55,7 @@ void addCommands(Commands& commands) {
     addRun(commands);
     addUnpack(commands);
     addUnprotect(commands);
+    refuseEmptyValues(commands.application());
 }
 
 }  // namespace TarnoMirelo::Tool

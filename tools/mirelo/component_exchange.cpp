@@ -23,17 +23,50 @@ void ComponentExchange::want(size_t component, const std::string& path, const st
     wanted_.push_back({component, path, type, isProtected});
 }
 
-std::vector<ComponentExchange::File> ComponentExchange::files() const {
-    std::vector<File> files;
+void ComponentExchange::wantGone(size_t component, const std::string& oldPath) {
+    ManifestText::Component old = manifest_.components()[component];
+    const std::string newPath = old.path;
+    const fs::path to = manifest_.fileOf(old);
+    old.path = oldPath;
+    const fs::path from = manifest_.fileOf(old);
+    const auto isOneFile = [](const fs::path& a, const fs::path& b) {
+        return a.lexically_normal() == b.lexically_normal();
+    };
+    const bool isListed =
+        std::any_of(left_.begin(), left_.end(), [&](const File& each) { return isOneFile(each.from, from); });
+    const bool isComponents =
+        std::any_of(manifest_.components().begin(), manifest_.components().end(),
+                    [&](const ManifestText::Component& each) { return isOneFile(manifest_.fileOf(each), from); });
+    if (isListed || isComponents || !fs::is_regular_file(fs::symlink_status(from))) return;
+    left_.push_back({oldPath, newPath, from, to, true});
+}
+
+// Raises for what is in the way.
+std::vector<ComponentExchange::File> ComponentExchange::files(const IsMade& isMade) const {
+    for (const File& each : left_) {
+        if (isMade(each.from, each.to)) continue;
+        throw Failure(about() + ": \"" + each.oldPath + "\" lies beside \"" + each.newPath +
+                      "\", and with this key they do not have the same content; wanted is one of the two alone");
+    }
+    std::vector<File> files = left_;
     for (const Wanted& wanted : wanted_) {
         ManifestText::Component component = manifest_.components()[wanted.component];
         const fs::path from = manifest_.existingFileOf(component);
         const std::string oldPath = component.path;
+        if (fs::is_symlink(from)) {  // whose removal would leave the content elsewhere
+            throw Failure(about() + ": \"" + oldPath + "\" is a symbolic link, wanted is the file itself");
+        }
         component.path = wanted.path;
         const bool isShared = std::any_of(files.begin(), files.end(), [&](const File& each) {
             return each.from.lexically_normal() == from.lexically_normal();
         });
-        if (!isShared) files.push_back({oldPath, wanted.path, from, manifest_.fileOf(component)});
+        if (isShared) continue;
+        const fs::path to = manifest_.fileOf(component);
+        const fs::file_status status = fs::symlink_status(to);
+        if (fs::exists(status) && !(fs::is_regular_file(status) && isMade(from, to))) {
+            throw Failure(about() + ": \"" + wanted.path + "\" is there already, wanted is a name that is free");
+        }
+        files.push_back({oldPath, wanted.path, from, to, fs::exists(status)});
     }
     return files;
 }
@@ -63,15 +96,12 @@ void ComponentExchange::verify() const {
     require(about(), Kit::verifyPackage(toFilepath(package_.manifest()), report, options));
 }
 
-void ComponentExchange::run(const Make& make, const std::string& work, Console& console) {
-    const std::vector<File> all = files();
-    for (const File& each : all) {
-        if (!fs::exists(fs::symlink_status(each.to))) continue;
-        throw Failure(about() + ": \"" + each.newPath + "\" is there already, wanted is a name that is free");
-    }
+void ComponentExchange::run(const Make& make, const IsMade& isMade, const std::string& work, Console& console) {
+    const std::vector<File> all = files(isMade);
     verify();
     for (size_t i = 0; i < all.size(); ++i) {
         checkInterrupt();
+        if (all[i].isThere) continue;
         console.progress(work + " " + all[i].oldPath, static_cast<double>(i) / static_cast<double>(all.size()));
         made_.push_back(all[i].to);
         make(all[i].from, all[i].to);
@@ -83,7 +113,7 @@ void ComponentExchange::run(const Make& make, const std::string& work, Console& 
     }
     checkInterrupt();
     syncNewFiles(all);
-    manifest_.save();
+    if (!wanted_.empty()) manifest_.save();
     made_.clear();
     if (!Platform::syncDirectory(package_.manifest().parent_path())) {
         throw Failure(about() + ": the new manifest may not be on the disk yet, so the old files were left there");

@@ -2,6 +2,7 @@
 
 #include <TarnoMirelo/status.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -24,6 +25,9 @@ struct Failure : std::runtime_error {
 struct WrongUsage : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+/// What the system refused, for people: the path and the reason.
+std::string reasonOf(const std::filesystem::filesystem_error& error);
 
 /// Raises `Failure` with the thing and what the library says of it, unless that is a success or a warning.
 void require(const std::string& thing, const MireloStatus& status);

@@ -33,19 +33,14 @@ struct Entry {
     Content content;
 };
 
-std::string digestOf(const fs::path& file) {
-    std::string digest;
-    require(toText(file), Kit::sha256OfFile(toFilepath(file), digest));
-    return digest;
-}
-
-Content contentOf(const fs::path& path) {
+Content contentOf(const fs::path& path) try {
     Content content;
     const fs::file_status status = fs::status(path);
     if (fs::is_regular_file(status)) {
         content.files = 1;
         content.bytes = fs::file_size(path);
-        content.sha256 = digestOf(path);
+        const MireloStatus read = Kit::sha256OfFile(toFilepath(path), content.sha256);
+        if (!read.ok()) content.problem = "it can't be read: " + Kit::describe(read);
     } else if (fs::is_directory(status)) {
         content.isFolder = true;
         for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path)) {
@@ -57,6 +52,10 @@ Content contentOf(const fs::path& path) {
     } else {
         content.problem = fs::exists(status) ? "it is neither a file nor a folder" : "nothing is there";
     }
+    return content;
+} catch (const fs::filesystem_error& error) {
+    Content content;
+    content.problem = "it can't be read: " + error.code().message();
     return content;
 }
 

@@ -1,10 +1,14 @@
 #include "keys.h"
 
 #include "failure.h"
+#include "interrupt.h"
 #include "kit/src/platform.h"
 #include "paths.h"
 
 #include <TarnoMirelo/files.h>
+
+#include <algorithm>
+#include <cstring>
 
 namespace TarnoMirelo::Tool {
 
@@ -31,5 +35,23 @@ Kit::SecretBytes readKey(const std::string& file) {
 }
 
 Kit::SecretBytes readKeyIfNamed(const std::string& file) { return file.empty() ? Kit::SecretBytes() : readKey(file); }
+
+bool holds(const std::filesystem::path& container, const Kit::SecretBytes& key, const std::filesystem::path& plain) {
+    Kit::SecretBytes content;
+    const MireloStatus status = Kit::unprotectFile(toFilepath(container), key.data(), content);
+    if (status.getCode() == MODEL_METADATA_ERROR) return false;
+    require(toGenericText(container), status);
+    Kit::Platform::InputFile file(toFilepath(plain));
+    if (file.size() != content.size()) return false;
+    Kit::SecretBytes piece(std::min<uint64_t>(content.size(), 1U << 20U));
+    for (uint64_t done = 0; done < content.size();) {
+        checkInterrupt();
+        const uint64_t wanted = std::min<uint64_t>(content.size() - done, piece.size());
+        if (file.read(piece.data(), wanted) != wanted) return false;
+        if (std::memcmp(piece.data(), content.data() + done, wanted) != 0) return false;
+        done += wanted;
+    }
+    return true;
+}
 
 }  // namespace TarnoMirelo::Tool

@@ -3,13 +3,12 @@
 #include <TarnoMirelo/kit/protection.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <string>
 
 namespace TarnoMirelo::Tool {
 
 inline constexpr uint64_t kKeyBytes = 16;
-/// At the end of the names of protected files.
-inline constexpr const char* kProtectedSuffix = ".protected";
 
 /// What `protect` and `unprotect` are told.
 struct ProtectionOptions {
@@ -26,5 +25,8 @@ CLI::Option* addKeyOption(CLI::App& command, std::string& keyFile);
 Kit::SecretBytes readKey(const std::string& file);
 /// Likewise; no bytes where no file is named.
 Kit::SecretBytes readKeyIfNamed(const std::string& file);
+
+/// Whether a container opens with the key to the bytes of a plain file. Raises `Failure` where that can't be told.
+bool holds(const std::filesystem::path& container, const Kit::SecretBytes& key, const std::filesystem::path& plain);
 
 }  // namespace TarnoMirelo::Tool

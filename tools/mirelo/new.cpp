@@ -98,6 +98,9 @@ void tryToLoad(const fs::path& folder, const Options& options) {
 
 ExitCode makePackage(const Options& options, Console& console) {
     const fs::path network = toPath(options.network);
+    if (!fs::is_regular_file(network)) {
+        throw Failure(options.network + ": there is no such file, wanted is an ONNX network");
+    }
     const fs::path folder = toPlainPath(options.folder);
     if (fs::exists(fs::symlink_status(folder))) {
         throw Failure(options.folder + ": something is there already, wanted is a new folder");

@@ -8,6 +8,8 @@
 namespace TarnoMirelo::Tool {
 namespace {
 
+namespace fs = std::filesystem;
+
 struct Options {
     std::string folder;
     std::string archive;
@@ -27,14 +29,23 @@ ExitCode reportProblems(const Options& options, const ArchivePlan& plan, Console
     throw Failure(text);
 }
 
+// The next call would pack this one's archive.
+void refuseArchiveInside(const Options& options) {
+    const fs::path folder = fs::weakly_canonical(toPlainPath(options.folder));
+    const fs::path archive = fs::weakly_canonical(toPlainPath(options.archive));
+    if (std::mismatch(folder.begin(), folder.end(), archive.begin(), archive.end()).first != folder.end()) return;
+    throw Failure(options.archive + ": it would lie in the folder that is packed, wanted is another place");
+}
+
 ExitCode pack(const Options& options, Console& console) {
+    refuseArchiveInside(options);
     const ArchivePlan plan = planArchive(options.folder);
     if (!plan.problems.empty()) return reportProblems(options, plan, console);
-    const std::filesystem::path path = toPath(options.archive);
+    const fs::path path = toPath(options.archive);
     PartialFile archive(path, options.force);
     writeArchive(plan, archive, console);
     checkArchive(plan, archive.temporaryPath(), console);
-    const uint64_t bytes = std::filesystem::file_size(archive.temporaryPath());
+    const uint64_t bytes = fs::file_size(archive.temporaryPath());
     std::string digest;
     require(options.archive, Kit::sha256OfFile(toFilepath(archive.temporaryPath()), digest));
     archive.keep();

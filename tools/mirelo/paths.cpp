@@ -22,6 +22,13 @@ std::string randomName() {
     return name;
 }
 
+std::filesystem::path folderForTemporaryFiles() {
+    std::error_code error;
+    std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+    if (error) throw Failure("the folder for temporary files, which TMPDIR or TEMP names: " + error.message());
+    return folder;
+}
+
 }  // namespace
 
 std::filesystem::path toPath(const std::string& text) { return std::u8string(text.begin(), text.end()); }
@@ -89,8 +96,7 @@ void PartialFile::keep() {
     temporary_.clear();
 }
 
-TemporaryFolder::TemporaryFolder()
-    : TemporaryFolder(std::filesystem::temp_directory_path() / ("mirelo-" + randomName())) {
+TemporaryFolder::TemporaryFolder() : TemporaryFolder(folderForTemporaryFiles() / ("mirelo-" + randomName())) {
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
 }
 

@@ -1,6 +1,7 @@
 #include "platform.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -10,7 +11,11 @@
 
 namespace TarnoMirelo::Tool::Platform {
 
-void prepareStandardStreams() {}  // they write bytes as they are
+void prepareStandardStreams() {
+    // They write bytes as they are. A reader that goes away must not end the tool before it has removed its temporary
+    // files: writing fails, and that is told.
+    std::signal(SIGPIPE, SIG_IGN);  // NOLINT(cert-err33-c): there is nothing to do about a failure here
+}
 
 bool isTerminal(std::FILE* stream) {
     const char* const kind = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe): nobody changes the environment

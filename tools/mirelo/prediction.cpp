@@ -161,6 +161,12 @@ MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& fil
                                const std::optional<Filling>& filling, std::string& missing) {
     requireInputNames(files, target.inputs);
     if (filling) requireInputNames(filling->shapes, target.inputs);
+    for (const auto& [name, file] : files) {
+        if (!filling || !filling->shapes.contains(name)) continue;
+        throw Failure(
+            std::string("Input \"").append(name).append("\": --shape is for inputs without a file, and ").append(file) +
+            " has a shape");
+    }
     MireloModel::Inputs inputs;
     for (const ModelFeatureDescriptor& descriptor : target.inputs) {
         if (const auto file = files.find(descriptor.name()); file != files.end()) {

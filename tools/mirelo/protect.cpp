@@ -1,11 +1,13 @@
 #include "commands.h"
 #include "component_exchange.h"
 #include "keys.h"
+#include "kit/src/component_files.h"
 
 namespace TarnoMirelo::Tool {
 namespace {
 
 ExitCode protect(const ProtectionOptions& options, Console& console) {
+    const std::string suffix(Kit::kProtectedSuffix);
     const Kit::SecretBytes key = readKey(options.keyFile);
     ComponentExchange exchange(options.path);
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
@@ -16,14 +18,18 @@ ExitCode protect(const ProtectionOptions& options, Console& console) {
                 "\" is a folder, which can't be protected as it is. Pack what is in it with \"mirelo pack\", name the "
                 "archive as a component of type \"file\", protect that, and write \"secured_tar\" for its type");
         }
-        if (components[i].type != ComponentKind::File) continue;
-        exchange.want(i, components[i].path + kProtectedSuffix, ComponentKind::SecuredFile, true);
+        if (components[i].type == ComponentKind::File) {
+            exchange.want(i, components[i].path + suffix, ComponentKind::SecuredFile, true);
+        } else if (components[i].type == ComponentKind::SecuredFile && components[i].path.ends_with(suffix)) {
+            exchange.wantGone(i, components[i].path.substr(0, components[i].path.size() - suffix.size()));
+        }
     }
     if (exchange.empty()) throw Failure(exchange.about() + ": no component is a plain file, wanted is one at least");
     exchange.run(
         [&key](const std::filesystem::path& from, const std::filesystem::path& to) {
             require(toGenericText(from), Kit::protectFile(toFilepath(from), key.data(), toFilepath(to)));
         },
+        [&key](const std::filesystem::path& from, const std::filesystem::path& to) { return holds(to, key, from); },
         "protecting", console);
     return kDone;
 }

@@ -8,6 +8,7 @@
 #include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
+#include <charconv>
 
 namespace TarnoMirelo::Tool {
 namespace {
@@ -55,12 +56,31 @@ std::string fileNameOf(const std::string& output) {
     throw Failure("Output \"" + name + "\": another one has the file " + fileName);
 }
 
+// Makes the folder where nothing is there yet, and removes it again if it stays empty.
+class OutputFolder {
+ public:
+    OutputFolder(fs::path path, const std::string& about) : path_(std::move(path)) {
+        std::error_code error;
+        isNew_ = fs::create_directory(path_, error);
+        if (fs::is_directory(path_)) return;
+        throw Failure(about + ": the folder can't be made: " + (error ? error.message() : "a file is there"));
+    }
+    OutputFolder(const OutputFolder&) = delete;
+    OutputFolder& operator=(const OutputFolder&) = delete;
+    ~OutputFolder() {
+        std::error_code ignored;  // it holds the results
+        if (isNew_) fs::remove(path_, ignored);
+    }
+
+ private:
+    fs::path path_;
+    bool isNew_;
+};
+
 // All of them, or none.
 Json writeOutputs(const MireloModel::Outputs& outputs, const Options& options) {
     const fs::path folder = toPath(options.output);
-    std::error_code error;
-    fs::create_directory(folder, error);
-    if (!fs::is_directory(folder)) throw Failure(options.output + ": the folder can't be made");
+    const OutputFolder made(folder, options.output);
     std::map<std::string, std::unique_ptr<PartialFile>> files;
     Json results = Json::array();
     for (const std::shared_ptr<MireloFeature>& output : outputs) {
@@ -109,6 +129,14 @@ ExitCode run(const Options& options, Console& console) {
     return kDone;
 }
 
+// What the parser of options takes for a number, it takes modulo 2^64.
+std::string refusalOfSeed(const std::string& text) {
+    uint64_t seed = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seed);
+    if (error == std::errc() && end == text.data() + text.size()) return "";
+    return "found is \"" + text + "\", wanted is a whole number from 0 to 18446744073709551615";
+}
+
 }  // namespace
 
 void addRun(Commands& commands) {
@@ -125,7 +153,8 @@ void addRun(Commands& commands) {
         ->expected(1);
     auto* const random =
         command.add_option("--random", options->seed, "random elements, of that seed, where there is no --input")
-            ->type_name("SEED");
+            ->type_name("SEED")
+            ->check(refusalOfSeed);
     command.add_flag("--zeros", options->zeros, "zeros where there is no --input")->excludes(random);
     command.add_option("--shape", options->shapes, "NAME=1,3,224: the shape of such an input")
         ->type_name("NAME=DIMENSIONS")

@@ -67,6 +67,9 @@ int runTool(const std::vector<std::string>& arguments) {
     } catch (const WrongUsage& wrong) {
         console.printError(wrong.what());
         return kWrongUsage;
+    } catch (const std::filesystem::filesystem_error& error) {
+        console.printError(reasonOf(error));
+        return kFailed;
     } catch (const std::bad_alloc&) {
         console.printError("there is not enough memory");
         return kFailed;

@@ -23,6 +23,8 @@ ExitCode unpack(const Options& options, Console& console) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(unpacked.path())) {
         ++(entry.is_directory() ? folders : files);
     }
+    if (folders == 0 && files == 0)
+        throw Failure(options.archive + ": the archive has no entry, wanted is one at least");
     unpacked.renameTo(folder);
     if (console.json()) {
         console.printJson({{"folder", options.folder}, {"folders", folders}, {"files", files}});

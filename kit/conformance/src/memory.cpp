@@ -159,19 +159,18 @@ void endOfTheModel(Trial& trial) {
 std::vector<Row> memoryRows() {
     return {
         {"MemoryAfterRegistration", "the first operation after a registration", SUCCESS,
-         "the record knows of the model's memory; until then it is empty", memoryAfterRegistration},
-        {"MemoryOfLoad", "a load of a registered model, and loads and predictions again", SUCCESS,
-         "the record knows of the last load's network alone", memoryOfLoad},
-        {"MemoryOfUnload", "an unload", SUCCESS, "exactly what the model had reported is taken back, once",
-         memoryOfUnload},
-        {"MemoryOfFailedLoad", "a load that fails", SUCCESS, "what the load before had reported is taken back",
+         "the record shows the model's memory; until then it is empty", memoryAfterRegistration},
+        {"MemoryOfLoad", "a load of a registered model, then further loads and predictions", SUCCESS,
+         "the record shows the network of the last load only", memoryOfLoad},
+        {"MemoryOfUnload", "an unload", SUCCESS, "exactly what the model reported is taken back, once", memoryOfUnload},
+        {"MemoryOfFailedLoad", "a load that fails", SUCCESS, "what the previous load reported is taken back",
          memoryOfFailedLoad},
-        {"MemoryOfNewRecord", "another registration", SUCCESS, "the new record knows of all the memory",
+        {"MemoryOfNewRecord", "another registration", SUCCESS, "the new record shows all of the model's memory",
          memoryOfNewRecord},
-        {"MemoryOfSeveralModels", "two models on one device", SUCCESS, "each record knows of its own model alone",
+        {"MemoryOfSeveralModels", "two models on one device", SUCCESS, "each record shows its own model only",
          memoryOfSeveralModels},
-        {"EndOfTheModel", "an unload through the manager", SUCCESS, "the model ends with the last one who holds it",
-         endOfTheModel},
+        {"EndOfTheModel", "an unload through the manager", SUCCESS,
+         "the model is destroyed with the last reference to it", endOfTheModel},
     };
 }
 

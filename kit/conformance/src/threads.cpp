@@ -94,9 +94,8 @@ void overlappingOperations(Trial& trial) {
 
 std::vector<Row> threadRows() {
     return {
-        {"DistinctModels", "a model of its own for each of several threads", SUCCESS, "the expected results",
-         distinctModels},
-        {"OverlappingOperations", "one model for several threads, where the backend allows that", SUCCESS,
+        {"DistinctModels", "several threads, each with its own model", SUCCESS, "the expected results", distinctModels},
+        {"OverlappingOperations", "several threads on one model, where the backend allows that", SUCCESS,
          "the expected results", overlappingOperations},
     };
 }

@@ -24,6 +24,8 @@ install(FILES ${PROJECT_BINARY_DIR}/sdk-core.pc ${PROJECT_BINARY_DIR}/sdk-core-k
 
 # What is shipped and written by others.
 install(FILES THIRD-PARTY-NOTICES.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+# For the kit's archive, in a Debian package of its own.
+install(FILES THIRD-PARTY-NOTICES.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libsdk-core-dev COMPONENT development EXCLUDE_FROM_ALL)
 if(TARGET TarnoMirelo::onnxruntime AND OnnxRuntime_BUNDLED)
     get_filename_component(engine_folder ${OnnxRuntime_LIBRARY} DIRECTORY)
     install(FILES ${engine_folder}/../LICENSE ${engine_folder}/../ThirdPartyNotices.txt

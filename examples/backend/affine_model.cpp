@@ -1,8 +1,8 @@
 #include "affine_model.h"
 
 #include <TarnoMirelo/kit/batch_run.h>
+#include <TarnoMirelo/kit/bindings.h>
 #include <TarnoMirelo/kit/components.h>
-#include <TarnoMirelo/kit/outputs.h>
 #include <TarnoMirelo/kit/texts.h>
 
 #include <string>
@@ -68,7 +68,7 @@ MireloStatus AffineModel::read(const std::vector<ModelComponent>& components) {
     }
     status = checkManifest(inputs, inputs[0].shape);
     if (status.ok()) status = checkManifest(outputs, inputs[0].shape);
-    if (status.ok()) loaded_ = std::make_unique<Loaded>(Loaded{std::move(*network), inputs, outputs});
+    if (status.ok()) loaded_ = std::make_shared<const Loaded>(Loaded{std::move(*network), inputs, outputs});
     return status;
 }
 
@@ -103,33 +103,82 @@ MireloStatus AffineModel::onPredictBatch(const Inputs& inputs, Outputs& outputs)
     }
 }
 
-MireloStatus AffineModel::run(const Inputs& inputs, Outputs& outputs, int64_t rows) const {
-    const auto& [network, inputPorts, outputPorts] = *loaded_;
-    Kit::InputTensors x;
-    MireloStatus status = inputPorts.arrange(inputs, rows, x);
+// Checks everything, and changes nothing of the host's but the shapes of outputs that are open.
+MireloStatus AffineModel::prepare(const Inputs& inputs, const Outputs& outputs, int64_t rows, Tensors& tensors) const {
+    Kit::InputTensors& x = tensors.inputs;
+    MireloStatus status = loaded_->inputs.arrange(inputs, rows, x);
     if (!status.ok()) return status;
     const TensorShape& shape = x[0]->shape();
     for (size_t i = 1; i < x.size(); ++i) {  // the manifest leaves variable dimensions open
         if (x[i]->shape() == shape) continue;
         const std::string found = Kit::toText(x[i]->shape());
-        return {INVALID_SHAPE, inputPorts.about(i, "the shape is " + found + ", wanted is " + Kit::toText(shape))};
+        const std::string wrong = "the shape is " + found + ", wanted is " + Kit::toText(shape);
+        return {INVALID_SHAPE, loaded_->inputs.about(i, wrong)};
     }
+    const std::vector<Kit::Result> results(loaded_->outputs.size(), {DataType::Float, shape});
+    return Kit::prepareOutputs(loaded_->inputs, x, loaded_->outputs, results, outputs, rows, tensors.outputs);
+}
 
-    const std::vector<Kit::Result> results(outputPorts.size(), {DataType::Float, shape});
-    Kit::PreparedOutputs y;
-    status = Kit::prepareOutputs(inputPorts, x, outputPorts, results, outputs, rows, y);
-    if (!status.ok()) return status;
-
+void AffineModel::compute(const Loaded& loaded, const Tensors& tensors) {
     std::vector<const float*> from;
-    for (const auto& tensor : x) from.push_back(reinterpret_cast<const float*>(tensor->buffer()));
+    for (const auto& tensor : tensors.inputs) from.push_back(reinterpret_cast<const float*>(tensor->buffer()));
     std::vector<float*> to;
-    for (const auto& tensor : y.tensors) {  // null for an output that the host did not ask for
+    for (const auto& tensor : tensors.outputs.tensors) {
         to.push_back(tensor == nullptr ? nullptr : reinterpret_cast<float*>(tensor->buffer()));
     }
-    network.run(from, to, static_cast<size_t>(shape.size()));
-    outputs = std::move(y.features);
+    loaded.network.run(from, to, static_cast<size_t>(tensors.inputs[0]->shape().size()));
+}
+
+MireloStatus AffineModel::run(const Inputs& inputs, Outputs& outputs, int64_t rows) const {
+    Tensors tensors;
+    MireloStatus status = prepare(inputs, outputs, rows, tensors);
+    if (!status.ok()) return status;
+    compute(*loaded_, tensors);
+    outputs = std::move(tensors.outputs.features);
     reportMemory();
     return success();
+}
+
+// What an evaluation uses, whatever the host does to its list of features meanwhile.
+struct AffineModel::Binding : MireloBinding {
+    std::shared_ptr<const Loaded> loaded;
+    Tensors tensors;
+    Kit::BoundTensors bound;
+};
+
+MireloStatus AffineModel::onBind(const Inputs& inputs, Outputs& outputs, std::shared_ptr<MireloBinding>& binding) const
+    try {
+    if (loaded_ == nullptr) return notLoaded();
+    auto own = std::make_unique<Binding>();
+    own->loaded = loaded_;
+    const MireloStatus status = prepare(inputs, outputs, 1, own->tensors);
+    if (!status.ok()) return status;
+    for (const auto& tensor : own->tensors.inputs) own->bound.add(tensor);
+    for (const auto& tensor : own->tensors.outputs.tensors) own->bound.add(tensor);
+    Outputs features = own->tensors.outputs.features;
+    auto made = Kit::handOut(std::move(own));
+    reportMemory();
+    outputs = std::move(features);
+    binding = std::move(made);
+    return success();
+} catch (...) {
+    return getStatusFromCurrentException();
+}
+
+MireloStatus AffineModel::onEvaluate(std::shared_ptr<MireloBinding>& binding) const try {
+    const Binding* const own = Kit::ownBinding<Binding>(binding);
+    if (loaded_ == nullptr) return notLoaded();
+    if (own == nullptr || own->loaded != loaded_) {
+        return {INVALID_OPERATION, "Wanted is a binding that this model has made since it was loaded"};
+    }
+    if (!own->bound.areInPlace()) {
+        return {INVALID_OPERATION, "A bound tensor has another buffer or shape: bind it again"};
+    }
+    compute(*loaded_, own->tensors);
+    reportMemory();
+    return success();
+} catch (...) {
+    return getStatusFromCurrentException();
 }
 
 void AffineModel::reportMemory() const {

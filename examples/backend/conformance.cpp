@@ -13,7 +13,6 @@ Conformance::Backend describe() {
     };
     backend.packageFolder = PACKAGES;
     backend.packages = {"blend", "open_shape"};
-    backend.binds = false;
     backend.setsBatchSize = false;
     backend.mayOverlap = true;
     return backend;

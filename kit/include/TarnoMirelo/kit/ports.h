@@ -59,11 +59,13 @@ class Ports {
  public:
     /// One input or output, taken apart for the checks.
     struct Port {
-        ModelFeatureDescriptor descriptor;        ///< as the target has it
-        std::string name;                         ///< of the descriptor
-        DataType dataType = DataType::Undefined;  ///< Undefined: every type that has elements
-        TensorShape shape;                        ///< of one row
-        bool required = true;                     ///< whether a prediction needs a value for it
+        ModelFeatureDescriptor descriptor;  ///< as the target has it
+        std::string name;                   ///< of the descriptor
+        /// The declared type; `Undefined` with `ElementTypes::Any`: every type that has elements. `descriptor` has the
+        /// declared one then.
+        DataType dataType = DataType::Undefined;
+        TensorShape shape;     ///< of one row
+        bool required = true;  ///< whether a prediction needs a value for it
 
         /// The shape of that many rows in one tensor: a leading 1 gives way to `rows`.
         TensorShape shapeOf(int64_t rows) const;

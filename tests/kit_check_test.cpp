@@ -18,10 +18,12 @@ using namespace TarnoMirelo::Kit;
 
 namespace {
 
-std::string baseManifest() {
-    std::ifstream file(TEST_DATA "/manifest_base.json", std::ios::binary);
+std::string textOf(const char* name) {
+    std::ifstream file(std::string(TEST_DATA) + name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
+
+std::string baseManifest() { return textOf("/manifest_base.json"); }
 
 std::string print(const std::vector<Finding>& findings) {
     std::ostringstream out;
@@ -55,7 +57,10 @@ std::string check(const std::string& what, const std::string& with) {
 
 }  // namespace
 
-TEST(KitCheck, FindsNothingInASoundManifest) { EXPECT_EQ(print(checkManifestText(baseManifest())), ""); }
+TEST(KitCheck, FindsNothingInASoundManifest) {
+    EXPECT_EQ(print(checkManifestText(baseManifest())), "");
+    EXPECT_EQ(print(checkManifestText(textOf("/manifest_open.json"))), "");
+}
 
 TEST(KitCheck, FindsEveryMistakeAtItsPlace) {
     const std::vector<TextCase> cases = readCases(TEST_DATA "/manifest_mistakes.txt");

@@ -223,8 +223,9 @@ constexpr KeyRule kTensorKeys[] = {
     {.key = "shape",
      .kind = Kind::List,
      .required = true,
-     .meaning = "the dimensions, outermost first; -1 for one that is known only at run time, [] for a single element",
-     .advice = "List the dimensions as whole numbers from 1, outermost first; -1 for one that is fixed at run time.",
+     .meaning = "the dimensions, outermost first; -1 for one that is left open, except in the first input; [] for a "
+                "single element",
+     .advice = "List the dimensions as whole numbers from 1, outermost first; -1 for one that is left open.",
      .least = kVariableDimension,
      .most = kMaxInt32},
     {.key = "dataType",

@@ -480,13 +480,16 @@ class StrictReader {
         if (!shape_.fits(bytesOf(tensor.choice))) {
             shape(Severity::Error, {"The tensor is too large for any memory", "more than 2^63-1 bytes",
                                     "at most 2^63-1 bytes", "Write the network's own dimensions."});
-        } else if (isFirstInput && shape_.variable % 2 == 1) {
-            shape(Severity::Error, {"validate refuses it: the product of the first input's dimensions is below 1",
-                                    countOf(shape_.variable), "no -1 in the first input",
-                                    "Write 1 in place of -1, or put an input first that has no -1."});
+        } else if (isFirstInput && shape_.variable > 0) {
+            const bool isRefused = shape_.variable % 2 == 1;
+            shape(isRefused ? Severity::Error : Severity::Warning,
+                  {isRefused ? "validate refuses it: the product of the first input's dimensions is below 1"
+                             : "Dimensions of the first input are left open",
+                   countOf(shape_.variable), "no -1 in the first input",
+                   "Write a number from 1 in place of each -1, or list an input without -1 first: the order is free."});
         } else if (shape_.variable > 1) {
-            shape(Severity::Warning, {"Several dimensions are fixed at run time", countOf(shape_.variable),
-                                      "one at most", "Fix all but one: few hosts know how to choose several."});
+            shape(Severity::Warning, {"Several dimensions are left open", countOf(shape_.variable), "one at most",
+                                      "Fix all but one: few hosts know how to choose several."});
         }
     }
 

@@ -85,13 +85,20 @@ void copyFile(const fs::path& from, const fs::path& to) {
                   first.name() + "=" + fixed + "\"");
 }
 
+// An even number of -1 passes `validate`.
+bool leavesOpen(const ModelFeatureDescriptor& input) {
+    const std::vector<int64_t> dimensions = input.tensorDescriptor().shape().shapeVector();
+    return std::find(dimensions.begin(), dimensions.end(), -1) != dimensions.end();
+}
+
 // The engine takes what was written.
 void tryToLoad(const fs::path& folder, const Options& options) {
     const Package package(toText(folder));
     ModelMetadata metadata;
     package.load(metadata);
     const MireloModel::Components components = metadata.getModelCompoents(MireloModelType::WinML);
-    if (!metadata.validate(MireloModelType::WinML).ok()) refuseFirstInput(std::get<ModelTarget>(components));
+    const auto& target = std::get<ModelTarget>(components);
+    if (!metadata.validate(MireloModelType::WinML).ok() || leavesOpen(target.inputs.front())) refuseFirstInput(target);
     const auto model = std::make_shared<OnnxRuntime::Model>("new", MireloModelType::WinML, silentConfig());
     require(options.network, model->load(components));
 }

@@ -65,7 +65,6 @@ void addRefusal(std::vector<Finding>& findings, const std::string& step, const M
     finding.what = step + (isWarning ? " gives a warning" : " fails");
     finding.found = excerpt(describe(status), kLongestStatus);
     while (finding.found.ends_with('.')) finding.found.pop_back();
-    finding.wanted = "SUCCESS";
     finding.advice = "Compare the target with the network.";
 }
 
@@ -81,7 +80,7 @@ bool works(std::vector<Finding>& findings, const char* name, const Step& step) {
     return status.getCode() == SUCCESS || status.getCode() == WARNING;
 }
 
-// Gives inputs of variable shape a buffer: the dimensions that are fixed at run time are 1.
+// Gives inputs of variable shape a buffer: the dimensions that are left open are 1.
 MireloStatus fixShapes(const MireloModel::Outputs& inputs) {
     for (const auto& input : inputs) {
         const std::shared_ptr<ITensor> tensor = input->asTensor();
@@ -101,10 +100,19 @@ void tryPrediction(std::vector<Finding>& findings, const std::shared_ptr<MireloM
         return status.ok() ? fixShapes(inputs) : status;
     });
     if (!prepared) return;
-    works(findings, "A prediction on zeros", [&] {
+    MireloStatus status;
+    const bool predicts = works(findings, "A prediction on zeros", [&] {
         MireloModel::Outputs outputs;
-        return model->predict({inputs.begin(), inputs.end()}, outputs);
+        status = model->predict({inputs.begin(), inputs.end()}, outputs);
+        return status;
     });
+    if (predicts || status.getCode() != ML_FRAMEWORK_ERROR) return;
+    Finding& refusal = findings.back();
+    refusal.severity = Severity::Warning;
+    refusal.what = "Loading works, but the engine fails to predict on zeros";
+    refusal.advice =
+        "If the network can't take zeros, or 1 for an open dimension, try real data: mirelo run --input. Otherwise compare "
+        "the target with the network.";
 }
 
 }  // namespace
@@ -112,7 +120,8 @@ void tryPrediction(std::vector<Finding>& findings, const std::shared_ptr<MireloM
 std::string toText(const Finding& finding) {
     std::string text = finding.severity == Severity::Error ? "error: " : "warning: ";
     text += finding.what + '.';
-    if (!finding.found.empty()) text += " Found " + finding.found + ", wanted " + finding.wanted + '.';
+    if (!finding.found.empty())
+        text += " Found " + finding.found + (finding.wanted.empty() ? "." : ", wanted " + finding.wanted + '.');
     if (!finding.advice.empty()) text += ' ' + finding.advice;
     return text;
 }

@@ -3,6 +3,7 @@
 #include "interrupt.h"
 #include "keys.h"
 #include "package.h"
+#include "prediction.h"
 
 #include <TarnoMirelo/kit/check.h>
 
@@ -29,11 +30,6 @@ struct Verdict {
     std::vector<Kit::Finding> findings;
 };
 
-std::vector<Kit::Finding> findingsIn(const Filepath& manifest, const Trial& trial) {
-    if (trial.engine == nullptr) return Kit::checkManifest(manifest);
-    return Kit::checkPackage(manifest, trial.engine->makeModel("check", {}), trial.key.data());
-}
-
 // Failures name the path themselves, and end in a full stop or not.
 Kit::Finding findingOf(const std::string& path, std::string failure) {
     if (failure.starts_with(path + ": ")) failure.erase(0, path.size() + 2);
@@ -41,6 +37,21 @@ Kit::Finding findingOf(const std::string& path, std::string failure) {
     Kit::Finding finding;
     finding.what = std::move(failure);
     return finding;
+}
+
+std::vector<Kit::Finding> findingsIn(const Filepath& manifest, const Trial& trial) {
+    if (trial.engine == nullptr) return Kit::checkManifest(manifest);
+    ModelMetadata metadata;
+    std::string missingKey;
+    if (trial.key.size() == 0 && metadata.load(manifest).ok() && metadata.validate(MireloModelType::WinML).ok()) {
+        missingKey = missingKeyOf(std::get<ModelTarget>(metadata.getModelCompoents(MireloModelType::WinML)));
+    }
+    if (missingKey.empty()) {
+        return Kit::checkPackage(manifest, trial.engine->makeModel("check", {}), trial.key.data());
+    }
+    std::vector<Kit::Finding> findings = Kit::checkManifest(manifest);
+    if (!Kit::hasErrors(findings)) findings.push_back(findingOf("", missingKey));
+    return findings;
 }
 
 Verdict verdictOn(const std::string& path, const Trial& trial) {

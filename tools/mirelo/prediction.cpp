@@ -62,16 +62,16 @@ void fillRandomly(ITensor& tensor, uint64_t seed) {
     }
 }
 
-// The backends would say that the key is zero.
-void requireKeyless(const Package& package, const ModelTarget& target) {
-    for (const ModelComponent& component : target.components) {
-        if (component.type.rfind("secured_", 0) != 0) continue;
-        throw Failure(package.manifestText() + ": component \"" + component.name +
-                      "\" is protected, wanted is its key: --key-file FILE");
-    }
-}
-
 }  // namespace
+
+// The backends would say that the key is zero.
+std::string missingKeyOf(const ModelTarget& target) {
+    for (const ModelComponent& component : target.components) {
+        if (!component.type.starts_with("secured_")) continue;
+        return "component \"" + component.name + "\" is protected, wanted is its key: --key-file FILE";
+    }
+    return "";
+}
 
 MireloModel::Components runnableTarget(const Package& package, const std::string& keyFile, ModelMetadata& metadata) {
     const Kit::SecretBytes key = readKeyIfNamed(keyFile);
@@ -81,7 +81,8 @@ MireloModel::Components runnableTarget(const Package& package, const std::string
     if (status.ok() && key.size() != 0) status = Kit::setProtectionKey(metadata, MireloModelType::WinML, key.data());
     require(package.manifestText(), status);
     MireloModel::Components components = metadata.getModelCompoents(MireloModelType::WinML);
-    if (key.size() == 0) requireKeyless(package, std::get<ModelTarget>(components));
+    const std::string missing = key.size() == 0 ? missingKeyOf(std::get<ModelTarget>(components)) : "";
+    if (!missing.empty()) throw Failure(package.manifestText() + ": " + missing);
     return components;
 }
 

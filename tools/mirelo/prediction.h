@@ -17,6 +17,9 @@ namespace TarnoMirelo::Tool {
 /// @param keyFile  of a protected package's key; empty: none
 MireloModel::Components runnableTarget(const Package& package, const std::string& keyFile, ModelMetadata& metadata);
 
+/// Says of which protected component the key is missing; empty where none is protected.
+std::string missingKeyOf(const ModelTarget& target);
+
 /// Options of the form NAME=VALUE; the name may hold a "=" of its own.
 using NamedValues = std::map<std::string, std::string>;
 /// Raises `WrongUsage` for one without "=", and for a name that comes twice.

@@ -33,8 +33,8 @@ struct Finding {
     uint64_t line = 0;    ///< from 1; 0 where it is no place in a text
     uint64_t column = 0;  ///< in characters, from 1; 0 likewise
     std::string what;     ///< what is wrong, as in "The key is not known"
-    std::string found;    ///< what is there; empty, as `wanted` is, where `what` says all
-    std::string wanted;   ///< what may stand there
+    std::string found;    ///< what is there; empty where `what` says all
+    std::string wanted;   ///< what may stand there; empty where `found` is, and where a backend refuses
     std::string advice;   ///< what to do, as in `Write "name".`
 };
 
@@ -58,7 +58,8 @@ std::vector<Finding> checkManifest(const Filepath& manifest);
 std::vector<Finding> checkManifestText(std::string_view text);
 
 /// As `checkManifest`. If there is no error, has the backend load the target of the model's type, and predicts once:
-/// inputs are zero, and a dimension that is fixed at run time is 1. What a step refuses is a finding.
+/// inputs are zero, and a dimension that is left open is 1. What a step refuses is a finding. If loading works and the
+/// engine fails to predict (`ML_FRAMEWORK_ERROR`), that is a warning: the network may only refuse zeros.
 /// @param model  not registered; it is unloaded at the end. Null is refused by a finding.
 /// @param key    of the protected components, 16 bytes; null: none is protected. Where there is a key and no protected
 ///               component, that is a finding.

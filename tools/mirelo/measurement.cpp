@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "interrupt.h"
 #include "paths.h"
+#include "prediction.h"
 
 #include <TarnoMirelo/kit/manager.h>
 
@@ -44,7 +45,8 @@ class Bench {
         measured.engine = engine_.name;
         measured.firstLoad = timeLoad({});
         measured.furtherLoad = medianLoad({});
-        if (engine_.keepsCache) {
+        // No backend keeps what is protected on the disk.
+        if (engine_.keepsCache && missingKeyOf(std::get<ModelTarget>(components_)).empty()) {
             const TemporaryFolder cache;
             EngineSettings settings;
             settings.cacheDirectory = cache.path();

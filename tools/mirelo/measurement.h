@@ -29,11 +29,12 @@ struct Rate {
 /// Times are in milliseconds.
 struct Measurement {
     const char* engine = "";
-    std::string problem;               ///< why there is nothing else; empty: there is
-    double firstLoad = 0;              ///< in this process
-    double furtherLoad = 0;            ///< the median of a few
-    std::optional<double> cachedLoad;  ///< likewise, from what the engine has kept; nothing where it keeps nothing
-    uint64_t predictions = 0;          ///< that the latencies are of
+    std::string problem;     ///< why there is nothing else; empty: there is
+    double firstLoad = 0;    ///< in this process
+    double furtherLoad = 0;  ///< the median of a few
+    std::optional<double>
+        cachedLoad;            ///< likewise, from what the engine has kept; nothing where it keeps nothing, or may not
+    uint64_t predictions = 0;  ///< that the latencies are of
     double latency50 = 0;
     double latency90 = 0;
     double latency99 = 0;

@@ -53,7 +53,7 @@ class Directories {
         return names;
     }
 
-    // Files in the directories so far that never got their final name: see `Platform::NewFile`.
+    // Files in the directories so far that never got their final name.
     std::vector<std::string> unfinished() const {
         std::vector<std::string> found;
         for (const auto& [directory, names] : names_) {
@@ -63,18 +63,6 @@ class Directories {
     }
 
  private:
-    // As in "net.onnx.17311943250571349521.part".
-    static bool isUnfinished(const std::string& name) {
-        constexpr std::string_view kEnd = ".part";
-        constexpr size_t kFewestDigits = 12;
-        if (!name.ends_with(kEnd)) return false;
-        const std::string stem = name.substr(0, name.size() - kEnd.size());
-        const size_t dot = stem.rfind('.');
-        if (dot == std::string::npos) return false;
-        const std::string random = stem.substr(dot + 1);
-        return random.size() >= kFewestDigits && random.find_first_not_of("0123456789") == std::string::npos;
-    }
-
     std::map<std::string, Names> names_;
 };
 
@@ -243,6 +231,17 @@ class ComponentCheck {
 };
 
 }  // namespace
+
+bool isUnfinished(const std::string& name) {
+    constexpr std::string_view kEnd = ".part";
+    constexpr size_t kFewestDigits = 12;
+    if (!name.ends_with(kEnd)) return false;
+    const std::string stem = name.substr(0, name.size() - kEnd.size());
+    const size_t dot = stem.rfind('.');
+    if (dot == std::string::npos) return false;
+    const std::string random = stem.substr(dot + 1);
+    return random.size() >= kFewestDigits && random.find_first_not_of("0123456789") == std::string::npos;
+}
 
 void checkComponentFiles(const std::vector<ComponentEntry>& components, const Filepath& rootDir,
                          FindingList& findings) {

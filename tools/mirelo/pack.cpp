@@ -1,9 +1,13 @@
 #include "archive.h"
 #include "commands.h"
+#include "interrupt.h"
+#include "keys.h"
+#include "kit/src/component_files.h"
 
 #include <TarnoMirelo/kit/digest.h>
 
 #include <algorithm>
+#include <set>
 
 namespace TarnoMirelo::Tool {
 namespace {
@@ -15,6 +19,39 @@ struct Options {
     std::string archive;
     bool force = false;
 };
+
+// Whether a file is a key by its name, or opens a file of the archive.
+bool isKey(const ArchivePlan::Entry& file, const ArchivePlan& plan) {
+    if (file.isFolder() || file.bytes != kKeyBytes) return false;
+    if (file.name.ends_with(".key")) return true;
+    const Kit::SecretBytes key = readKey(toText(file.source));
+    return std::any_of(plan.entries.begin(), plan.entries.end(), [&key](const ArchivePlan::Entry& each) {
+        checkInterrupt();
+        Kit::SecretBytes content;
+        return !each.isFolder() && each.bytes > kKeyBytes &&
+               Kit::unprotectFile(toFilepath(each.source), key.data(), content).ok();
+    });
+}
+
+// Who gets the archive must not get these.
+void addSecrets(ArchivePlan& plan) {
+    std::set<std::string> names;
+    for (const ArchivePlan::Entry& entry : plan.entries) names.insert(entry.name);
+    for (const ArchivePlan::Entry& entry : plan.entries) {
+        if (isKey(entry, plan)) {
+            plan.problems.push_back({entry.name, "it is a key; keep it outside of the folder"});
+        } else if (names.contains(entry.name + std::string(Kit::kProtectedSuffix))) {
+            plan.problems.push_back({entry.name,
+                                     "it looks like the plain form of the protected file beside it; remove it, or "
+                                     "protect the package again, which removes it"});
+        } else if (Kit::isUnfinished(entry.name)) {
+            plan.problems.push_back(
+                {entry.name,
+                 "a command that was stopped has left it, and it may hold a part of what is protected; "
+                 "remove it"});
+        }
+    }
+}
 
 ExitCode reportProblems(const Options& options, const ArchivePlan& plan, Console& console) {
     if (console.json()) {
@@ -39,7 +76,8 @@ void refuseArchiveInside(const Options& options) {
 
 ExitCode pack(const Options& options, Console& console) {
     refuseArchiveInside(options);
-    const ArchivePlan plan = planArchive(options.folder);
+    ArchivePlan plan = planArchive(options.folder);
+    addSecrets(plan);
     if (!plan.problems.empty()) return reportProblems(options, plan, console);
     const fs::path path = toPath(options.archive);
     PartialFile archive(path, options.force);

@@ -146,39 +146,43 @@ struct AffineModel::Binding : MireloBinding {
     Kit::BoundTensors bound;
 };
 
-MireloStatus AffineModel::onBind(const Inputs& inputs, Outputs& outputs, std::shared_ptr<MireloBinding>& binding) const
-    try {
+MireloStatus AffineModel::onBind(const Inputs& inputs, Outputs& outputs,
+                                 std::shared_ptr<MireloBinding>& binding) const {
     if (loaded_ == nullptr) return notLoaded();
-    auto own = std::make_unique<Binding>();
-    own->loaded = loaded_;
-    const MireloStatus status = prepare(inputs, outputs, 1, own->tensors);
-    if (!status.ok()) return status;
-    for (const auto& tensor : own->tensors.inputs) own->bound.add(tensor);
-    for (const auto& tensor : own->tensors.outputs.tensors) own->bound.add(tensor);
-    Outputs features = own->tensors.outputs.features;
-    auto made = Kit::handOut(std::move(own));
-    reportMemory();
-    outputs = std::move(features);
-    binding = std::move(made);
-    return success();
-} catch (...) {
-    return getStatusFromCurrentException();
+    try {
+        auto own = std::make_unique<Binding>();
+        own->loaded = loaded_;
+        const MireloStatus status = prepare(inputs, outputs, 1, own->tensors);
+        if (!status.ok()) return status;
+        for (const auto& tensor : own->tensors.inputs) own->bound.add(tensor);
+        for (const auto& tensor : own->tensors.outputs.tensors) own->bound.add(tensor);
+        Outputs features = own->tensors.outputs.features;
+        auto made = Kit::handOut(std::move(own));
+        reportMemory();
+        outputs = std::move(features);
+        binding = std::move(made);
+        return success();
+    } catch (...) {
+        return getStatusFromCurrentException();
+    }
 }
 
-MireloStatus AffineModel::onEvaluate(std::shared_ptr<MireloBinding>& binding) const try {
-    const Binding* const own = Kit::ownBinding<Binding>(binding);
+MireloStatus AffineModel::onEvaluate(std::shared_ptr<MireloBinding>& binding) const {
     if (loaded_ == nullptr) return notLoaded();
+    const Binding* const own = Kit::ownBinding<Binding>(binding);
     if (own == nullptr || own->loaded != loaded_) {
         return {INVALID_OPERATION, "Wanted is a binding that this model has made since it was loaded"};
     }
     if (!own->bound.areInPlace()) {
         return {INVALID_OPERATION, "A bound tensor has another buffer or shape: bind it again"};
     }
-    compute(*loaded_, own->tensors);
-    reportMemory();
-    return success();
-} catch (...) {
-    return getStatusFromCurrentException();
+    try {
+        compute(*loaded_, own->tensors);
+        reportMemory();
+        return success();
+    } catch (...) {
+        return getStatusFromCurrentException();
+    }
 }
 
 void AffineModel::reportMemory() const {

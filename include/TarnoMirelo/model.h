@@ -386,7 +386,8 @@ class MIRELO_API RuntimeStatus {
 /// The host's registry of models in service. A registered model and its memory record hold each other until it is
 /// unloaded here.
 ///
-/// Not locked: calls on one manager must not overlap.
+/// Not locked: calls on one manager must not overlap with each other, nor `getRuntimeStatus` with predictions of its
+/// models, which write the records that it reads.
 class MIRELO_API ModelManager {
  public:
     ModelManager();

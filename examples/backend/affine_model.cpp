@@ -152,7 +152,7 @@ MireloStatus AffineModel::onBind(const Inputs& inputs, Outputs& outputs,
     try {
         auto own = std::make_unique<Binding>();
         own->loaded = loaded_;
-        const MireloStatus status = prepare(inputs, outputs, 1, own->tensors);
+        MireloStatus status = prepare(inputs, outputs, 1, own->tensors);
         if (!status.ok()) return status;
         for (const auto& tensor : own->tensors.inputs) own->bound.add(tensor);
         for (const auto& tensor : own->tensors.outputs.tensors) own->bound.add(tensor);

@@ -43,6 +43,7 @@ WANTED = [
     ("evaluate, voice", 1.05, None),
     ("predict, digits over ONNX Runtime", 1.6, None),
     ("evaluate, digits over ONNX Runtime", 1.25, None),
+    ("load, voice, protected", 1.3, None),
     ("load, (voice|48 layers)", 1.05, None),
     ("load, ", None, None),
     ("load from the cache, (voice|48 layers)", None, 0.8),
@@ -67,7 +68,6 @@ WANTED = [
     ("snapshot", 2.0, None),
     ("registerModel|unloadModel", None, None),
     ("Kit::(un)?protect", 1.1, None),
-    ("load, voice, protected", 1.3, None),
 ]
 
 # Costs that grow no faster than their work: the cost of a model at 10,000 models, divided by that at 1,000. Caches make

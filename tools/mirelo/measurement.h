@@ -32,8 +32,8 @@ struct Measurement {
     std::string problem;     ///< why there is nothing else; empty: there is
     double firstLoad = 0;    ///< in this process
     double furtherLoad = 0;  ///< the median of a few
-    std::optional<double>
-        cachedLoad;            ///< likewise, from what the engine has kept; nothing where it keeps nothing, or may not
+    /// Likewise, from the engine's cache; nothing where it has none, or may not keep the network there.
+    std::optional<double> cachedLoad;
     uint64_t predictions = 0;  ///< that the latencies are of
     double latency50 = 0;
     double latency90 = 0;

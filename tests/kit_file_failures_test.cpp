@@ -5,6 +5,8 @@
 #include "support/temp_dir.h"
 #include "support/text.h"
 
+#include <TarnoMirelo/kit/texts.h>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -38,9 +40,9 @@ TEST(KitFileFailures, AFullDiskGetsNoHalfFile) {
     const Filepath target = to.path("file");
     for (const rlim_t bytes : {0UL, 31UL, 32UL, 1000UL, 1048608UL, 2999999UL}) {
         const Room room(bytes);
-        EXPECT_EQ(text(protectFile(plain, kTestKey, target)), "3: Cannot write the file " + target.getPathString());
-        EXPECT_EQ(text(unprotectFile(container, kTestKey, target)),
-                  "3: Cannot write the file " + target.getPathString());
+        const std::string refusal = "3: Cannot write the file " + toText(target) + ": File too large";
+        EXPECT_EQ(text(protectFile(plain, kTestKey, target)), refusal);
+        EXPECT_EQ(text(unprotectFile(container, kTestKey, target)), refusal);
         EXPECT_EQ(namesIn(to), "") << bytes;
     }
 }
@@ -92,10 +94,11 @@ TEST(KitFileFailures, WhatIsNoFileIsLeftAlone) {
     const Filepath link = directory.path("link");
     ASSERT_EQ(mkfifo((directory.native() / "pipe").c_str(), 0600), 0);
     ASSERT_EQ(symlink("pipe", (directory.native() / "link").c_str()), 0);
+    const std::string noFile = ": it is no regular file";
     for (const Filepath& path : {pipe, link}) {
-        EXPECT_EQ(text(protectFile(plain, kTestKey, path)), "3: Cannot write the file " + path.getPathString());
+        EXPECT_EQ(text(protectFile(plain, kTestKey, path)), "3: Cannot write the file " + toText(path) + noFile);
         const Filepath& target = plain;
-        EXPECT_EQ(text(protectFile(path, kTestKey, target)), "3: Cannot open the file " + path.getPathString());
+        EXPECT_EQ(text(protectFile(path, kTestKey, target)), "3: Cannot open the file " + toText(path) + noFile);
     }
     EXPECT_TRUE(std::filesystem::is_fifo(directory.native() / "pipe"));
     EXPECT_TRUE(std::filesystem::is_symlink(directory.native() / "link"));

@@ -4,6 +4,8 @@
 #include "support/temp_dir.h"
 #include "support/text.h"
 
+#include <TarnoMirelo/kit/texts.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -237,13 +239,13 @@ TEST(KitProtection, LeavesNothingBehindWhereAFileFails) {
         {unprotectFile(container, kTestKey, there), kDoesNotOpen},
         {unprotectFile(unsealed, kTestKey, there), kDoesNotOpen},
         {protectFile(plain, kNoKey, there), "7: The key is all zero, wanted are 16 bytes that are secret"},
-        {protectFile(absent, kTestKey, there), "3: Cannot open the file " + absent.getPathString()},
-        {protectFile(taken, kTestKey, there), "3: Cannot open the file " + taken.getPathString()},
-        {protectFile(plain, kTestKey, nowhere), "3: Cannot write the file " + nowhere.getPathString()},
-        {protectFile(plain, kTestKey, taken), "3: Cannot write the file " + taken.getPathString()},
+        {protectFile(absent, kTestKey, there), "3: Cannot open the file " + toText(absent) + ": "},
+        {protectFile(taken, kTestKey, there), "3: Cannot open the file " + toText(taken) + ": "},
+        {protectFile(plain, kTestKey, nowhere), "3: Cannot write the file " + toText(nowhere) + ": "},
+        {protectFile(plain, kTestKey, taken), "3: Cannot write the file " + toText(taken) + ": "},
         {protectFile(plain, kTestKey, Filepath("\xFF")), "3: The path is not UTF-8"},
     };
-    for (const auto& each : cases) EXPECT_EQ(text(each.status), each.expected);
+    for (const auto& each : cases) EXPECT_EQ(upToReason(text(each.status), each.expected), each.expected);
     EXPECT_EQ(directory.read("there"), "as it was");
     SecretBytes bytes;
     EXPECT_EQ(text(unprotectFile(container, kTestKey, bytes)), kDoesNotOpen);

@@ -2,6 +2,7 @@
 #include "platform.h"
 
 #include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
 #include <new>
@@ -60,26 +61,22 @@ MireloStatus pathOf(const ModelComponent& component, const Filepath& rootDir, Fi
     return {SUCCESS, ""};
 }
 
-MireloStatus cannotOpen(const ModelComponent& component, const Filepath& path) {
-    return refuse(component, FILE_ERROR, "cannot open " + path.getPathString());
-}
-
-MireloStatus notUtf8(const ModelComponent& component) { return refuse(component, FILE_ERROR, "the path is not UTF-8"); }
-
 MireloStatus readFile(const ModelComponent& component, const Filepath& rootDir, ComponentBytes& bytes) {
     Filepath path;
     MireloStatus status = pathOf(component, rootDir, path);
     if (!status.ok()) return status;
     try {
-        uint64_t size = 0;
-        std::unique_ptr<char[]> content = FileUtils().readBinaryFileToBuffer(path, size);
-        if (content == nullptr) return cannotOpen(component, path);
-        bytes = ComponentBytes(std::move(content), size);
+        Platform::InputFile file(path);
+        std::unique_ptr<char[]> content(new char[file.size()]);  // not make_unique, which would fill it first
+        if (file.read(content.get(), file.size()) != file.size()) {
+            return refuse(component, FILE_ERROR, "the file " + toText(path) + " became shorter while it was read");
+        }
+        bytes = ComponentBytes(std::move(content), file.size());
         return status;
-    } catch (const std::range_error&) {
-        return notUtf8(component);
+    } catch (const FileException&) {
+        return refuse(component, getStatusFromCurrentException());
     } catch (const std::bad_alloc&) {
-        return refuse(component, ALLOCATION_FAILED, "no memory for the file " + path.getPathString());
+        return refuse(component, ALLOCATION_FAILED, "no memory for the file " + toText(path));
     }
 }
 
@@ -219,9 +216,9 @@ MireloStatus locateComponent(const ModelComponent& component, const Filepath& ro
     MireloStatus status = pathOf(component, rootDir, joined);
     if (!status.ok()) return status;
     try {
-        if (!FileUtils().pathExists(joined)) return cannotOpen(component, joined);
+        if (!FileUtils().pathExists(joined)) return refuse(component, FILE_ERROR, "there is no " + toText(joined));
     } catch (const std::range_error&) {
-        return notUtf8(component);
+        return refuse(component, FILE_ERROR, "the path is not UTF-8");
     }
     path = std::move(joined);
     return status;

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -19,10 +20,17 @@ std::string nativePath(const Filepath& path) {
     } catch (const std::range_error&) {
         throw FileException("The path is not UTF-8");
     }
-    std::string native = path.c_str();
-    std::replace(native.begin(), native.end(), '\\', '/');
-    return native;
+    return withOwnSeparators(path);
 }
+
+// "Cannot ACTION the file PATH: REASON".
+[[noreturn]] void refuse(const char* action, const Filepath& path, const std::string& reason) {
+    throw FileException("Cannot " + (action + (" the file " + withOwnSeparators(path))) + ": " + reason);
+}
+
+std::string reasonOf(int error) { return std::generic_category().message(error); }
+
+constexpr const char* kNoFile = "it is no regular file";
 
 bool isSomethingElse(const std::filesystem::path& path) {
     struct stat facts {};
@@ -31,6 +39,12 @@ bool isSomethingElse(const std::filesystem::path& path) {
 
 }  // namespace
 
+std::string withOwnSeparators(const Filepath& path) {
+    std::string text = path.c_str();
+    std::replace(text.begin(), text.end(), '\\', '/');
+    return text;
+}
+
 bool isMisread(std::string_view /*name*/) { return false; }
 
 // A pipe is not waited for.
@@ -38,12 +52,12 @@ InputFile::InputFile(const Filepath& path)
     : path_(path), handle_(::open(nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
     const int file = static_cast<int>(handle_);
     struct stat facts {};
-    const bool isRegular = file >= 0 && ::fstat(file, &facts) == 0 && S_ISREG(facts.st_mode);
+    const int error = file < 0 || ::fstat(file, &facts) != 0 ? errno : 0;
     size_ = static_cast<uint64_t>(facts.st_size);
     permissions_ = static_cast<std::filesystem::perms>(facts.st_mode) & std::filesystem::perms::all;
-    if (isRegular) return;
+    if (error == 0 && S_ISREG(facts.st_mode)) return;
     if (file >= 0) ::close(file);
-    throw FileException("Cannot open the file " + path.getPathString());
+    refuse("open", path, error != 0 ? reasonOf(error) : kNoFile);
 }
 
 InputFile::~InputFile() { ::close(static_cast<int>(handle_)); }
@@ -53,7 +67,7 @@ size_t InputFile::read(void* data, size_t size) {
     while (done < size) {
         const ssize_t more = ::read(static_cast<int>(handle_), static_cast<char*>(data) + done, size - done);
         if (more < 0 && errno == EINTR) continue;
-        if (more < 0) throw FileException("Cannot read the file " + path_.getPathString());
+        if (more < 0) refuse("read", path_, reasonOf(errno));
         if (more == 0) break;
         done += static_cast<size_t>(more);
     }
@@ -61,12 +75,10 @@ size_t InputFile::read(void* data, size_t size) {
 }
 
 NewFile::NewFile(const Filepath& path, std::filesystem::perms permissions)
-    : path_(path),
-      native_(nativePath(path)),
-      beside_(nativePath(pathBeside(path))),
-      handle_(isSomethingElse(native_) ? -1
-                                       : ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
-                                                static_cast<mode_t>(permissions & std::filesystem::perms::all))) {
+    : path_(path), native_(nativePath(path)), beside_(nativePath(pathBeside(path))), handle_(-1) {
+    if (isSomethingElse(native_)) refuse("write", path, kNoFile);
+    handle_ = ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                     static_cast<mode_t>(permissions & std::filesystem::perms::all));
     if (handle_ < 0) fail();
 }
 
@@ -75,7 +87,7 @@ NewFile::~NewFile() {
     if (!finished_) ::unlink(beside_.c_str());
 }
 
-void NewFile::fail() const { throw FileException("Cannot write the file " + path_.getPathString()); }
+void NewFile::fail() const { refuse("write", path_, reasonOf(errno)); }
 
 void NewFile::write(const void* data, size_t size) {
     for (size_t done = 0; done < size;) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <windows.h>
 
@@ -28,7 +29,22 @@ std::wstring widePath(const Filepath& path) {
 
 HANDLE handleOf(intptr_t number) { return reinterpret_cast<HANDLE>(number); }
 
+// "Cannot ACTION the file PATH: REASON".
+[[noreturn]] void refuse(const char* action, const Filepath& path, const std::string& reason) {
+    throw FileException("Cannot " + (action + (" the file " + withOwnSeparators(path))) + ": " + reason);
+}
+
+std::string reasonOf(DWORD error) { return std::system_category().message(static_cast<int>(error)); }
+
+constexpr const char* kNoFile = "it is no regular file";
+
 }  // namespace
+
+std::string withOwnSeparators(const Filepath& path) {
+    std::string text = path.c_str();
+    std::replace(text.begin(), text.end(), '/', '\\');
+    return text;
+}
 
 bool isMisread(std::string_view name) {
     return !name.empty() && (name.back() == '.' || name.back() == ' ' || isWindowsDevice(name));
@@ -43,11 +59,12 @@ InputFile::InputFile(const Filepath& path)
     const bool isOpen = file != INVALID_HANDLE_VALUE;
     LARGE_INTEGER size{};
     // A pipe or a device is no file here.
-    const bool isRegular = isOpen && ::GetFileType(file) == FILE_TYPE_DISK && ::GetFileSizeEx(file, &size) != FALSE;
+    const bool isRegular = isOpen && ::GetFileType(file) == FILE_TYPE_DISK;
+    const DWORD error = !isOpen || (isRegular && ::GetFileSizeEx(file, &size) == FALSE) ? ::GetLastError() : 0;
     size_ = static_cast<uint64_t>(size.QuadPart);
-    if (isRegular) return;
+    if (isRegular && error == 0) return;
     if (isOpen) ::CloseHandle(file);
-    throw FileException("Cannot open the file " + path.getPathString());
+    refuse("open", path, error != 0 ? reasonOf(error) : kNoFile);
 }
 
 InputFile::~InputFile() { ::CloseHandle(handleOf(handle_)); }
@@ -58,7 +75,7 @@ size_t InputFile::read(void* data, size_t size) {
     for (DWORD more = 1; done < size && more > 0; done += more) {
         const auto wanted = static_cast<DWORD>(std::min(size - done, kMost));
         if (::ReadFile(handleOf(handle_), static_cast<char*>(data) + done, wanted, &more, nullptr) == FALSE) {
-            throw FileException("Cannot read the file " + path_.getPathString());
+            refuse("read", path_, reasonOf(::GetLastError()));
         }
     }
     return done;
@@ -73,7 +90,7 @@ NewFile::NewFile(const Filepath& path, std::filesystem::perms /*permissions*/)
     if (handleOf(handle_) == INVALID_HANDLE_VALUE) fail();
     if (::GetFileType(handleOf(handle_)) == FILE_TYPE_DISK) return;
     ::CloseHandle(handleOf(handle_));
-    fail();
+    refuse("write", path, kNoFile);
 }
 
 NewFile::~NewFile() {
@@ -81,7 +98,7 @@ NewFile::~NewFile() {
     if (!finished_) ::DeleteFileW(beside_.c_str());
 }
 
-void NewFile::fail() const { throw FileException("Cannot write the file " + path_.getPathString()); }
+void NewFile::fail() const { refuse("write", path_, reasonOf(::GetLastError())); }
 
 void NewFile::write(const void* data, size_t size) {
     constexpr size_t kMost = 1 << 30;

@@ -1,3 +1,5 @@
+#include "platform.h"
+
 #include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
@@ -108,6 +110,8 @@ std::string toText(const TensorShape& shape) {
     }
     return text + ")";
 }
+
+std::string toText(const Filepath& path) { return Platform::withOwnSeparators(path); }
 
 std::string describe(const MireloStatus& status) {
     const Code* const code = find(status.getCode());

@@ -18,6 +18,12 @@ inline std::string text(const MireloStatus& status) {
     return std::to_string(status.getCode()) + ": " + status.getDescription();
 }
 
+/// The message; without the system's reason, which differs from system to system, where `expected` stops before it.
+inline std::string upToReason(const std::string& message, const std::string& expected) {
+    const bool stops = expected.size() > 2 && expected.compare(expected.size() - 2, 2, ": ") == 0;
+    return stops && message.size() > expected.size() ? message.substr(0, expected.size()) : message;
+}
+
 /// What `work` raises, as the status that it converts to; "nothing" when it raises nothing.
 template <typename Work>
 std::string raised(const Work& work) {

@@ -271,11 +271,11 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
         sessions.reserve(static_cast<size_t>(options.copies));
         for (int i = 0; i < options.copies; ++i) sessions.push_back(openBytes(kept->network, *sessionOptions));
         log.write(LogSeverity::Info, (isNew ? "The optimised network is kept in " : "Loaded from the cache: ") +
-                                         cache.path().getPathString());
+                                         Kit::toText(cache.path()));
         return CachedSessions{std::move(sessions), std::move(outline)};
     } catch (const std::exception& exception) {
         log.write(LogSeverity::Warning,
-                  "The cache file is not used: " + cache.path().getPathString() + ": " + exception.what());
+                  "The cache file is not used: " + Kit::toText(cache.path()) + ": " + exception.what());
         return std::nullopt;
     }
 }

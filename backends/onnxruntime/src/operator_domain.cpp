@@ -295,7 +295,7 @@ void addOperatorLibraries(OrtSessionOptions& options) {
         try {
             check(api().RegisterCustomOpsLibrary_V2(&options, toSystemPath(library).c_str()));
         } catch (const EngineFailure& failure) {
-            throw MLFrameworkException("Operator library \"" + library.getPathString() + "\": " + failure.what());
+            throw MLFrameworkException("Operator library \"" + Kit::toText(library) + "\": " + failure.what());
         }
     }
 }

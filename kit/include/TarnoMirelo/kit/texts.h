@@ -1,8 +1,9 @@
 #pragma once
 
 /// @file
-/// Texts for people: statuses, element types and shapes, as messages and logs show them.
+/// Texts for people: statuses, element types, shapes and paths, as messages and logs show them.
 
+#include <TarnoMirelo/files.h>
 #include <TarnoMirelo/status.h>
 #include <TarnoMirelo/tensor.h>
 
@@ -18,6 +19,10 @@ std::string toText(DataType type);
 
 /// The dimensions in parentheses, as in "(1, 64)"; "()" for the shape of a single element.
 std::string toText(const TensorShape& shape);
+
+/// The path with the separators of this system. A path that was joined has backslashes on every system until it is
+/// used.
+std::string toText(const Filepath& path);
 
 /// What a person needs to know of a status, never empty: the code's name and number, the description, or what the code
 /// means where there is none, and what to do about it where that is known.

@@ -6,6 +6,7 @@
 
 #include <TarnoMirelo/kit/manager.h>
 #include <TarnoMirelo/kit/memory.h>
+#include <TarnoMirelo/kit/texts.h>
 #include <TarnoMirelo/kit/trace.h>
 
 #include <gtest/gtest.h>
@@ -176,8 +177,12 @@ TEST(KitTrace, LetsOperationsOverlap) {
     struct Quiet : ScriptedModel {
         using ScriptedModel::ScriptedModel;
         MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override {
-            return {runtimeRecord() == nullptr ? UNKNOWN_ERROR : SUCCESS, ""};
+            const std::lock_guard<std::mutex> lock(reporting);
+            if (runtimeRecord() == nullptr) return {UNKNOWN_ERROR, ""};
+            runtimeRecord()->addCurrentMemoryConsumption(1);
+            return {SUCCESS, ""};
         }
+        mutable std::mutex reporting;
     };
     const TempDir directory;
     const auto sink = std::make_shared<ChromeTraceFile>(directory.path("trace.json"));
@@ -193,10 +198,13 @@ TEST(KitTrace, LetsOperationsOverlap) {
             }
         });
     }
+    while (manager.getRuntimeStatus().getTotalMemoryConsumption() < 200) std::this_thread::yield();
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(text(sink->close()), kSuccess);
     const std::string written = directory.read("trace.json");
-    EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 1 + 200 + 1);
+    size_t operations = 0;
+    for (size_t at = 0; (at = written.find("\"status\"", at)) != std::string::npos; ++at) ++operations;
+    EXPECT_EQ(operations, 200U);
     EXPECT_NE(written.find("\"tid\": 4,"), std::string::npos);
 }
 
@@ -224,5 +232,5 @@ TEST(KitTrace, WritesChromesFormat) {
     EXPECT_EQ(text(empty.close()), kSuccess);
     EXPECT_EQ(directory.read("trace.json"), "[]\n");
     const Filepath nowhere = directory.path("none").append(Filepath("trace.json"));
-    EXPECT_EQ(text(ChromeTraceFile(nowhere).status()), "3: Trace: cannot write the file " + nowhere.getPathString());
+    EXPECT_EQ(text(ChromeTraceFile(nowhere).status()), "3: Trace: cannot write the file " + toText(nowhere));
 }

@@ -63,11 +63,11 @@ class Service {
         model_ = std::move(next);
     }
 
-    // The memory of the model in bytes. Predictions write what this reads, so they wait.
+    // The memory of the model in bytes. One call at a time; predictions may run meanwhile.
     uint64_t memory() {
-        const std::lock_guard<std::mutex> turn(turn_);
-        const std::lock_guard<std::shared_mutex> use(use_);
-        return manager_.getRuntimeStatus().getTotalMemoryConsumption();
+        uint64_t bytes = 0;
+        use([&](const auto& /*model*/) { bytes = manager_.getRuntimeStatus().getTotalMemoryConsumption(); });
+        return bytes;
     }
 
  private:

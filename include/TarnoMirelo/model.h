@@ -9,6 +9,7 @@
 #include <TarnoMirelo/manifest.h>
 #include <TarnoMirelo/status.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -154,7 +155,8 @@ class MIRELO_API DeviceFence : public std::enable_shared_from_this<DeviceFence> 
 
 /// The memory that one registered model uses, as its backend reports it, against a limit.
 ///
-/// A value that holds a reference to its model. Not locked: the backend that reports serialises its reports.
+/// A value that holds a reference to its model. Not locked: the backend that reports serialises its reports. Reading
+/// the consumption and copying the record may overlap with a report.
 class MIRELO_API ModelRuntimeStatus {
  public:
     /// A record of no memory.
@@ -180,8 +182,22 @@ class MIRELO_API ModelRuntimeStatus {
     MireloStatus setMaxAllowedMemoryConsumption(uint64_t bytes);
 
  private:
+    // A number that is read and copied while another thread changes it.
+    struct SharedNumber {
+        std::atomic<uint64_t> value{0};
+
+        SharedNumber() = default;
+        SharedNumber(const SharedNumber& other) : value(other.get()) {}
+        SharedNumber& operator=(const SharedNumber& other) {
+            set(other.get());
+            return *this;
+        }
+        uint64_t get() const { return value.load(std::memory_order_relaxed); }
+        void set(uint64_t number) { value.store(number, std::memory_order_relaxed); }
+    };
+
     uint64_t maxAllowedMemoryConsumption_;
-    uint64_t currentMemoryConsumption_ = 0;
+    SharedNumber currentMemoryConsumption_;
     std::shared_ptr<MireloModel> model_;
 };
 
@@ -386,8 +402,8 @@ class MIRELO_API RuntimeStatus {
 /// The host's registry of models in service. A registered model and its memory record hold each other until it is
 /// unloaded here.
 ///
-/// Not locked: calls on one manager must not overlap with each other, nor `getRuntimeStatus` with predictions of its
-/// models, which write the records that it reads.
+/// Not locked: calls on one manager must not overlap with each other. They may overlap with operations of its models,
+/// but for those of a model that is registered or unloaded.
 class MIRELO_API ModelManager {
  public:
     ModelManager();

@@ -114,7 +114,7 @@ std::string ChromeTraceFile::File::textOf(const TraceEvent& event) {
 }
 
 ChromeTraceFile::ChromeTraceFile(const Filepath& path) : file_(std::make_unique<File>()) {
-    file_->path = path.getPathString();
+    file_->path = toText(path);
     file_->stream = FileUtils().openFileToWriteBinaryData(path);
     file_->failed = !file_->stream.is_open();
 }

@@ -17,21 +17,21 @@ ModelRuntimeStatus::ModelRuntimeStatus(uint64_t maxAllowedMemoryConsumption, std
     : maxAllowedMemoryConsumption_(maxAllowedMemoryConsumption), model_(std::move(model)) {}
 
 const std::shared_ptr<MireloModel>& ModelRuntimeStatus::getModel() const { return model_; }
-uint64_t ModelRuntimeStatus::getCurrentMemoryConsumption() const { return currentMemoryConsumption_; }
+uint64_t ModelRuntimeStatus::getCurrentMemoryConsumption() const { return currentMemoryConsumption_.get(); }
 
 MireloStatus ModelRuntimeStatus::setCurrentMemoryConsumption(uint64_t bytes) {
     if (bytes >= maxAllowedMemoryConsumption_) return {SUCCESS, ""};
     MireloStatus status(MEMORY_CONSUMPTION_ERROR, "Current Memory consumption = " + std::to_string(bytes));
-    currentMemoryConsumption_ = bytes;
+    currentMemoryConsumption_.set(bytes);
     return status;
 }
 
 MireloStatus ModelRuntimeStatus::addCurrentMemoryConsumption(uint64_t bytes) {
-    return setCurrentMemoryConsumption(currentMemoryConsumption_ + bytes);
+    return setCurrentMemoryConsumption(currentMemoryConsumption_.get() + bytes);
 }
 
 MireloStatus ModelRuntimeStatus::removeCurrentMemoryConsumption(uint64_t bytes) {
-    return setCurrentMemoryConsumption(currentMemoryConsumption_ - bytes);
+    return setCurrentMemoryConsumption(currentMemoryConsumption_.get() - bytes);
 }
 
 MireloStatus ModelRuntimeStatus::setMaxAllowedMemoryConsumption(uint64_t bytes) {

@@ -53,8 +53,7 @@ class TraceSink {
 /// Wrap a model before it is loaded and registered, and use only the wrapper from then on: model type, target and root
 /// directory are adopted at construction and by `load`, as in every model, and so components in memory are there twice.
 ///
-/// Threads: as the inner model; its operations may overlap here where they may there. With a sink, the record's memory
-/// is read at the end of each operation.
+/// Threads: as the inner model; its operations may overlap here where they may there.
 class TracedModel : public MireloModel {
  public:
     /// Makes a model around another one.

@@ -159,4 +159,10 @@ TEST(KitOutputs, SeeMemoryThatATensorGrowsOver) {
     EXPECT_EQ(text(write({result({1, 3}), result({1, 2})}, outputs)), kSuccess);
     EXPECT_EQ(write({result({1, 3}), result({3, 2})}, outputs).getCode(), INVALID_ARGUMENTS);
     EXPECT_EQ(z->asTensor()->shape(), TensorShape(1, 2));
+    // Over an input: seen before the other output gets a buffer, which it could not give back.
+    const auto x = wrapped("x", room + 5, {1})->asTensor();
+    outputs[0] = bare("y");
+    EXPECT_EQ(writeOutputs(inputPorts(), {x}, outputPorts(), {result({1, 3}), result({3, 2})}, 1, outputs).getCode(),
+              INVALID_ARGUMENTS);
+    EXPECT_EQ(outputs[0]->asTensor()->buffer(), nullptr);
 }

@@ -88,6 +88,8 @@ TEST(KitPorts, TakeGoodInputsInAnyOrder) {
 
 TEST(KitPorts, SayWhatIsWrongWithAnInput) {
     const std::string n = "Input \"" + kLongName + "\": ";
+    float memory[3] = {};
+    uint8_t* const odd = reinterpret_cast<uint8_t*>(memory) + 1;
     const struct {
         size_t index;
         std::shared_ptr<MireloFeature> feature;
@@ -113,6 +115,8 @@ TEST(KitPorts, SayWhatIsWrongWithAnInput) {
         {2, feature("scalar", DataType::Bool, 1), "17: Input \"scalar\": the shape is (1), wanted is ()"},
         {0, feature("x", std::make_shared<BufferWrappedTensor>(DataType::Float, TensorShape(1, 2), nullptr, 0)),
          "7: Input \"x\": the tensor has no buffer"},
+        {0, feature("x", std::make_shared<BufferWrappedTensor>(DataType::Float, TensorShape(1, 2), odd, 8)),
+         "7: Input \"x\": the buffer's address is no multiple of 4, wanted for elements of type float"},
     };
     for (const auto& each : cases) {
         MireloModel::Outputs inputs = goodInputs();

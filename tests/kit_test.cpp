@@ -39,6 +39,7 @@ TEST(KitTexts, DescribeEveryStatus) {
          "NOT_IMPLEMENTED (29): Not implemented on current selected backend. Use predict in place of bind and "
          "evaluate."},
         {static_cast<STATUS_CODE>(5), "", "status code 5: No description."},
+        {FILE_ERROR, " \n", "FILE_ERROR (3): A file operation failed."},
     };
     for (const auto& each : cases) EXPECT_EQ(describe({each.code, each.description}), each.text);
 }

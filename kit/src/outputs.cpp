@@ -109,39 +109,34 @@ class ShapeChanges {
     std::vector<std::pair<ITensor*, TensorShape>> changes_;
 };
 
-// The tensors that need another shape or a buffer. What may fail comes first, so that nothing has changed by then:
-// those that say that they get no buffer, then those that need the most memory.
-std::vector<size_t> orderOfChange(const std::vector<Result>& results, const OutputTensors& tensors) {
-    struct Change {
-        bool refuses;
-        int64_t bytes;
-        size_t index;
-    };
+// A tensor that needs another shape or a buffer.
+struct Change {
+    // In the order in which they are made: what can be taken back comes before what can't.
+    enum Kind { Refused, Reshaped, Allocated };
+
+    Kind kind;
+    int64_t bytes;
+    size_t index;
+};
+
+// Within a kind, those that need the most memory come first, so that little has changed when there is none.
+std::vector<Change> changesFor(const std::vector<Result>& results, const OutputTensors& tensors) {
     std::vector<Change> changes;
     for (size_t i = 0; i < tensors.size(); ++i) {
         if (tensors[i] == nullptr || hasShape(*tensors[i], results[i].shape)) continue;
-        changes.push_back({refusesBuffers(*tensors[i]), *byteCount(results[i].dataType, results[i].shape), i});
+        const Change::Kind kind = tensors[i]->buffer() != nullptr ? Change::Reshaped
+                                  : refusesBuffers(*tensors[i])   ? Change::Refused
+                                                                  : Change::Allocated;
+        changes.push_back({kind, *byteCount(results[i].dataType, results[i].shape), i});
     }
     std::sort(changes.begin(), changes.end(), [](const Change& one, const Change& other) {
-        return one.refuses != other.refuses ? one.refuses : one.bytes > other.bytes;
+        return one.kind != other.kind ? one.kind < other.kind : one.bytes > other.bytes;
     });
-    std::vector<size_t> order;
-    order.reserve(changes.size());
-    for (const Change& change : changes) order.push_back(change.index);
-    return order;
+    return changes;
 }
 
-MireloStatus giveShapes(const InputPorts& inputPorts, const InputTensors& inputs, const OutputPorts& ports,
-                        const std::vector<Result>& results, const OutputTensors& tensors) {
-    ShapeChanges changes;
-    changes.reserve(tensors.size());
-    for (const size_t i : orderOfChange(results, tensors)) {
-        ITensor& tensor = *tensors[i];
-        if (tensor.hasVariableShape() && tensor.buffer() != nullptr) changes.add(tensor);
-        MireloStatus status = giveShape(ports, i, tensor, results[i].shape);
-        if (!status.ok()) return status;
-    }
-    // A variable tensor may have grown within its buffer, over what somebody wrapped there.
+MireloStatus checkApart(const InputPorts& inputPorts, const InputTensors& inputs, const OutputPorts& ports,
+                        const OutputTensors& tensors) {
     MemoryRanges ranges;
     ranges.reserve(inputs.size() + tensors.size());
     for (size_t i = 0; i < inputs.size(); ++i) {
@@ -150,8 +145,27 @@ MireloStatus giveShapes(const InputPorts& inputPorts, const InputTensors& inputs
     for (size_t i = 0; i < tensors.size(); ++i) {
         if (tensors[i] != nullptr) ranges.addOutput(*tensors[i], ports[i].name);
     }
-    MireloStatus status = ranges.check();
-    if (status.ok()) changes.keep();
+    return ranges.check();
+}
+
+MireloStatus giveShapes(const InputPorts& inputPorts, const InputTensors& inputs, const OutputPorts& ports,
+                        const std::vector<Result>& results, const OutputTensors& tensors) {
+    const std::vector<Change> changes = changesFor(results, tensors);
+    ShapeChanges reshaped;
+    reshaped.reserve(changes.size());
+    auto next = changes.begin();
+    for (; next != changes.end() && next->kind != Change::Allocated; ++next) {
+        ITensor& tensor = *tensors[next->index];
+        if (next->kind == Change::Reshaped) reshaped.add(tensor);
+        MireloStatus status = giveShape(ports, next->index, tensor, results[next->index].shape);
+        if (!status.ok()) return status;
+    }
+    // A variable tensor may have grown within its buffer, over what somebody wrapped there.
+    MireloStatus status = checkApart(inputPorts, inputs, ports, tensors);
+    for (; status.ok() && next != changes.end(); ++next) {
+        status = giveShape(ports, next->index, *tensors[next->index], results[next->index].shape);
+    }
+    if (status.ok()) reshaped.keep();
     return status;
 }
 

@@ -210,20 +210,35 @@ bool checkShape(const List& ports, size_t index, const ITensor& tensor, DataType
                   "the shape " + toText(shape) + " has more elements than can be counted in 63 bits", failure);
 }
 
+// Engines read and write elements where they lie, at addresses that are multiples of an element's width.
+template <typename List>
+bool checkAlignment(const List& ports, size_t index, const uint8_t* buffer, DataType type, MireloStatus& failure) {
+    const int64_t width = widthOf(type);
+    return (reinterpret_cast<uintptr_t>(buffer) & static_cast<uintptr_t>(width - 1)) == 0 ||
+           refuse(ports, index, INVALID_ARGUMENTS,
+                  "the buffer's address is no multiple of " + std::to_string(width) + ", wanted for elements of type " +
+                      toText(type),
+                  failure);
+}
+
 template <typename List>
 bool checkInput(const List& ports, size_t index, const ITensor* tensor, int64_t rows, MireloStatus& failure) {
     DataType type = DataType::Undefined;
     if (!checkHeld(ports, index, tensor, type, failure)) return false;
     if (!checkShape(ports, index, *tensor, type, rows, failure)) return false;
-    return tensor->buffer() != nullptr || refuse(ports, index, INVALID_ARGUMENTS, "the tensor has no buffer", failure);
+    const uint8_t* const buffer = tensor->buffer();
+    if (buffer == nullptr) return refuse(ports, index, INVALID_ARGUMENTS, "the tensor has no buffer", failure);
+    return checkAlignment(ports, index, buffer, type, failure);
 }
 
 template <typename List>
 bool checkOutput(const List& ports, size_t index, const ITensor* tensor, int64_t rows, MireloStatus& failure) {
     DataType type = DataType::Undefined;
     if (!checkHeld(ports, index, tensor, type, failure)) return false;
+    const uint8_t* const buffer = tensor->buffer();
+    if (!checkAlignment(ports, index, buffer, type, failure)) return false;
     if (!tensor->hasVariableShape()) {
-        return tensor->buffer() == nullptr || checkShape(ports, index, *tensor, type, rows, failure);
+        return buffer == nullptr || checkShape(ports, index, *tensor, type, rows, failure);
     }
     const TensorShape& shape = tensor->shape();
     return shape.dimension() == ports.shape(index).dimension() || refuseShape(ports, index, shape, rows, failure);

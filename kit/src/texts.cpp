@@ -119,7 +119,7 @@ std::string describe(const MireloStatus& status) {
     if (code != nullptr) text += " (" + std::to_string(status.getCode()) + ")";
     text += ": ";
     const std::string description = status.getDescription();
-    if (!description.empty()) {
+    if (description.find_first_not_of(" \t\r\n") != std::string::npos) {
         text += description;
     } else {
         text += code == nullptr ? std::string_view("No description") : code->meaning;

@@ -38,8 +38,8 @@ class ScopedModel {
     /// Unloads the model now. A model that refuses stays registered, and the next call asks it again.
     /// @return as `ModelManager::unloadModel`; what the backend raises, as a status; `SUCCESS` when there is no model
     MireloStatus unload();
-    /// The status of the registration or of the last unload. It is shared: whoever wants to know what came of the
-    /// destruction takes it before.
+    /// The status of the registration or of the last unload; null once this object was moved from. It is shared: take
+    /// it before the destruction to know what came of that.
     std::shared_ptr<const MireloStatus> lastStatus() const { return status_; }
 
  private:

@@ -29,8 +29,9 @@ struct PreparedOutputs {
 ///
 /// With an empty list, there is a new feature for each output of the target. Otherwise the given ones are used: a
 /// tensor of variable shape or without a buffer gets the result's shape and, where needed, a new buffer; any other one
-/// has the result's shape already. All is checked before anything is changed, and what refuses its shape after all
-/// leaves the shapes of variable tensors as they were. Only when memory runs out may a tensor that had no buffer have
+/// has the result's shape already. All is checked before anything is changed. When a tensor refuses its shape after
+/// all, or a variable one grows within its buffer over another tensor, variable tensors get their shapes back; one that
+/// has moved to a larger buffer by then has zeros in it. Only when memory runs out may a tensor that had no buffer have
 /// got one.
 ///
 /// A backend that has run, or bound, moves `features` to the host's list as its last step.

@@ -6,8 +6,8 @@
 /// Every check gives the same statuses, for hosts and in every backend. The description names the input or output, what
 /// was found and what is wanted, as in `Input "pixels": the shape is (2, 3), wanted is (1, 64)`.
 ///   - `INVALID_ARGUMENTS`: a feature that is null, has a name that the target doesn't have, is given twice, holds no
-///     tensor or one without a buffer; a required input that is missing; an output whose memory is also another
-///     output's or an input's
+///     tensor, one without a buffer or one whose buffer does not begin at a multiple of an element's width; a required
+///     input that is missing; an output whose memory is also another output's or an input's
 ///   - `INVALID_TYPE`: a feature that is no tensor, or a tensor that is not in host memory
 ///   - `INVALID_TENSOR_DATA_TYPE`: an element type that is not the target's
 ///   - `INVALID_SHAPE`: a shape that is not the target's, where -1 stands for any number from 0, or whose elements

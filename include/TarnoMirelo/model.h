@@ -189,7 +189,7 @@ class MIRELO_API ModelRuntimeStatus {
         SharedNumber() = default;
         SharedNumber(const SharedNumber& other) : value(other.get()) {}
         SharedNumber& operator=(const SharedNumber& other) {
-            set(other.get());
+            if (this != &other) set(other.get());
             return *this;
         }
         uint64_t get() const { return value.load(std::memory_order_relaxed); }

@@ -84,12 +84,13 @@ struct ShapeState {
 // An open object or list that the rules know.
 struct Frame {
     const ObjectRule* object = nullptr;  // null for a list
-    const KeyRule* rule = nullptr;       // of the current member; of a list, its own
+    const KeyRule* rule = nullptr;       // of the member that is being read; of a list, its own
     size_t offset = 0;
     uint32_t seen = 0;                           // a bit for each rule of the object
     std::array<size_t, kMostKeys> keyOffsets{};  // of those seen
     std::string_view choice;                     // the text of the key that has a list of allowed ones
     size_t elements = 0;                         // so far
+    bool isInElement = false;                    // the last of them is being read
 };
 
 // Takes the events of RapidJSON's reader.
@@ -126,6 +127,7 @@ class StrictReader {
         if (leaveUntracked()) return true;
         checkObject(stack_.back());
         stack_.pop_back();
+        endValue();
         return true;
     }
     bool EndArray(size_t /*elements*/) {
@@ -139,6 +141,7 @@ class StrictReader {
                              std::string(frame.rule->advice)};
             });
         }
+        endValue();
         return true;
     }
     bool Key(const char* text, size_t length, bool /*copy*/) {
@@ -173,7 +176,9 @@ class StrictReader {
 
     bool scalar(const Value& value) {
         lastEnd_ = stream_.Tell() + begin_;
-        if (untracked_ == 0) onValue(value);
+        if (untracked_ != 0) return true;
+        onValue(value);
+        endValue();
         return true;
     }
     bool container(const Value& value) {
@@ -187,21 +192,25 @@ class StrictReader {
     }
     bool leaveUntracked() {
         if (untracked_ == 0) return false;
-        --untracked_;
+        if (--untracked_ == 0) endValue();
         return true;
+    }
+    // What follows is no longer in this member or element.
+    void endValue() {
+        if (stack_.empty()) return;
+        Frame& frame = stack_.back();
+        frame.isInElement = false;
+        if (frame.object != nullptr) frame.rule = nullptr;
     }
 
     std::string pointerTo(size_t depth) const {
         std::string pointer;
         for (size_t i = 0; i < depth; ++i) {
             const Frame& frame = stack_[i];
-            pointer += '/';
-            if (frame.object == nullptr) {
-                pointer += std::to_string(frame.elements - 1);
-            } else if (frame.rule != nullptr) {
-                pointer += frame.rule->key;
-            } else {
-                pointer.pop_back();
+            if (frame.isInElement) {
+                pointer += '/' + std::to_string(frame.elements - 1);
+            } else if (frame.object != nullptr && frame.rule != nullptr) {
+                (pointer += '/') += frame.rule->key;
             }
         }
         return pointer;
@@ -252,6 +261,7 @@ class StrictReader {
         Frame& frame = stack_.back();
         if (frame.object == nullptr) {
             ++frame.elements;
+            frame.isInElement = true;
             return onElement(*frame.rule, value);
         }
         return frame.rule != nullptr && onMember(*frame.rule, value);
@@ -433,7 +443,6 @@ class StrictReader {
     void checkObject(Frame& frame) {
         for (const KeyRule& rule : frame.object->keys) checkPresence(frame, rule);
         if (frame.object == &Rules::kTensor) checkShape(frame);
-        frame.rule = nullptr;
         if (frame.object != &Rules::kComponent || frame.choice.empty() || component_.path.empty()) return;
         component_.type = frame.choice;
         component_.pointer = pointerTo(stack_.size() - 1);

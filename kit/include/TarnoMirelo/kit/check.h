@@ -28,7 +28,7 @@ enum class Severity {
 struct Finding {
     Severity severity = Severity::Error;  ///< how bad it is
     /// Where it is: the JSON pointer of the value, as in "/targets/WinML/inputs/0/name", empty for the root; or the
-    /// name of an archive's entry.
+    /// name of an archive's entry. Between the members of an object or the elements of a list, that of the whole.
     std::string where;
     uint64_t line = 0;    ///< from 1; 0 where it is no place in a text
     uint64_t column = 0;  ///< in characters, from 1; 0 likewise

@@ -26,6 +26,8 @@ using Words = FindingList::Words;
 
 constexpr size_t kMostKeys = 8;  // of one object
 
+constexpr char kRefusedShape[] = "validate refuses it: the product of the first input's dimensions is below 1";
+
 // Below the arrays, the rule of each key is known by its index.
 size_t indexOf(const ObjectRule& object, const KeyRule& rule) {
     return static_cast<size_t>(&rule - object.keys.data());
@@ -345,13 +347,20 @@ class StrictReader {
     }
 
     void onDimension(const KeyRule& rule, const Value& value) {
-        if (!isInRange(rule, value) || value.integer == 0) {
+        if (!isInRange(rule, value)) {
             return report(Severity::Error, value.offset, [&] {
                 return Words{"The dimension can't be used", found(value), Rules::wantedElement(rule),
                              std::string(rule.advice)};
             });
         }
-        shape_.add(value.integer);
+        if (value.integer != 0) return shape_.add(value.integer);
+        const bool isRefused = isOfFirstInput(stack_.size() - 2);
+        report(isRefused ? Severity::Error : Severity::Warning, value.offset, [&] {
+            return isRefused ? Words{kRefusedShape, "0", Rules::wantedElement(rule),
+                                     "Write a number from 1, or list an input without 0 first: the order is free."}
+                             : Words{"The tensor has no element", "0", Rules::wantedElement(rule),
+                                     "Write a number from 1, unless the network's tensor is always empty."};
+        });
     }
 
     bool onInteger(const KeyRule& rule, const Value& value) {
@@ -480,7 +489,7 @@ class StrictReader {
 
     // Of the tensor whose object ends.
     void checkShape(const Frame& tensor) {
-        const bool isFirstInput = isOfFirstInput();
+        const bool isFirstInput = isOfFirstInput(stack_.size() - 1);
         const auto shape = [&](Severity severity, Words words) {
             if (findings_.count(severity)) {
                 findings_.add(severity, shape_.offset, pointerTo(stack_.size() - 1) + "/shape", std::move(words));
@@ -492,9 +501,8 @@ class StrictReader {
         } else if (isFirstInput && shape_.variable > 0) {
             const bool isRefused = shape_.variable % 2 == 1;
             shape(isRefused ? Severity::Error : Severity::Warning,
-                  {isRefused ? "validate refuses it: the product of the first input's dimensions is below 1"
-                             : "Dimensions of the first input are left open",
-                   countOf(shape_.variable), "no -1 in the first input",
+                  {isRefused ? kRefusedShape : "Dimensions of the first input are left open", countOf(shape_.variable),
+                   "no -1 in the first input",
                    "Write a number from 1 in place of each -1, or list an input without -1 first: the order is free."});
         } else if (shape_.variable > 1) {
             shape(Severity::Warning, {"Several dimensions are left open", countOf(shape_.variable), "one at most",
@@ -506,9 +514,9 @@ class StrictReader {
         return variable == 1 ? "one -1" : std::to_string(variable) + " of -1";
     }
 
-    bool isOfFirstInput() const {
-        if (stack_.size() < 3) return false;
-        const Frame& list = stack_[stack_.size() - 3];
+    // Whether the tensor at this place of the stack is that of the first input.
+    bool isOfFirstInput(size_t tensor) const {
+        const Frame& list = stack_[tensor - 2];
         return list.object == nullptr && list.elements == 1 && list.rule->key == "inputs";
     }
 

@@ -74,6 +74,31 @@ TEST(KitCheck, FindsEveryMistakeAtItsPlace) {
     }
 }
 
+// A type that is not there is not taken for another one.
+TEST(KitCheck, AdvisesATypeOnlyWhereItIsMeant) {
+    const struct {
+        const char* what;
+        std::vector<const char*> with;
+        const char* advice;
+    } cases[] = {
+        {"float", {"bfloat16", "int", "uint", "int128", "float128", "float8"}, "Write the network's element type."},
+        {"float", {"unit8", "Uint_8", "uin8"}, "Write \"uint8\"."},
+        {"RGB",
+         {"ARGB", "XRGB", "RGBX", "ABGR", "RG"},
+         "Write the channels in their order, or \"one\" for a single channel."},
+        {"tensor", {"int8", "int16", "float", "float32", "tesnor"}, "Write \"tensor\"."},
+        {"secured_file", {"secured_stream", "secured_dir", "tar"}, "Write \"file\" for a file."},
+        {"secured_file", {"secured-file", "securedfile"}, "Write \"secured_file\"."},
+        {"encryption", {"sha512", "x1"}, "Remove it: nothing reads it."},
+    };
+    for (const auto& each : cases) {
+        for (const char* const with : each.with) {
+            const std::string found = check(each.what, with);
+            EXPECT_NE(found.find(each.advice), std::string::npos) << found;
+        }
+    }
+}
+
 TEST(KitCheck, FindsAByteOrderMarkAndGoesOn) {
     EXPECT_EQ(print(checkManifestText("\xEF\xBB\xBF" + replaced(baseManifest(), "{", "{ // n\xC3\xA4me\n"))),
               "1:1 [] error: The loader refuses a byte-order mark. Found the bytes EF BB BF, wanted UTF-8 without one. "

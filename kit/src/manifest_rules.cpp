@@ -253,7 +253,7 @@ constexpr KeyRule kImageKeys[] = {
     {.key = "pixelType",
      .required = true,
      .meaning = "the channels of a pixel, in this order",
-     .advice = "Write \"one\" for one channel.",
+     .advice = "Write the channels in their order, or \"one\" for a single channel.",
      .allowed = kPixelTypes},
 };
 

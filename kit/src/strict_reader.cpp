@@ -424,7 +424,7 @@ class StrictReader {
             return;
         }
         report(Severity::Error, value.offset, [&] {
-            const std::string_view meant = nearestName(text, rule.allowed);
+            const std::string_view meant = nearestType(text, rule.allowed);
             return Words{"The text is not known", found(value), Rules::wantedValue(rule),
                          meant.empty() ? std::string(rule.advice) : "Write \"" + std::string(meant) + "\"."};
         });

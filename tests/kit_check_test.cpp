@@ -7,6 +7,7 @@
 
 #include <TarnoMirelo/kit/check.h>
 #include <TarnoMirelo/kit/digest.h>
+#include <TarnoMirelo/kit/texts.h>
 
 #include <gtest/gtest.h>
 
@@ -536,15 +537,16 @@ class FailingModel : public ScriptedModel {
     }
 };
 
-// Its engine divides by an input.
+// Its engine divides by an input, or its output has a shape that depends on one.
 class NeverZeroModel : public ScriptedModel {
  public:
-    using ScriptedModel::ScriptedModel;
+    explicit NeverZeroModel(STATUS_CODE code) : ScriptedModel("model", MireloModelType::WinML), code_(code) {}
 
  protected:
-    MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override {
-        return {ML_FRAMEWORK_ERROR, "rate 0"};
-    }
+    MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override { return {code_, "rate 0"}; }
+
+ private:
+    STATUS_CODE code_;
 };
 
 // Takes the key that the test gives, on the protected component alone.
@@ -588,10 +590,14 @@ TEST(KitCheck, TriesThePackageWithABackend) {
                   directory.write("plain.json", replaced(replaced(baseManifest(), image, ""), plainOnly, R"("file")")),
                   model, key)),
               cannotLoad + "MODEL_METADATA_ERROR (12): No component of the target is protected" + end);
-    EXPECT_EQ(print(checkPackage(sound, std::make_shared<NeverZeroModel>("model", MireloModelType::WinML))),
-              "0:0 [] warning: Loading works, but the engine fails to predict on zeros. Found ML_FRAMEWORK_ERROR (13): "
-              "rate 0. If the network can't take zeros, or 1 for an open dimension, try real data: mirelo run --input. "
-              "Otherwise compare the target with the network.\n");
+    for (const STATUS_CODE code : {ML_FRAMEWORK_ERROR, MODEL_METADATA_ERROR}) {
+        EXPECT_EQ(print(checkPackage(sound, std::make_shared<NeverZeroModel>(code))),
+                  "0:0 [] warning: Loading works, but a prediction on zeros fails. Found " +
+                      describe(MireloStatus(code, "rate 0")) +
+                      " The network may refuse zeros, or 1 for an open dimension, or give shapes that depend on "
+                      "values. Try real data: mirelo run --input. If that fails, too, compare the target with the "
+                      "network.\n");
+    }
     model->answer = {ML_FRAMEWORK_ERROR, "Node \"a\": no weights"};
     EXPECT_EQ(print(checkPackage(sound, model)), cannotLoad + "ML_FRAMEWORK_ERROR (13): Node \"a\": no weights" + end);
     model->raises = true;

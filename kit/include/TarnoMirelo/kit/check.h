@@ -58,8 +58,9 @@ std::vector<Finding> checkManifest(const Filepath& manifest);
 std::vector<Finding> checkManifestText(std::string_view text);
 
 /// As `checkManifest`. If there is no error, has the backend load the target of the model's type, and predicts once:
-/// inputs are zero, and a dimension that is left open is 1. What a step refuses is a finding. If loading works and the
-/// engine fails to predict (`ML_FRAMEWORK_ERROR`), that is a warning: the network may only refuse zeros.
+/// inputs are zero, and a dimension that is left open is 1. What a step refuses is a finding. If loading works, but the
+/// engine fails to predict (`ML_FRAMEWORK_ERROR`) or its result does not fit the target (`MODEL_METADATA_ERROR`), that
+/// is a warning: the network may refuse only zeros, and an output's shape may depend on values.
 /// @param model  not registered; it is unloaded at the end. Null is refused by a finding.
 /// @param key    of the protected components, 16 bytes; null: none is protected. Where there is a key and no protected
 ///               component, that is a finding.

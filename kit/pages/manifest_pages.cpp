@@ -41,7 +41,7 @@ std::string reference(const ObjectRule& object) { return "#/$defs/" + std::strin
 
 void writeRange(Writer& out, const KeyRule& rule) {
     member(out, "minimum", rule.least);
-    if (rule.most != std::numeric_limits<int64_t>::max()) member(out, "maximum", rule.most);
+    member(out, "maximum", rule.most);
 }
 
 void writeText(Writer& out, const KeyRule& rule) {

@@ -7,6 +7,7 @@
 #include "nearest_name.h"
 
 #include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/manifest.h>
 
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -143,6 +144,7 @@ class StrictReader {
                              std::string(frame.rule->advice)};
             });
         }
+        if (frame.rule->key == "components" && frame.elements > 1) onSeveralComponents(frame);
         endValue();
         return true;
     }
@@ -360,6 +362,16 @@ class StrictReader {
                                      "Write a number from 1, or list an input without 0 first: the order is free."}
                              : Words{"The tensor has no element", "0", Rules::wantedElement(rule),
                                      "Write a number from 1, unless the network's tensor is always empty."};
+        });
+    }
+
+    // Another target's backends are not known.
+    void onSeveralComponents(const Frame& list) {
+        if (stack_[1].rule->key != TargetKey::WinML) return;
+        report(Severity::Warning, list.offset, [&] {
+            return Words{"The backends here load one component", std::to_string(list.elements) + " components", "one",
+                         "List the network alone. If it needs files beside it, put all into a folder and list that as "
+                         "a \"dir\"."};
         });
     }
 

@@ -21,7 +21,7 @@ namespace TarnoMirelo::Kit {
 /// How bad a finding is.
 enum class Severity {
     Error,    ///< the model can't be used, or a value is ignored or changed
-    Warning,  ///< it works, but perhaps not as it was meant
+    Warning,  ///< it works, but perhaps not as it was meant, or not with every backend
 };
 
 /// One mistake. Texts are UTF-8 and of one line; long values are cut.

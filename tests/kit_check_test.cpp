@@ -7,6 +7,7 @@
 
 #include <TarnoMirelo/kit/check.h>
 #include <TarnoMirelo/kit/digest.h>
+#include <TarnoMirelo/kit/texts.h>
 
 #include <gtest/gtest.h>
 
@@ -71,6 +72,31 @@ TEST(KitCheck, FindsEveryMistakeAtItsPlace) {
         const std::string with = each.input.substr(middle + 4);
         EXPECT_EQ(check(each.input.substr(0, middle), with.substr(0, with.find_last_of('\n'))), each.expected)
             << each.title;
+    }
+}
+
+// A type that is not there is not taken for another one.
+TEST(KitCheck, AdvisesATypeOnlyWhereItIsMeant) {
+    const struct {
+        const char* what;
+        std::vector<const char*> with;
+        const char* advice;
+    } cases[] = {
+        {"float", {"bfloat16", "int", "uint", "int128", "float128", "float8"}, "Write the network's element type."},
+        {"float", {"unit8", "Uint_8", "uin8"}, "Write \"uint8\"."},
+        {"RGB",
+         {"ARGB", "XRGB", "RGBX", "ABGR", "RG"},
+         "Write the channels in their order, or \"one\" for a single channel."},
+        {"tensor", {"int8", "int16", "float", "float32", "tesnor"}, "Write \"tensor\"."},
+        {"file", {"secured_stream", "secured_dir", "tar"}, "Write \"file\" for a file."},
+        {"file", {"secured-file", "securedfile"}, "Write \"secured_file\"."},
+        {"size", {"sha512", "x1"}, "Remove it: nothing reads it."},
+    };
+    for (const auto& each : cases) {
+        for (const char* const with : each.with) {
+            const std::string found = check(each.what, with);
+            EXPECT_NE(found.find(each.advice), std::string::npos) << found;
+        }
     }
 }
 
@@ -397,75 +423,73 @@ TEST(KitCheck, TakesAnyDepthAndAnyNumberOfMistakes) {
 namespace {
 
 // A package in a directory, with the base manifest but for one part.
-std::string checkFiles(const TempDir& directory, const std::string& what, const std::string& with) {
+std::string checfiles(const TempDir& directory, const std::string& what, const std::string& with) {
     return print(checkManifest(directory.write("m.json", replaced(baseManifest(), what, with))));
 }
 
 }  // namespace
 
 TEST(KitCheck, LooksForTheFiles) {
+    const std::string file = "\"net.onnx\",\n                 \"type\": \"file\", \"size\": 3";
     const TempDir directory;
     std::filesystem::create_directories(directory.native() / "Data" / "deep");
     directory.write("net.onnx", "net");
-    directory.write("labels.bin", "labels");
     std::ofstream(directory.native() / "Data" / "deep" / "x.bin") << "x";
     std::string digest;
     ASSERT_TRUE(sha256("net", 3, digest).ok());
 
-    EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"sha256\": \"" + digest + "\""), "");
+    EXPECT_EQ(checfiles(directory, "\"size\": 3", "\"sha256\": \"" + digest + "\""), "");
     EXPECT_EQ(
-        checkFiles(directory, "\"net.onnx\"", R"("./Data\\deep//x.bin")"),
-        "12:88 [/targets/WinML/components/0/size] error: The file has another size. Found 3, wanted 1. Get the file "
+        checfiles(directory, "\"net.onnx\"", R"("./Data\\deep//x.bin")"),
+        "13:42 [/targets/WinML/components/0/size] error: The file has another size. Found 3, wanted 1. Get the file "
         "again, or write its size and digest anew.\n");
-    EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("Data/deep", "type": "dir")"), "");
+    EXPECT_EQ(checfiles(directory, file, R"("Data/deep", "type": "dir")"), "");
     directory.write("net.onnx.protected", "secret");
-    EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)",
-                         R"("net.onnx.protected", "type": "secured_file", "encryption": true)"),
+    EXPECT_EQ(checfiles(directory, file, R"("net.onnx.protected", "type": "secured_file", "encryption": true)"),
               "12:41 [/targets/WinML/components/0/path] warning: What looks like its plain form lies beside the "
               "protected file. Found \"net.onnx\", wanted the protected file alone. Protect the package again, which "
               "removes the plain form, or remove it.\n");
     for (const char* const name : {"net.onnx.17311943250571349521.part", "net.onnx.1.part", "net.part", ".part"}) {
         directory.write(name, "ne");
     }
-    EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"size\": 3"),
+    EXPECT_EQ(checfiles(directory, "\"size\": 3", "\"size\": 3"),
               "0:0 [] warning: A call that was stopped has left an unfinished file. Found "
               "\"net.onnx.17311943250571349521.part\", wanted no such file. Remove it: it may hold a part of what is "
               "protected.\n");
     std::filesystem::remove(directory.native() / "net.onnx.17311943250571349521.part");
     const std::string wrong(64, '0');
-    EXPECT_EQ(checkFiles(directory, "\"size\": 3", "\"sha256\": \"" + wrong + "\""),
-              "12:79 [/targets/WinML/components/0/sha256] error: The file has another digest. Found " + wrong +
+    EXPECT_EQ(checfiles(directory, "\"size\": 3", "\"sha256\": \"" + wrong + "\""),
+              "13:44 [/targets/WinML/components/0/sha256] error: The file has another digest. Found " + wrong +
                   ", wanted " + digest + ". Get the file again, or write its size and digest anew.\n");
     const std::string at = "12:41 [/targets/WinML/components/0/path] error: ";
     EXPECT_EQ(
-        checkFiles(directory, "\"net.onnx\"", "\"ent.onnx\""),
+        checfiles(directory, "\"net.onnx\"", "\"ent.onnx\""),
         at +
             "Nothing is there. Found no \"ent.onnx\" in the manifest's directory, wanted the component's file. Write \"net.onnx\".\n");
     EXPECT_EQ(
-        checkFiles(directory, "\"net.onnx\"", "\"Data/deep/y.bin/z\""),
+        checfiles(directory, "\"net.onnx\"", "\"Data/deep/y.bin/z\""),
         at + "Nothing is there. Found no \"y.bin\" in \"Data/deep\", wanted the component's file. Write \"x.bin\".\n");
-    EXPECT_EQ(
-        checkFiles(directory, "\"net.onnx\"", "\"labels.bin/net.onnx\""),
-        at + "The directory can't be read. Found \"labels.bin\", wanted a directory that may be listed. Correct the "
-             "path, or the directory's permissions.\n");
-    EXPECT_EQ(checkFiles(directory, R"("net.onnx", "type": "file", "size": 3)", R"("data/deep/X.bin", "type": "file")"),
+    EXPECT_EQ(checfiles(directory, "\"net.onnx\"", "\"m.json/net.onnx\""),
+              at + "The directory can't be read. Found \"m.json\", wanted a directory that may be listed. Correct the "
+                   "path, or the directory's permissions.\n");
+    EXPECT_EQ(checfiles(directory, file, R"("data/deep/X.bin", "type": "file")"),
               at + "The path differs from the file's in the case of letters: it is found on Windows alone. Found "
                    "\"data/deep/X.bin\", wanted \"Data/deep/x.bin\". Write \"Data/deep/x.bin\".\n");
     for (const std::string path : {"net.onnx/", "net.onnx/.", "./net.onnx//"}) {
         EXPECT_EQ(
-            checkFiles(directory, "\"net.onnx\"", '"' + path + '"'),
+            checfiles(directory, "\"net.onnx\"", '"' + path + '"'),
             at + "A file's path ends in its name. Found \"" + path + "\", wanted \"net.onnx\". Write \"net.onnx\".\n");
     }
     EXPECT_EQ(
-        checkFiles(directory, "\"net.onnx\"", "\"Data\""),
+        checfiles(directory, "\"net.onnx\"", "\"Data\""),
         at + "It is not what \"type\" says. Found a directory, wanted a file, as for \"file\". Correct the path or "
              "the type.\n");
-    EXPECT_EQ(checkFiles(directory, R"("type": "file", "size": 3)", R"("type": "dir")"),
+    EXPECT_EQ(checfiles(directory, R"("type": "file", "size": 3)", R"("type": "dir")"),
               at +
                   "It is not what \"type\" says. Found a file, wanted a directory, as for \"dir\". Correct the path or "
                   "the type.\n");
     EXPECT_EQ(
-        checkFiles(directory, "\"net.onnx\"", "\"\xFF\""),
+        checfiles(directory, "\"net.onnx\"", "\"\xFF\""),
         "12:41 [/targets/WinML/components/0/path] warning: The text is not UTF-8. Found \"?\", wanted UTF-8. Save "
         "the manifest as UTF-8.\n" +
             at +
@@ -475,7 +499,6 @@ TEST(KitCheck, LooksForTheFiles) {
 TEST(KitCheck, SpeaksOfTheManifestsOwnPath) {
     const TempDir directory;
     directory.write("net.onnx", "net");
-    directory.write("labels.bin", "labels");
     directory.write("m.json", baseManifest());
     const std::string slashes = directory.native().generic_string() + "/m.json";
     EXPECT_EQ(print(checkManifest(Filepath(slashes))),
@@ -511,26 +534,26 @@ class FailingModel : public ScriptedModel {
     }
 };
 
-// Its engine divides by an input.
+// Its engine divides by an input, or its output has a shape that depends on one.
 class NeverZeroModel : public ScriptedModel {
  public:
-    using ScriptedModel::ScriptedModel;
+    explicit NeverZeroModel(STATUS_CODE code) : ScriptedModel("model", MireloModelType::WinML), code_(code) {}
 
  protected:
-    MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override {
-        return {ML_FRAMEWORK_ERROR, "rate 0"};
-    }
+    MireloStatus onPredict(const Inputs& /*inputs*/, Outputs& /*outputs*/) const override { return {code_, "rate 0"}; }
+
+ private:
+    STATUS_CODE code_;
 };
 
-// Takes the key that the test gives, on the protected component alone.
+// Takes the key that the test gives.
 class KeyedModel : public ScriptedModel {
  public:
     using ScriptedModel::ScriptedModel;
 
  protected:
     MireloStatus onLoad(const std::vector<ModelComponent>& components) override {
-        EXPECT_EQ(components.at(0).encryption.getKey()[0], 0);
-        EXPECT_EQ(components.at(1).encryption.getKey()[0], 1);
+        EXPECT_EQ(components.at(0).encryption.getKey()[0], 1);
         return ScriptedModel::onLoad(components);
     }
 };
@@ -540,13 +563,13 @@ class KeyedModel : public ScriptedModel {
 TEST(KitCheck, TriesThePackageWithABackend) {
     const TempDir directory;
     directory.write("net.onnx", "net");
-    directory.write("labels.bin", "labels");
     const std::string image = R"(,
                 {"name": "photo", "featureType": "image", "image": {"height": 8, "width": 8, "pixelType": "RGB"}})";
-    const Filepath sound = directory.write("m.json", replaced(baseManifest(), image, ""));
+    const std::string text = replaced(baseManifest(), image, "");
+    const Filepath sound = directory.write("m.json", text);
     const auto model = std::make_shared<ScriptedModel>("model", MireloModelType::WinML);
     EXPECT_EQ(print(checkPackage(sound, model)), "");
-    EXPECT_EQ(model->calls, "load 2;predict;unload;");
+    EXPECT_EQ(model->calls, "load 1;predict;unload;");
 
     const auto onnx = std::make_shared<ScriptedModel>("model", MireloModelType::OnnxRuntime);
     EXPECT_EQ(print(checkPackage(sound, onnx)), "");
@@ -556,21 +579,24 @@ TEST(KitCheck, TriesThePackageWithABackend) {
               "type for allocating inputs" +
                   end);
     const unsigned char key[16] = {1};
-    EXPECT_EQ(print(checkPackage(sound, std::make_shared<KeyedModel>("model", MireloModelType::WinML), key)), "");
+    const Filepath keyed =
+        directory.write("keyed.json", replaced(text, R"("file", "size": 3)", R"("secured_file", "encryption": true)"));
+    EXPECT_EQ(print(checkPackage(keyed, std::make_shared<KeyedModel>("model", MireloModelType::WinML), key)), "");
     const std::string cannotLoad = "0:0 [] error: Loading fails. Found ";
-    const std::string plainOnly = R"("secured_file", "encryption": true)";
-    EXPECT_EQ(print(checkPackage(
-                  directory.write("plain.json", replaced(replaced(baseManifest(), image, ""), plainOnly, R"("file")")),
-                  model, key)),
+    EXPECT_EQ(print(checkPackage(sound, model, key)),
               cannotLoad + "MODEL_METADATA_ERROR (12): No component of the target is protected" + end);
-    EXPECT_EQ(print(checkPackage(sound, std::make_shared<NeverZeroModel>("model", MireloModelType::WinML))),
-              "0:0 [] warning: Loading works, but the engine fails to predict on zeros. Found ML_FRAMEWORK_ERROR (13): "
-              "rate 0. If the network can't take zeros, or 1 for an open dimension, try real data: mirelo run --input. "
-              "Otherwise compare the target with the network.\n");
+    for (const STATUS_CODE code : {ML_FRAMEWORK_ERROR, MODEL_METADATA_ERROR}) {
+        EXPECT_EQ(print(checkPackage(sound, std::make_shared<NeverZeroModel>(code))),
+                  "0:0 [] warning: Loading works, but a prediction on zeros fails. Found " +
+                      describe(MireloStatus(code, "rate 0")) +
+                      " The network may refuse zeros, or 1 for an open dimension, or give shapes that depend on "
+                      "values. Try real data: mirelo run --input. If that fails, too, compare the target with the "
+                      "network.\n");
+    }
     model->answer = {ML_FRAMEWORK_ERROR, "Node \"a\": no weights"};
     EXPECT_EQ(print(checkPackage(sound, model)), cannotLoad + "ML_FRAMEWORK_ERROR (13): Node \"a\": no weights" + end);
     model->raises = true;
-    EXPECT_EQ(print(checkPackage(sound, model)), cannotLoad + "UNKNOWN_ERROR (2): raised by load 2" + end);
+    EXPECT_EQ(print(checkPackage(sound, model)), cannotLoad + "UNKNOWN_ERROR (2): raised by load 1" + end);
     EXPECT_EQ(print(checkPackage(sound, std::make_shared<FailingModel>("model", MireloModelType::WinML))),
               "0:0 [] warning: Loading gives a warning. Found WARNING (27): slow" + end +
                   "0:0 [] error: A prediction on zeros fails. Found INVALID_SHAPE (17): 1 64 1 64" + end);

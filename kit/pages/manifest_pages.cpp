@@ -3,6 +3,8 @@
 
 #include "manifest_rules.h"
 
+#include <TarnoMirelo/manifest.h>
+
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
@@ -41,7 +43,7 @@ std::string reference(const ObjectRule& object) { return "#/$defs/" + std::strin
 
 void writeRange(Writer& out, const KeyRule& rule) {
     member(out, "minimum", rule.least);
-    if (rule.most != std::numeric_limits<int64_t>::max()) member(out, "maximum", rule.most);
+    member(out, "maximum", rule.most);
 }
 
 void writeText(Writer& out, const KeyRule& rule) {
@@ -88,6 +90,16 @@ void writeList(Writer& out, const KeyRule& rule) {
     out.EndObject();
 }
 
+// Of a target: the backends here load no more.
+void writeOneComponent(Writer& out) {
+    for (const char* const each : {"properties", "components"}) {
+        key(out, each);
+        out.StartObject();
+    }
+    member(out, "maxItems", 1);
+    for (int i = 0; i < 2; ++i) out.EndObject();
+}
+
 void writeValue(Writer& out, const KeyRule& rule) {
     out.StartObject();
     member(out, "description", rule.meaning);
@@ -112,6 +124,7 @@ void writeValue(Writer& out, const KeyRule& rule) {
             break;
         case Kind::Object:
             member(out, "$ref", reference(*rule.object));
+            if (rule.key == TarnoMirelo::TargetKey::WinML) writeOneComponent(out);
             break;
         case Kind::List:
             writeList(out, rule);

@@ -106,13 +106,15 @@ void tryPrediction(std::vector<Finding>& findings, const std::shared_ptr<MireloM
         status = model->predict({inputs.begin(), inputs.end()}, outputs);
         return status;
     });
-    if (predicts || status.getCode() != ML_FRAMEWORK_ERROR) return;
+    // The engine fails, or its result does not fit the target.
+    const bool dependsOnValues = status.getCode() == ML_FRAMEWORK_ERROR || status.getCode() == MODEL_METADATA_ERROR;
+    if (predicts || !dependsOnValues) return;
     Finding& refusal = findings.back();
     refusal.severity = Severity::Warning;
-    refusal.what = "Loading works, but the engine fails to predict on zeros";
+    refusal.what = "Loading works, but a prediction on zeros fails";
     refusal.advice =
-        "If the network can't take zeros, or 1 for an open dimension, try real data: mirelo run --input. Otherwise compare "
-        "the target with the network.";
+        "The network may refuse zeros, or 1 for an open dimension, or give shapes that depend on values. Try real data: "
+        "mirelo run --input. If that fails, too, compare the target with the network.";
 }
 
 }  // namespace

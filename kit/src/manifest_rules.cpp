@@ -129,7 +129,7 @@ constexpr KeyRule kTargetKeys[] = {
     {.key = "components",
      .kind = Kind::List,
      .required = true,
-     .meaning = "the model's files",
+     .meaning = "the model's files; the backends here load one component",
      .advice = "List the model's files: a model without a component can't be loaded.",
      .object = &kComponent,
      .notEmpty = true},
@@ -253,7 +253,7 @@ constexpr KeyRule kImageKeys[] = {
     {.key = "pixelType",
      .required = true,
      .meaning = "the channels of a pixel, in this order",
-     .advice = "Write \"one\" for one channel.",
+     .advice = "Write the channels in their order, or \"one\" for a single channel.",
      .allowed = kPixelTypes},
 };
 
@@ -282,14 +282,12 @@ std::string quotedList(std::span<const std::string_view> names) {
 
 std::string wantedValue(const KeyRule& rule) {
     const std::string some = rule.notEmpty ? ", not empty" : "";
-    const bool hasEnd = rule.most != std::numeric_limits<int64_t>::max();
-    const std::string end = hasEnd ? " to " + std::to_string(rule.most) : "";
     switch (rule.kind) {
         case Kind::Text:
             if (!rule.allowed.empty()) return quotedList(rule.allowed);
             return rule.form.empty() ? "a text" + some : std::string(rule.form);
         case Kind::Integer:
-            return "an integer from " + std::to_string(rule.least) + end;
+            return "an integer from " + std::to_string(rule.least) + " to " + std::to_string(rule.most);
         case Kind::Truth:
             return "true or false";
         case Kind::Mark:

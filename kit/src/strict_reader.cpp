@@ -7,6 +7,7 @@
 #include "nearest_name.h"
 
 #include <TarnoMirelo/kit/components.h>
+#include <TarnoMirelo/manifest.h>
 
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -25,6 +26,8 @@ using Rules::ObjectRule;
 using Words = FindingList::Words;
 
 constexpr size_t kMostKeys = 8;  // of one object
+
+constexpr char kRefusedShape[] = "validate refuses it: the product of the first input's dimensions is below 1";
 
 // Below the arrays, the rule of each key is known by its index.
 size_t indexOf(const ObjectRule& object, const KeyRule& rule) {
@@ -84,12 +87,13 @@ struct ShapeState {
 // An open object or list that the rules know.
 struct Frame {
     const ObjectRule* object = nullptr;  // null for a list
-    const KeyRule* rule = nullptr;       // of the current member; of a list, its own
+    const KeyRule* rule = nullptr;       // of the member that is being read; of a list, its own
     size_t offset = 0;
     uint32_t seen = 0;                           // a bit for each rule of the object
     std::array<size_t, kMostKeys> keyOffsets{};  // of those seen
     std::string_view choice;                     // the text of the key that has a list of allowed ones
     size_t elements = 0;                         // so far
+    bool isInElement = false;                    // the last of them is being read
 };
 
 // Takes the events of RapidJSON's reader.
@@ -126,6 +130,7 @@ class StrictReader {
         if (leaveUntracked()) return true;
         checkObject(stack_.back());
         stack_.pop_back();
+        endValue();
         return true;
     }
     bool EndArray(size_t /*elements*/) {
@@ -139,6 +144,8 @@ class StrictReader {
                              std::string(frame.rule->advice)};
             });
         }
+        if (frame.rule->key == "components" && frame.elements > 1) onSeveralComponents(frame);
+        endValue();
         return true;
     }
     bool Key(const char* text, size_t length, bool /*copy*/) {
@@ -173,7 +180,9 @@ class StrictReader {
 
     bool scalar(const Value& value) {
         lastEnd_ = stream_.Tell() + begin_;
-        if (untracked_ == 0) onValue(value);
+        if (untracked_ != 0) return true;
+        onValue(value);
+        endValue();
         return true;
     }
     bool container(const Value& value) {
@@ -187,21 +196,25 @@ class StrictReader {
     }
     bool leaveUntracked() {
         if (untracked_ == 0) return false;
-        --untracked_;
+        if (--untracked_ == 0) endValue();
         return true;
+    }
+    // What follows is no longer in this member or element.
+    void endValue() {
+        if (stack_.empty()) return;
+        Frame& frame = stack_.back();
+        frame.isInElement = false;
+        if (frame.object != nullptr) frame.rule = nullptr;
     }
 
     std::string pointerTo(size_t depth) const {
         std::string pointer;
         for (size_t i = 0; i < depth; ++i) {
             const Frame& frame = stack_[i];
-            pointer += '/';
-            if (frame.object == nullptr) {
-                pointer += std::to_string(frame.elements - 1);
-            } else if (frame.rule != nullptr) {
-                pointer += frame.rule->key;
-            } else {
-                pointer.pop_back();
+            if (frame.isInElement) {
+                pointer += '/' + std::to_string(frame.elements - 1);
+            } else if (frame.object != nullptr && frame.rule != nullptr) {
+                (pointer += '/') += frame.rule->key;
             }
         }
         return pointer;
@@ -252,6 +265,7 @@ class StrictReader {
         Frame& frame = stack_.back();
         if (frame.object == nullptr) {
             ++frame.elements;
+            frame.isInElement = true;
             return onElement(*frame.rule, value);
         }
         return frame.rule != nullptr && onMember(*frame.rule, value);
@@ -335,13 +349,30 @@ class StrictReader {
     }
 
     void onDimension(const KeyRule& rule, const Value& value) {
-        if (!isInRange(rule, value) || value.integer == 0) {
+        if (!isInRange(rule, value)) {
             return report(Severity::Error, value.offset, [&] {
                 return Words{"The dimension can't be used", found(value), Rules::wantedElement(rule),
                              std::string(rule.advice)};
             });
         }
-        shape_.add(value.integer);
+        if (value.integer != 0) return shape_.add(value.integer);
+        const bool isRefused = isOfFirstInput(stack_.size() - 2);
+        report(isRefused ? Severity::Error : Severity::Warning, value.offset, [&] {
+            return isRefused ? Words{kRefusedShape, "0", Rules::wantedElement(rule),
+                                     "Write a number from 1, or list an input without 0 first: the order is free."}
+                             : Words{"The tensor has no element", "0", Rules::wantedElement(rule),
+                                     "Write a number from 1, unless the network's tensor is always empty."};
+        });
+    }
+
+    // Another target's backends are not known.
+    void onSeveralComponents(const Frame& list) {
+        if (stack_[1].rule->key != TargetKey::WinML) return;
+        report(Severity::Warning, list.offset, [&] {
+            return Words{"The backends here load one component", std::to_string(list.elements) + " components", "one",
+                         "List the network alone. If it needs files beside it, put all into a folder and list that as "
+                         "a \"dir\"."};
+        });
     }
 
     bool onInteger(const KeyRule& rule, const Value& value) {
@@ -405,7 +436,7 @@ class StrictReader {
             return;
         }
         report(Severity::Error, value.offset, [&] {
-            const std::string_view meant = nearestName(text, rule.allowed);
+            const std::string_view meant = nearestType(text, rule.allowed);
             return Words{"The text is not known", found(value), Rules::wantedValue(rule),
                          meant.empty() ? std::string(rule.advice) : "Write \"" + std::string(meant) + "\"."};
         });
@@ -433,7 +464,6 @@ class StrictReader {
     void checkObject(Frame& frame) {
         for (const KeyRule& rule : frame.object->keys) checkPresence(frame, rule);
         if (frame.object == &Rules::kTensor) checkShape(frame);
-        frame.rule = nullptr;
         if (frame.object != &Rules::kComponent || frame.choice.empty() || component_.path.empty()) return;
         component_.type = frame.choice;
         component_.pointer = pointerTo(stack_.size() - 1);
@@ -471,7 +501,7 @@ class StrictReader {
 
     // Of the tensor whose object ends.
     void checkShape(const Frame& tensor) {
-        const bool isFirstInput = isOfFirstInput();
+        const bool isFirstInput = isOfFirstInput(stack_.size() - 1);
         const auto shape = [&](Severity severity, Words words) {
             if (findings_.count(severity)) {
                 findings_.add(severity, shape_.offset, pointerTo(stack_.size() - 1) + "/shape", std::move(words));
@@ -483,9 +513,8 @@ class StrictReader {
         } else if (isFirstInput && shape_.variable > 0) {
             const bool isRefused = shape_.variable % 2 == 1;
             shape(isRefused ? Severity::Error : Severity::Warning,
-                  {isRefused ? "validate refuses it: the product of the first input's dimensions is below 1"
-                             : "Dimensions of the first input are left open",
-                   countOf(shape_.variable), "no -1 in the first input",
+                  {isRefused ? kRefusedShape : "Dimensions of the first input are left open", countOf(shape_.variable),
+                   "no -1 in the first input",
                    "Write a number from 1 in place of each -1, or list an input without -1 first: the order is free."});
         } else if (shape_.variable > 1) {
             shape(Severity::Warning, {"Several dimensions are left open", countOf(shape_.variable), "one at most",
@@ -497,9 +526,9 @@ class StrictReader {
         return variable == 1 ? "one -1" : std::to_string(variable) + " of -1";
     }
 
-    bool isOfFirstInput() const {
-        if (stack_.size() < 3) return false;
-        const Frame& list = stack_[stack_.size() - 3];
+    // Whether the tensor at this place of the stack is that of the first input.
+    bool isOfFirstInput(size_t tensor) const {
+        const Frame& list = stack_[tensor - 2];
         return list.object == nullptr && list.elements == 1 && list.rule->key == "inputs";
     }
 

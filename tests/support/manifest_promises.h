@@ -5,11 +5,13 @@
 #include <TarnoMirelo/kit/texts.h>
 
 #include <rapidjson/document.h>
+#include <rapidjson/pointer.h>
 
 #include <algorithm>
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace TarnoMirelo {
 
@@ -112,6 +114,30 @@ class KeptFields {
     std::string lost_;
 };
 
+/// The first place of a finding that is no value of the text; empty where there is none. Of a text that breaks off, it
+/// sees only whether a list can have as many elements.
+inline std::string lostPlace(std::string_view text, const std::vector<Kit::Finding>& findings) {
+    if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
+    rapidjson::Document root;
+    root.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseCommentsFlag | rapidjson::kParseStopWhenDoneFlag>(
+        text.data(), text.size());
+    const auto most = static_cast<rapidjson::SizeType>(std::count(text.begin(), text.end(), ','));
+    const auto canBe = [text, most](const rapidjson::Pointer::Token& token) {
+        const std::string_view name(token.name, token.length);
+        const bool isIndex = name.find_first_not_of("0123456789") == std::string_view::npos;
+        return !isIndex || token.index <= most || text.find(name) != std::string_view::npos;
+    };
+    for (const Kit::Finding& each : findings) {
+        if (each.where.find('?') != std::string::npos || each.where.find("...") != std::string::npos) continue;  // cut
+        const rapidjson::Pointer place(each.where.data(), each.where.size());
+        const auto* const tokens = place.GetTokens();
+        const bool isThere = root.HasParseError() ? std::all_of(tokens, tokens + place.GetTokenCount(), canBe)
+                                                  : place.Get(root) != nullptr;
+        if (!place.IsValid() || !isThere) return each.where;
+    }
+    return "";
+}
+
 /// Holds the check of a manifest to its promises. What is broken; empty where none is.
 /// @param path  of a file that holds the text
 inline std::string brokenPromise(std::string_view text, const Filepath& path) {
@@ -120,6 +146,8 @@ inline std::string brokenPromise(std::string_view text, const Filepath& path) {
     const bool isLoaded = metadata.load(path).ok();
     const bool isValid = isLoaded && metadata.validate(MireloModelType::WinML).ok();
     if (!isValid && !Kit::hasErrors(findings)) return "it is refused without an error";
+    const std::string place = lostPlace(text, findings);
+    if (!place.empty()) return "a finding's place is not there: " + place;
     if (!findings.empty()) return "";
     const std::string lost = KeptFields().lost(text, metadata);
     return lost.empty() ? "" : "there is no finding, but this is not kept: " + lost;

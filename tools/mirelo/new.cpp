@@ -4,6 +4,7 @@
 #include "package.h"
 #include "prediction.h"
 
+#include <TarnoMirelo/kit/check.h>
 #include <TarnoMirelo/kit/texts.h>
 #ifdef MIRELO_WITH_ONNXRUNTIME
 #include <TarnoMirelo/onnxruntime.h>
@@ -91,6 +92,15 @@ bool leavesOpen(const ModelFeatureDescriptor& input) {
     return std::find(dimensions.begin(), dimensions.end(), -1) != dimensions.end();
 }
 
+// A file's name, for one, may be none that Windows takes.
+void requireSound(const Package& package, const Options& options) {
+    std::string errors;
+    for (const Kit::Finding& finding : Kit::checkManifest(toFilepath(package.manifest()))) {
+        if (finding.severity == Kit::Severity::Error) errors += "\n  " + finding.where + ": " + Kit::toText(finding);
+    }
+    if (!errors.empty()) throw Failure(options.network + ": its package would have mistakes:" + errors);
+}
+
 // The engine takes what was written.
 void tryToLoad(const fs::path& folder, const Options& options) {
     const Package package(toText(folder));
@@ -99,6 +109,7 @@ void tryToLoad(const fs::path& folder, const Options& options) {
     const MireloModel::Components components = metadata.getModelCompoents(MireloModelType::WinML);
     const auto& target = std::get<ModelTarget>(components);
     if (!metadata.validate(MireloModelType::WinML).ok() || leavesOpen(target.inputs.front())) refuseFirstInput(target);
+    requireSound(package, options);
     const auto model = std::make_shared<OnnxRuntime::Model>("new", MireloModelType::WinML, silentConfig());
     require(options.network, model->load(components));
 }

@@ -21,14 +21,14 @@ namespace TarnoMirelo::Kit {
 /// How bad a finding is.
 enum class Severity {
     Error,    ///< the model can't be used, or a value is ignored or changed
-    Warning,  ///< it works, but perhaps not as it was meant
+    Warning,  ///< it works, but perhaps not as it was meant, or not with every backend
 };
 
 /// One mistake. Texts are UTF-8 and of one line; long values are cut.
 struct Finding {
     Severity severity = Severity::Error;  ///< how bad it is
     /// Where it is: the JSON pointer of the value, as in "/targets/WinML/inputs/0/name", empty for the root; or the
-    /// name of an archive's entry.
+    /// name of an archive's entry. Between the members of an object or the elements of a list, that of the whole.
     std::string where;
     uint64_t line = 0;    ///< from 1; 0 where it is no place in a text
     uint64_t column = 0;  ///< in characters, from 1; 0 likewise
@@ -58,8 +58,9 @@ std::vector<Finding> checkManifest(const Filepath& manifest);
 std::vector<Finding> checkManifestText(std::string_view text);
 
 /// As `checkManifest`. If there is no error, has the backend load the target of the model's type, and predicts once:
-/// inputs are zero, and a dimension that is left open is 1. What a step refuses is a finding. If loading works and the
-/// engine fails to predict (`ML_FRAMEWORK_ERROR`), that is a warning: the network may only refuse zeros.
+/// inputs are zero, and a dimension that is left open is 1. What a step refuses is a finding. If loading works, but the
+/// engine fails to predict (`ML_FRAMEWORK_ERROR`) or its result does not fit the target (`MODEL_METADATA_ERROR`), that
+/// is a warning: the network may refuse only zeros, and an output's shape may depend on values.
 /// @param model  not registered; it is unloaded at the end. Null is refused by a finding.
 /// @param key    of the protected components, 16 bytes; null: none is protected. Where there is a key and no protected
 ///               component, that is a finding.

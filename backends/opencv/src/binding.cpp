@@ -33,6 +33,27 @@ std::optional<int> toEngineDepth(DataType dataType) {
     }
 }
 
+// What the engine has to know of an input.
+struct Form {
+    int depth;
+    EngineShape shape;
+};
+
+// Raises for a type or shape that the engine doesn't take.
+Form formOf(const Kit::InputPorts& ports, size_t index, const ITensor& tensor) {
+    const std::optional<int> depth = toEngineDepth(tensor.dataType());
+    if (!depth) {
+        throw InvalidTensorDataTypeException(
+            ports.about(index, "the engine doesn't take elements of type " + Kit::toText(tensor.dataType())));
+    }
+    std::optional<EngineShape> shape = toEngineShape(tensor.shape());
+    if (!shape) {
+        throw Exception(ports.about(index, "the engine can't take the shape " + Kit::toText(tensor.shape())),
+                        INVALID_SHAPE);
+    }
+    return {*depth, *std::move(shape)};
+}
+
 cv::Mat wrap(const ITensor& tensor, const EngineShape& shape, int depth) {
     // The engine only reads inputs, and outputs are not const to begin with.
     auto* const elements = const_cast<uint8_t*>(tensor.buffer());
@@ -40,6 +61,15 @@ cv::Mat wrap(const ITensor& tensor, const EngineShape& shape, int depth) {
 }
 
 }  // namespace
+
+void checkForms(const Kit::InputPorts& ports, const MireloModel::Inputs& inputs) {
+    for (const auto& input : inputs) {
+        if (input == nullptr || input->type() != MireloFeatureType::Tensor) continue;
+        const std::shared_ptr<const ITensor> tensor = input->asTensor();
+        const std::optional<size_t> index = ports.find(input->featureDescriptor().name());
+        if (index && tensor != nullptr) formOf(ports, *index, *tensor);
+    }
+}
 
 Binding::Binding(std::shared_ptr<Network> network, const MireloModel::Inputs& inputs, MireloModel::Outputs& outputs,
                  int64_t rows)
@@ -67,18 +97,9 @@ void Binding::wrapInput(size_t index, std::shared_ptr<const ITensor> tensor) {
     if (tensor == nullptr) {
         throw InvalidArgumentsException(ports.about(index, "missing; the engine can't do without an input"));
     }
-    const std::optional<int> depth = toEngineDepth(tensor->dataType());
-    if (!depth) {
-        throw InvalidTensorDataTypeException(
-            ports.about(index, "the engine doesn't take elements of type " + Kit::toText(tensor->dataType())));
-    }
-    const std::optional<EngineShape> shape = toEngineShape(tensor->shape());
-    if (!shape) {
-        throw Exception(ports.about(index, "the engine can't take the shape " + Kit::toText(tensor->shape())),
-                        INVALID_SHAPE);
-    }
-    inputShapes_.push_back(*shape);
-    inputs_.push_back(wrap(*tensor, *shape, *depth));
+    Form form = formOf(ports, index, *tensor);
+    inputs_.push_back(wrap(*tensor, form.shape, form.depth));
+    inputShapes_.push_back(std::move(form.shape));
     bound_.add(std::move(tensor));
 }
 

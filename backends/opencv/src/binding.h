@@ -13,6 +13,10 @@
 
 namespace TarnoMirelo::OpenCv {
 
+/// Raises for inputs whose element type or shape the engine doesn't take. What else is wrong with them is left to
+/// other checks.
+void checkForms(const Kit::InputPorts& ports, const MireloModel::Inputs& inputs);
+
 /// Inputs and outputs, checked and wrapped for the engine: a prediction that has only to be run.
 class Binding final : public MireloModel::MireloBinding {
  public:

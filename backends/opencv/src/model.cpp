@@ -147,6 +147,8 @@ MireloStatus Model::onPredictBatch(const Inputs& inputs, Outputs& outputs) const
                 return getStatusFromCurrentException();
             }
         };
+        // With outputs given, no row may be written before all are checked.
+        if (!outputs.empty()) checkForms(network.inputs(), inputs);
         const bool inOnePass = options_.rowsAreIndependent && network.hasRows();
         require(Kit::runBatch(network.inputs(), network.outputs(), inputs, outputs,
                               inOnePass ? Kit::Stacking::Promised : Kit::Stacking::Never, run));

@@ -188,6 +188,9 @@ class DenseModel : public MireloModel {
         inputs_.emplace(getModelTarget());
         outputs_.emplace(getModelTarget());
         checkPort(*inputs_, layers->front().inputs);
+        if (!(*inputs_)[0].required) {
+            throw ModelMetaDataException(inputs_->about(0, "it is optional, wanted is a required one"));
+        }
         checkPort(*outputs_, layers->back().bias.size());
         layers_ = layers;
         return status;

@@ -47,10 +47,10 @@ class Scaler : public MireloModel {
         inputs_.emplace(getModelTarget());
         outputs_.emplace(getModelTarget());
         const Kit::Ports::Port& input = (*inputs_)[0];
-        if (inputs_->size() > 1 || input.dataType != DataType::Float ||
+        if (inputs_->size() > 1 || !input.required || input.dataType != DataType::Float ||
             input.shape.size() != static_cast<int64_t>(bytes.size())) {
-            return {MODEL_METADATA_ERROR,
-                    "Component \"" + component.name + "\": wanted is a byte for each element of one input of floats"};
+            return {MODEL_METADATA_ERROR, "Component \"" + component.name +
+                                              "\": wanted is a byte for each element of one required input of floats"};
         }
         weights_.assign(bytes.data(), bytes.data() + bytes.size());
         return {SUCCESS, ""};

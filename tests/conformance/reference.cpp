@@ -1,6 +1,8 @@
 // The suite itself: a backend without a fault passes, one with any of the planted faults fails the row that it is for.
 
+#include "package.h"
 #include "reference_model.h"
+#include "support/temp_dir.h"
 #include "support/text.h"
 
 #include <TarnoMirelo/conformance.h>
@@ -8,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <set>
@@ -85,6 +89,34 @@ TEST(Contract, IsWhatThePageShows) {
         if (isRow || line.rfind("## ", 0) == 0) shown += line + "\n";
     }
     EXPECT_EQ(shown, wanted);
+}
+
+// A word that is read for something else would let wrong results pass.
+TEST(Packages, ExpectedResultsAreReadToTheLetter) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"rows independent of each other", "wanted is \"rows independent\""},
+        {"case of two words", "wanted is \"case\" and a name of one word"},
+        {"input source float [1,3] 1,5 2;7 3x", "\"1,5\" is no float"},
+        {"input source float [1,3] 1 2 3x", "\"3x\" is no float"},
+        {"input source float [1,3] 1 2 1e39", "\"1e39\" is no float"},
+        {"input source float16 [1] 65536", "\"65536\" is no float16"},
+        {"input source double [1] 1e400", "\"1e400\" is no double"},
+        {"input source int64 [2] 1.9 -2.7", "\"1.9\" is no int64"},
+        {"input source uint8 [2] 255 256", "\"256\" is no uint8"},
+        {"input source uint64 [1] -1", "\"-1\" is no uint64"},
+        {"input source bool [2] 1 2", "\"2\" is no bool"},
+        {"input source float [1,x] 1", "\"[1,x]\" is no shape, wanted is one as in [1,3]"},
+        {"input source float [1,] 1", "\"[1,]\" is no shape, wanted is one as in [1,3]"},
+        {"input source float [-1] 1", "\"[-1]\" is no shape, wanted is one as in [1,3]"},
+    };
+    const TempDir folder;
+    std::filesystem::copy(Conformance::suppliedPackages() + "/identity/manifest.json", folder.native());
+    for (const auto& [line, wanted] : cases) {
+        folder.write("expected.txt", list("case first\n", line, "\n"));
+        const std::string found =
+            raised([&] { Conformance::readPackage(folder.native().string(), ".", MireloModelType::WinML); });
+        EXPECT_EQ(found.substr(std::min(found.find(", line "), found.size())), list(", line 2:", wanted));
+    }
 }
 
 }  // namespace

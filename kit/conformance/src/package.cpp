@@ -4,9 +4,12 @@
 #include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <tuple>
@@ -42,7 +45,11 @@ void writeHalf(double number, uint8_t* to) {
     int exponent = 0;
     const double fraction = std::frexp(std::fabs(number), &exponent);  // from 1/2 to 1
     int half = number < 0 ? 0x8000 : 0;
-    if (number != 0 && exponent > -14) half |= (exponent + 14) << 10 | (static_cast<int>(fraction * 2048) & 1023);
+    if (!std::isfinite(number)) {
+        half |= std::isnan(number) ? 0x7E00 : 0x7C00;
+    } else if (number != 0 && exponent > -14) {
+        half |= (exponent + 14) << 10 | (static_cast<int>(fraction * 2048) & 1023);
+    }
     writeAs(static_cast<uint16_t>(half), to);
 }
 
@@ -53,28 +60,73 @@ DataType typeOf(const std::string& name) {
     throw std::runtime_error("\"" + name + "\" is no element type");
 }
 
-TensorShape shapeOf(std::string text) {
-    if (text.size() < 2 || text.front() != '[' || text.back() != ']') {
-        throw std::runtime_error("\"" + text + "\" is no shape, wanted is one as in [1,3]");
-    }
-    text = text.substr(1, text.size() - 2);
+// The whole text as a number of that type, if it is one.
+template <typename Integer>
+bool parseInteger(const std::string& text, Integer& number) {
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && rest == end;
+}
+
+bool parseFloat(const std::string& text, double largest, double& number) {
+    char* end = nullptr;
+    number = std::strtod(text.c_str(), &end);
+    const bool isInfinite = text.find_first_of("iI") != std::string::npos;  // and not a number that is too large
+    return end == text.c_str() + text.size() && (isInfinite || std::isnan(number) || std::fabs(number) <= largest);
+}
+
+TensorShape shapeOf(const std::string& text) {
     std::vector<int64_t> dimensions;
-    std::istringstream list(text);
-    for (std::string dimension; std::getline(list, dimension, ',');) {
-        dimensions.push_back(std::stoll(dimension));
-        if (dimensions.back() < 0) throw std::runtime_error("a dimension is negative");
+    bool isShape = text.size() >= 2 && text.front() == '[' && text.back() == ']';
+    for (size_t at = 1; isShape && at + 1 < text.size();) {
+        const size_t end = std::min(text.find(',', at), text.size() - 1);
+        dimensions.emplace_back();
+        isShape = parseInteger(text.substr(at, end - at), dimensions.back()) && dimensions.back() >= 0 &&
+                  end + 2 != text.size();  // a comma at the end
+        at = end + 1;
     }
+    if (!isShape) throw std::runtime_error("\"" + text + "\" is no shape, wanted is one as in [1,3]");
     return dimensions;
 }
 
-void parseElement(const std::string& text, DataType type, uint8_t* to) {
-    if (type == DataType::Int64) {
-        writeAs<int64_t>(std::stoll(text), to);  // more than a double holds
-    } else if (type == DataType::UInt64) {
-        writeAs<uint64_t>(std::stoull(text), to);
-    } else {
-        writeElement(type, std::stod(text), to);
+template <typename Integer>
+bool parseAs(const std::string& text, uint8_t* to, Integer largest = std::numeric_limits<Integer>::max()) {
+    Integer number = 0;
+    if (!parseInteger(text, number) || number > largest) return false;
+    writeAs(number, to);
+    return true;
+}
+
+bool parseElement(const std::string& text, DataType type, uint8_t* to) {
+    double number = 0;
+    switch (type) {
+        case DataType::Bool:
+            return parseAs<uint8_t>(text, to, 1);
+        case DataType::UInt8:
+            return parseAs<uint8_t>(text, to);
+        case DataType::Int8:
+            return parseAs<int8_t>(text, to);
+        case DataType::Int16:
+            return parseAs<int16_t>(text, to);
+        case DataType::UInt16:
+            return parseAs<uint16_t>(text, to);
+        case DataType::Int32:
+            return parseAs<int32_t>(text, to);
+        case DataType::UInt32:
+            return parseAs<uint32_t>(text, to);
+        case DataType::Int64:
+            return parseAs<int64_t>(text, to);
+        case DataType::UInt64:
+            return parseAs<uint64_t>(text, to);
+        default:
+            break;
     }
+    const double largest = type == DataType::Float16 ? 65504
+                           : type == DataType::Float ? std::numeric_limits<float>::max()
+                                                     : std::numeric_limits<double>::max();
+    if (!parseFloat(text, largest, number)) return false;
+    writeElement(type, number, to);
+    return true;
 }
 
 Value readValue(std::istream& line) {
@@ -89,7 +141,8 @@ Value readValue(std::istream& line) {
     for (size_t i = 0; i < value.size(); ++i) {
         std::string element;
         if (!(line >> element)) throw std::runtime_error("there are fewer elements than the shape says");
-        parseElement(element, value.type, value.bytes.data() + i * width);
+        if (parseElement(element, value.type, value.bytes.data() + i * width)) continue;
+        throw std::runtime_error("\"" + element + "\" is no " + Kit::toText(value.type));
     }
     if (std::string more; line >> more) throw std::runtime_error("there are more elements than the shape says");
     return value;
@@ -100,12 +153,17 @@ void readLine(const std::string& text, Package& package) {
     std::string word;
     if (!(line >> word) || word[0] == '#') return;
     if (word == "rows") {
-        line >> word;
-        if (word != "independent") throw std::runtime_error("wanted is \"rows independent\"");
+        std::string more;
+        if (!(line >> word) || word != "independent" || line >> more) {
+            throw std::runtime_error("wanted is \"rows independent\"");
+        }
         package.rowsAreIndependent = true;
     } else if (word == "case") {
         package.cases.emplace_back();
-        line >> package.cases.back().name;
+        std::string more;
+        if (!(line >> package.cases.back().name) || line >> more) {
+            throw std::runtime_error("wanted is \"case\" and a name of one word");
+        }
     } else if (package.cases.empty()) {
         throw std::runtime_error("wanted is a line \"case <name>\" before inputs and outputs");
     } else if (word == "input") {

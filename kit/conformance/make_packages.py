@@ -78,7 +78,7 @@ def main():
     row, rows = [1, 3], ["rows", 3]
     package("identity", [helper.make_node("Identity", ["source"], ["copy"])],
             [Port("source", row, rows)], [Port("copy", row, rows)],
-            [("first", [[[1, 2, 3]]]), ("second", [[[7, 0, 100]]])],
+            [("first", [[[1, 2, 3]]]), ("second", [[[7, 0, 100]]]), ("no_numbers", [[[np.inf, -np.inf, np.nan]]])],
             lambda x: [x])
 
     # left + 2 right: it matters which input is which.

@@ -38,6 +38,8 @@ bool isClose(const Value& expected, size_t index, const uint8_t* found, double t
     if (isInteger(expected.type)) return std::memcmp(wanted, found + index * width, width) == 0;
     const double number = readElement(expected.type, wanted);
     const double other = readElement(expected.type, found + index * width);
+    if (std::isnan(number)) return std::isnan(other);
+    if (std::isinf(number)) return number == other;  // which is close to nothing else
     return std::fabs(number - other) <= tolerance * std::max(1.0, std::fabs(number));
 }
 

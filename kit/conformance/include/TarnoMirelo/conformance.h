@@ -76,7 +76,7 @@ struct Backend {
     bool mayOverlap = false;
 
     /// How far a result may be from the expected one: for an expected element e, tolerance * max(1, |e|). Integers are
-    /// equal.
+    /// equal. Infinities are close only to themselves, and so is a NaN.
     double tolerance = 1e-5;
 };
 

@@ -11,6 +11,7 @@
 #include <list>
 #include <map>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <thread>
 
@@ -56,6 +57,9 @@ std::optional<std::string> graphName(std::string_view file) {
 struct PortNames {
     std::vector<std::string> inputs, outputs;
 };
+
+// The one input of the suite's networks that has a default.
+constexpr char kOptional[] = "offset";
 
 // What the networks of the suite call their inputs and outputs.
 const PortNames& portNamesOf(const std::string& graph) {
@@ -230,6 +234,10 @@ MireloStatus ReferenceModel::read(ModelComponent component, std::shared_ptr<Netw
                                               "\": the network has nothing of the name \"" + port.name() + "\""};
         }
     }
+    for (const ModelFeatureDescriptor& input : target.inputs) {
+        if (input.required() || input.name() == kOptional || has(Fault::AnswersNothing)) continue;
+        return {MODEL_METADATA_ERROR, "Input \"" + input.name() + "\": it is optional, but the network needs it"};
+    }
     network = std::make_shared<Network>(*name, bytes.size(), target);
     return status;
 }
@@ -281,11 +289,11 @@ void ReferenceModel::report(bool isLoad) const {
         record->addCurrentMemoryConsumption(network_->bytes);
     }
     if (has(Fault::HoldsItself) && !isLoad) self_ = shared_from_this();
-    const uint64_t own = network_ == nullptr ? 0 : network_->bytes;
+    const uint64_t own = network_ == nullptr ? 0 : network_->bytes + added_;
     reporter_.report(record, has(Fault::ReportsOfAllModels) ? memoryOfAllModels.load() : own);
 }
 
-MireloModel::Inputs ReferenceModel::tampered(const Inputs& inputs) const {
+MireloModel::Inputs ReferenceModel::tampered(const Inputs& inputs, bool inBatch) const {
     Inputs made;
     const Kit::InputPorts& ports = network_->inputs;
     for (const auto& given : inputs) {
@@ -308,8 +316,19 @@ MireloModel::Inputs ReferenceModel::tampered(const Inputs& inputs) const {
             return feature(port.name, own);
         };
         const TensorShape& shape = tensor->shape();
-        if ((has(Fault::ReadsNoBuffer) && tensor->buffer() == nullptr) ||
-            (has(Fault::ReadsDeviceMemory) && tensor->onDevice())) {
+        const DataType type = network_->types[*index];
+        const bool hasOtherShape = !Kit::fits(shape, port.shape);
+        const bool hasOtherRank = shape.dimension() != port.shape.dimension();
+        if ((has(Fault::ChecksFirstInput) && *index > 0 && hasOtherShape) ||
+            (has(Fault::ChecksNoOptionalInput) && !port.required && hasOtherShape) ||
+            (has(Fault::ReadsFloatsAsIntegers) && type == DataType::Int64 && tensor->dataType() != type) ||
+            (has(Fault::ConvertsDoublesOfRows) && inBatch && tensor->dataType() == DataType::Double) ||
+            (has(Fault::PadsRows) && inBatch && hasOtherShape && !hasOtherRank)) {
+            made.push_back(feature(port.name, std::make_shared<Tensor>(type, port.shape)));
+        } else if (has(Fault::ReshapesOpenInputs) && hasOtherRank && port.shape[0] == -1) {
+            made.push_back(copy(TensorShape(1, shape.size())));
+        } else if ((has(Fault::ReadsNoBuffer) && tensor->buffer() == nullptr) ||
+                   (has(Fault::ReadsDeviceMemory) && tensor->onDevice())) {
             made.push_back(copy(shape));
         } else if (has(Fault::ReshapesInputs) && shape != port.shape && shape.size() == port.shape.size()) {
             made.push_back(copy(port.shape));
@@ -344,6 +363,13 @@ MireloModel::Outputs ReferenceModel::tampered(const Inputs& inputs, const Output
             const auto shared = tensorOf(other);
             return shared != nullptr && tensor->buffer() != nullptr && shared->buffer() == tensor->buffer();
         };
+        const auto overlapsPartly = [&](const auto& other) {
+            const auto shared = tensorOf(other);
+            return shared != nullptr && tensor->buffer() != nullptr && shared->buffer() != nullptr &&
+                   tensor->buffer() != shared->buffer() && tensor->buffer() < shared->buffer() + shared->bytes() &&
+                   shared->buffer() < tensor->buffer() + tensor->bytes();
+        };
+        const bool isFixed = tensor != nullptr && tensor->buffer() != nullptr && !tensor->hasVariableShape();
         const bool ignored =
             given == nullptr                             ? has(Fault::IgnoresNullOutput)
             : port == nullptr                            ? has(Fault::IgnoresUnknownOutput)
@@ -355,6 +381,13 @@ MireloModel::Outputs ReferenceModel::tampered(const Inputs& inputs, const Output
                       (has(Fault::IgnoresOutputOfOtherType) && tensor->dataType() != port->dataType) ||
                       (has(Fault::IgnoresOutputOfOtherShape) && tensor->buffer() != nullptr &&
                        !Kit::fits(tensor->shape(), port->shape)) ||
+                      (has(Fault::ChecksFirstOutput) && *index > 0 && isFixed &&
+                       !Kit::fits(tensor->shape(), port->shape)) ||
+                      (has(Fault::ChecksNoOpenOutput) && port->shape[0] == -1 && isFixed &&
+                       tensor->shape() != tensorOf(inputs[0])->shape()) ||
+                      (has(Fault::ComparesStartsWithInputs) &&
+                       std::any_of(inputs.begin(), inputs.end(), overlapsPartly)) ||
+                      (has(Fault::ComparesStartsOfOutputs) && std::any_of(made.begin(), made.end(), overlapsPartly)) ||
                       (has(Fault::IgnoresOutputOverInput) && std::any_of(inputs.begin(), inputs.end(), overlaps)) ||
                       (has(Fault::IgnoresOutputOverOutput) && std::any_of(made.begin(), made.end(), overlaps));
         if (!ignored) made.push_back(given);
@@ -407,6 +440,8 @@ std::vector<ReferenceModel::Computed> ReferenceModel::computeAll(const Network& 
     } else if (network.name == "sum") {
         const Floats y = floatsOf(*inputs[1]);
         for (size_t i = 0; i < x.size(); ++i) x[i] += 2 * y[i];
+    } else if (network.name == "identity" && has(Fault::ClipsInfinities)) {
+        x = each(x, [](float element) { return std::isinf(element) ? std::copysign(1.0F, element) : element; });
     } else if (network.name == "variable_shape") {
         x = each(x, positive);
     } else if (network.name == "lstm") {
@@ -434,19 +469,55 @@ std::vector<ReferenceModel::Computed> ReferenceModel::computeAll(const Network& 
 namespace {
 
 // Of a network whose ports take every type: those that are declared, and integers for floats.
+bool takes(DataType declared, DataType found, bool convertsAll) {
+    if (found == declared) return true;
+    return declared == DataType::Float && (found == DataType::Int32 || (convertsAll && found == DataType::Double));
+}
+
 MireloStatus checkTypes(const Kit::InputPorts& ports, const std::vector<DataType>& types,
                         const Kit::InputTensors& tensors, bool convertsAll) {
     for (size_t i = 0; i < tensors.size(); ++i) {
-        if (tensors[i] == nullptr || tensors[i]->dataType() == types[i]) continue;
-        const DataType found = tensors[i]->dataType();
-        if (types[i] == DataType::Float && found == DataType::Int32) continue;
-        if (types[i] == DataType::Float && convertsAll && found == DataType::Double) continue;
+        if (tensors[i] == nullptr || takes(types[i], tensors[i]->dataType(), convertsAll)) continue;
         return {INVALID_TENSOR_DATA_TYPE, ports.about(i, "the element type is another one than declared")};
     }
     return success();
 }
 
+bool shareMemory(const MireloModel::Outputs& outputs) {
+    std::set<const uint8_t*> buffers;
+    return std::any_of(outputs.begin(), outputs.end(), [&](const auto& each) {
+        const auto tensor = tensorOf(each);
+        return tensor != nullptr && tensor->buffer() != nullptr && !buffers.insert(tensor->buffer()).second;
+    });
+}
+
+bool lackBuffer(const MireloModel::Outputs& outputs) {
+    return std::any_of(outputs.begin(), outputs.end(), [](const auto& each) {
+        const auto tensor = tensorOf(each);
+        return tensor != nullptr && tensor->buffer() == nullptr;
+    });
+}
+
 }  // namespace
+
+// Only where AnswersNothing has let such a target pass.
+bool ReferenceModel::lacksInput(const Network& network, const Kit::InputTensors& tensors) {
+    for (size_t i = 0; i < tensors.size(); ++i) {
+        if (tensors[i] == nullptr && network.inputs[i].name != kOptional) return true;
+    }
+    return false;
+}
+
+// Into memory of the model, and what is there when another call has had its time.
+Kit::InputTensors ReferenceModel::throughScratch(const Kit::InputTensors& tensors) const {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        scratch_ = tensors;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return scratch_;
+}
 
 MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t rows) const {
     if (network_ == nullptr) return has(Fault::AnswersUnloaded) ? success() : notLoaded();
@@ -457,7 +528,7 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
     overlap.reset();
 
     const Network& network = *network_;
-    const Inputs inputs = tampered(given);
+    const Inputs inputs = tampered(given, false);
     Outputs into = tampered(inputs, outputs);
     if (has(Fault::TakesNoTensorForOperation)) {
         for (const auto& each : inputs) {
@@ -469,12 +540,7 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
     if (has(Fault::WantsAllOutputs) && !into.empty() && into.size() != network.outputs.size()) {
         return {INVALID_ARGUMENTS, "All outputs are wanted"};
     }
-    if (has(Fault::WantsBuffers)) {
-        for (const auto& each : into) {
-            const auto tensor = tensorOf(each);
-            if (tensor != nullptr && tensor->buffer() == nullptr) return {INVALID_ARGUMENTS, "Buffers are wanted"};
-        }
-    }
+    if (has(Fault::WantsBuffers) && lackBuffer(into)) return {INVALID_ARGUMENTS, "Buffers are wanted"};
     if (has(Fault::WipesOutputsFirst)) {
         for (const auto& each : into) {
             const auto tensor = tensorOf(each);
@@ -498,7 +564,13 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
             return {INVALID_SHAPE, network.inputs.about(i, "the shape is variable, wanted is a fixed one")};
         }
     }
+    if (lacksInput(network, tensors)) return success();
+    if (has(Fault::SharesScratch)) tensors = throughScratch(tensors);
     std::vector<Computed> computed = compute(network, tensors);
+    if (has(Fault::FillsFirstRow) && !into.empty()) {
+        std::vector<uint8_t>& bytes = computed[0].bytes;
+        std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size()) / rows, bytes.end(), uint8_t{0});
+    }
     if (has(Fault::RemembersInputs)) {
         if (lastInput_ == tensors[0].get()) computed = lastResults_;
         lastInput_ = tensors[0].get();
@@ -527,7 +599,8 @@ MireloStatus ReferenceModel::run(const Inputs& given, Outputs& outputs, int64_t 
         });
     }
     if (outputs.empty() || has(Fault::ReplacesOutputs)) outputs = std::move(into);
-    if (has(Fault::WritesIntoInputs)) const_cast<uint8_t*>(tensors[0]->buffer())[0] ^= 1;
+    if (has(Fault::WritesIntoInputs) || (has(Fault::WritesIntoInputsForGiven) && !makesOutputs))
+        const_cast<uint8_t*>(tensors[0]->buffer())[0] ^= 1;
     report();
     return status;
 }
@@ -590,7 +663,10 @@ MireloStatus ReferenceModel::onPredictBatch(const Inputs& given, Outputs& output
     const Network& network = *network_;
     if (has(Fault::StampsBatches) && !MireloBatch::isBatch(given)) return predict(given, outputs);
     if (has(Fault::RaisesForNullRow)) MireloBatch{given};
-    Inputs inputs = given;
+    const bool isLenient = has(Fault::ConvertsDoublesOfRows) || has(Fault::PadsRows);
+    Inputs inputs = isLenient ? tampered(given, true) : given;
+    if (has(Fault::AddsWithEachBatch)) ++added_;
+    if (has(Fault::WantsBuffersOfBatch) && lackBuffer(outputs)) return {INVALID_ARGUMENTS, "Buffers are wanted"};
     if (has(Fault::TakesEmptyBatch) && inputs.empty()) return success();
     const auto isUnknown = [&](const auto& each) { return each != nullptr && !network.inputs.find(nameOf(*each)); };
     if (has(Fault::IgnoresUnknownRows)) {
@@ -626,7 +702,8 @@ MireloStatus ReferenceModel::onPredictBatch(const Inputs& given, Outputs& output
             }
         }
     }
-    if (has(Fault::FillsBatchesByPlace) && ports > 1 && outputs.size() == rowCount * ports) {
+    const bool areByPlace = has(Fault::FillsBatchesByPlace) && ports > 1 && outputs.size() == rowCount * ports;
+    if (areByPlace || (has(Fault::LetsRowsShareOutputs) && shareMemory(outputs))) {
         Outputs made;
         MireloStatus status = onPredictBatch(given, made);
         for (size_t i = 0; status.ok() && i < outputs.size(); ++i) {
@@ -643,6 +720,13 @@ MireloStatus ReferenceModel::onPredictBatch(const Inputs& given, Outputs& output
         } catch (...) {
             return told(getStatusFromCurrentException(), before, outputs);
         }
+    }
+    for (const auto& each : inputs) {  // the ports take every type, and no row may run before all are checked
+        const auto tensor = tensorOf(each);
+        const size_t index = tensor == nullptr ? 0 : network.inputs.find(nameOf(*each)).value_or(0);
+        if (tensor == nullptr || takes(network.types[index], tensor->dataType(), false)) continue;
+        return told({INVALID_TENSOR_DATA_TYPE, network.inputs.about(index, "another element type than declared")},
+                    before, outputs);
     }
     const auto runs = [this](const Inputs& row, Outputs& results, int64_t rows) { return run(row, results, rows); };
     const bool stacks = traits_.stacks || has(Fault::StacksWithoutPromise);
@@ -663,8 +747,11 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
     }
     if (network_ == nullptr) return notLoaded();
     if (has(Fault::DropsBindingOnFailure)) binding.reset();
+    int64_t rows = rows_;
+    const auto first = inputs.empty() ? nullptr : tensorOf(inputs[0]);
+    if (has(Fault::BindsAnyRows) && first != nullptr && rows_ > 1) rows = first->shape()[0];
     Kit::InputTensors tensors;
-    MireloStatus status = network_->inputs.arrange(inputs, rows_, tensors);
+    MireloStatus status = network_->inputs.arrange(inputs, rows, tensors);
     if (status.ok()) status = checkTypes(network_->inputs, network_->types, tensors, false);
     if (!status.ok()) return status;
     if (has(Fault::BindsInputsByPlace)) {
@@ -685,11 +772,12 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
     auto bound = std::make_shared<Bound>();
     bound->model = this;
     bound->network = network_;
+    if (lacksInput(*network_, tensors)) return status;
     bound->computed = compute(*network_, tensors);
     std::vector<Kit::Result> results;
     for (const Computed& result : bound->computed) results.push_back(result.asResult());
     Kit::PreparedOutputs prepared;
-    status = Kit::prepareOutputs(network_->inputs, tensors, network_->outputs, results, outputs, rows_, prepared);
+    status = Kit::prepareOutputs(network_->inputs, tensors, network_->outputs, results, outputs, rows, prepared);
     if (!status.ok()) return status;
     if (has(Fault::LendsMemoryToBindings) && makesOutputs) {
         for (size_t i = 0; i < prepared.features.size(); ++i) {
@@ -711,11 +799,18 @@ MireloStatus ReferenceModel::onBind(const Inputs& inputs, Outputs& outputs,
     } else {
         for (const auto& tensor : bound->inputs) bound->tensors.add(tensor);
         for (const auto& tensor : bound->outputs) bound->tensors.add(tensor);
+        if (has(Fault::WatchesFirstTensors)) {
+            bound->tensors = {};
+            bound->tensors.add(bound->inputs[0]);
+            bound->tensors.add(bound->outputs[0]);
+        }
     }
     outputs = std::move(prepared.features);
     if (has(Fault::ReusesBoundOutputs) && makesOutputs) lastOutputs_ = outputs;
     binding = bound;
     if (has(Fault::KeepsOneBinding)) lastBinding_ = bound;
+    if (has(Fault::AddsWithEachBinding)) ++added_;
+    if (has(Fault::HoldsItselfOnceBound)) self_ = shared_from_this();
     report();
     return status;
 }

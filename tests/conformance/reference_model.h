@@ -47,9 +47,11 @@ class ReferenceModel : public MireloModel {
     std::vector<Computed> computeAll(const Network& network, const Kit::InputTensors& inputs) const;
     MireloStatus told(MireloStatus status, const Outputs& before, Outputs& outputs) const;
     void report(bool isLoad = false) const;
+    static bool lacksInput(const Network& network, const Kit::InputTensors& tensors);
+    Kit::InputTensors throughScratch(const Kit::InputTensors& tensors) const;
 
     // What a fault makes of the features that the host gives.
-    Inputs tampered(const Inputs& inputs) const;
+    Inputs tampered(const Inputs& inputs, bool inBatch) const;
     Outputs tampered(const Inputs& inputs, const Outputs& outputs) const;
 
     Traits traits_;
@@ -59,6 +61,8 @@ class ReferenceModel : public MireloModel {
     mutable std::mutex mutex_;  // of what follows
     mutable Kit::MemoryReporter reporter_;
     mutable bool hasReported_ = false;
+    mutable uint64_t added_ = 0;  // to the report, by a fault
+    mutable Kit::InputTensors scratch_;
     mutable Outputs lastOutputs_;
     mutable const ITensor* lastInput_ = nullptr;
     mutable std::vector<Computed> lastResults_;

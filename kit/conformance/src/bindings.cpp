@@ -86,13 +86,7 @@ void openBoundOutputs(Trial& trial) {
         for (const bool isVariable : {false, true}) {
             SCOPED_TRACE(isVariable ? "of variable shape" : "without shape and buffer");
             Bound bound{&package.cases.front(), featuresOf(package.cases.front()), nullptr};
-            bound.features.outputs.clear();
-            for (const Value& value : bound.expected->outputs) {
-                const std::vector<int64_t> open(value.shape.dimension(), -1);
-                std::shared_ptr<ITensor> tensor = std::make_shared<Tensor>(value.type);
-                if (isVariable) tensor = std::make_shared<VariableTensor>(value.type, TensorShape(open));
-                bound.features.outputs.push_back(featureOver(value.name, tensor));
-            }
+            bound.features.outputs = openRoomFor(bound.expected->outputs, isVariable);
             const Outputs given = bound.features.outputs;
             Trial::expectSuccess(model->bind(bound.features.constInputs(), bound.features.outputs, bound.binding),
                                  "bind");
@@ -192,15 +186,17 @@ void bindingOfEarlierLoad(Trial& trial) {
 
 void movedTensor(Trial& trial) {
     SKIP_WITHOUT_BINDINGS(trial);
-    const auto model = trial.loaded(trial.plain());
-    const Case& each = trial.plain().cases.front();
-    for (const bool isInput : {true, false}) {
+    std::vector<Place> places = trial.inputs();
+    for (const Place& output : trial.outputs()) places.push_back(output);
+    for (const Place& place : places) {
+        const Value& value = place.value;
+        const auto model = trial.loaded(place.package);
         for (const bool reshapes : {true, false}) {
-            SCOPED_TRACE(std::string(isInput ? "input" : "output") + (reshapes ? " with another shape" : " elsewhere"));
-            Features features = featuresOf(each);
-            const Value& value = isInput ? each.inputs.front() : each.outputs.front();
+            SCOPED_TRACE("package " + place.package.name + ", \"" + value.name + "\"" +
+                         (reshapes ? " with another shape" : " elsewhere"));
+            Features features = featuresOf(place.package.fullCase());
             const auto tensor = std::make_shared<TrickyTensor>(value, TrickyTensor::Place::Host);
-            (isInput ? features.inputs : features.outputs).front() = featureOver(value.name, tensor);
+            (features.*place.list)[place.index] = featureOver(value.name, tensor);
             Binding binding;
             Trial::expectSuccess(model->bind(features.constInputs(), features.outputs, binding), "bind");
             Trial::expectSuccess(model->evaluate(binding), "evaluate");

@@ -31,34 +31,32 @@ class Recorded {
 
 constexpr uint64_t kOfOthers = 1'000'000'000;
 
+// Each operation of a host, with results that are right.
+void useAll(const Trial& trial, const MireloModel& model) {
+    trial.expectPredicts(model, trial.plain());
+    const Case& each = trial.plain().cases.front();
+    for (const char* const operation : trial.operations()) {
+        SCOPED_TRACE(operation);
+        Outputs outputs;
+        Binding binding;
+        Trial::expectSuccess(run(operation, model, featuresOf(each.inputs), outputs, binding), operation);
+        if (binding != nullptr) Trial::expectSuccess(model.evaluate(binding), "evaluate");
+        trial.expectResults(outputs, each.outputs);
+    }
+}
+
 // Each operation by itself is the first one after the registration.
 void memoryAfterRegistration(Trial& trial) {
     const Features features = featuresOf(trial.plain().cases.front());
-    const MireloModel::Inputs inputs = features.constInputs();
-    using Operation = std::function<MireloStatus(const MireloModel&)>;
-    std::vector<std::pair<const char*, Operation>> operations = {{"predict",
-                                                                  [&](const MireloModel& model) {
-                                                                      Outputs outputs;
-                                                                      return model.predict(inputs, outputs);
-                                                                  }},
-                                                                 {"predictBatch", [&](const MireloModel& model) {
-                                                                      Outputs outputs;
-                                                                      return model.predictBatch(inputs, outputs);
-                                                                  }}};
-    if (trial.backend().binds) {
-        operations.emplace_back("bind", [&](const MireloModel& model) {
-            Outputs outputs;
-            Binding binding;
-            return model.bind(inputs, outputs, binding);
-        });
-    }
-    for (const auto& [name, operation] : operations) {
+    for (const char* const name : trial.operations()) {
         SCOPED_TRACE(name);
         ModelManager manager;
         const auto model = trial.loaded(trial.plain());
         manager.registerModel(model);
         EXPECT_EQ(bytesOf(*model), 0U) << "A record is empty until the first operation after the registration";
-        Trial::expectSuccess(operation(*model), name);
+        Outputs outputs;
+        Binding binding;
+        Trial::expectSuccess(run(name, *model, features.inputs, outputs, binding), name);
         EXPECT_GT(bytesOf(*model), 0U) << "wanted is a report at the first operation after the registration";
         Trial::expectSuccess(manager.unloadModel(model), "unloadModel");
     }
@@ -68,7 +66,7 @@ void memoryAfterRegistration(Trial& trial) {
     const auto model = trial.loaded(trial.plain());
     Outputs outputs;
     Binding binding;
-    Trial::expectSuccess(model->bind(inputs, outputs, binding), "bind");
+    Trial::expectSuccess(model->bind(features.constInputs(), outputs, binding), "bind");
     manager.registerModel(model);
     Trial::expectSuccess(model->evaluate(binding), "evaluate");
     EXPECT_GT(bytesOf(*model), 0U) << "wanted is a report at the first operation after the registration";
@@ -79,12 +77,12 @@ void memoryOfLoad(Trial& trial) {
     const Recorded model(trial.make());
     Trial::load(*model, trial.plain().components);
     EXPECT_GT(model.bytes(), 0U) << "wanted is a report by the load of a model that is registered";
-    trial.expectPredicts(*model, trial.plain());
+    useAll(trial, *model);
     const uint64_t once = model.bytes();
-    for (int times = 0; times < 3; ++times) trial.expectPredicts(*model, trial.plain());
-    EXPECT_EQ(model.bytes(), once) << "wanted is the same after the same predictions again";
+    for (int times = 0; times < 3; ++times) useAll(trial, *model);
+    EXPECT_EQ(model.bytes(), once) << "wanted is the same after the same operations again";
     Trial::load(*model, trial.plain().components);
-    trial.expectPredicts(*model, trial.plain());
+    useAll(trial, *model);
     EXPECT_EQ(model.bytes(), once) << "wanted is the same after another load of the same network";
 }
 
@@ -148,7 +146,7 @@ void endOfTheModel(Trial& trial) {
         const auto model = trial.loaded(trial.plain());
         watched = model;
         manager.registerModel(model);
-        trial.expectPredicts(*model, trial.plain());
+        useAll(trial, *model);
         Trial::expectSuccess(manager.unloadModel(model), "unloadModel");
     }
     EXPECT_TRUE(watched.expired()) << "The model lives on, wanted is its end with the last one who holds it";
@@ -160,7 +158,7 @@ std::vector<Row> memoryRows() {
     return {
         {"MemoryAfterRegistration", "the first operation after a registration", SUCCESS,
          "the record shows the model's memory; until then it is empty", memoryAfterRegistration},
-        {"MemoryOfLoad", "a load of a registered model, then further loads and predictions", SUCCESS,
+        {"MemoryOfLoad", "a load of a registered model, then further operations and loads", SUCCESS,
          "the record shows the network of the last load only", memoryOfLoad},
         {"MemoryOfUnload", "an unload", SUCCESS, "exactly what the model reported is taken back, once", memoryOfUnload},
         {"MemoryOfFailedLoad", "a load that fails", SUCCESS, "what the previous load reported is taken back",

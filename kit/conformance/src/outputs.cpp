@@ -61,18 +61,10 @@ void openOutputs(Trial& trial) {
     for (const Package& package : trial.packages()) {
         SCOPED_TRACE("package " + package.name);
         const auto model = trial.loaded(package);
-        Outputs variable;
-        for (const Value& value : package.cases.front().outputs) {
-            const std::vector<int64_t> open(value.shape.dimension(), -1);
-            variable.push_back(featureOver(value.name, std::make_shared<VariableTensor>(value.type, open)));
-        }
+        const Outputs variable = openRoomFor(package.cases.front().outputs, true);
         for (const Case& each : package.cases) {
             SCOPED_TRACE("case " + each.name);
-            Outputs empty;
-            for (const Value& value : each.outputs) {
-                empty.push_back(featureOver(value.name, std::make_shared<Tensor>(value.type)));
-            }
-            expectInPlace(trial, *model, each, empty, each.outputs);
+            expectInPlace(trial, *model, each, openRoomFor(each.outputs, false), each.outputs);
             Outputs outputs = variable;  // the same tensors for every case: they may grow
             const Outputs inputs = featuresOf(each.inputs);
             Trial::expectSuccess(model->predict({inputs.begin(), inputs.end()}, outputs), "predict");
@@ -82,116 +74,112 @@ void openOutputs(Trial& trial) {
     }
 }
 
-// The failures, each on the first output of the package.
-
-const Value& firstOutput(const Trial& trial) { return trial.plain().cases.front().outputs.front(); }
-
 void nullOutput(Trial& trial) {
-    trial.expectRefuses(trial.plain(), "", [](Features& features) { features.outputs[0] = nullptr; });
+    for (const Place& output : trial.outputs()) trial.expectRefusesAt(output, nullptr);
     trial.expectRefuses(trial.plain(), "", [](Features& features) { features.outputs.push_back(nullptr); });
 }
 
 void unknownOutput(Trial& trial) {
+    const Value& value = trial.plain().cases.front().outputs.front();
     trial.expectRefuses(trial.plain(), "stranger", [&](Features& features) {
-        features.outputs.push_back(featureOver("stranger", roomFor({firstOutput(trial)})[0]->asTensor()));
+        features.outputs.push_back(featureOf("stranger", value.type, value.shape));
     });
 }
 
 void outputGivenTwice(Trial& trial) {
-    trial.expectRefuses(trial.plain(), firstOutput(trial).name,
-                        [&](Features& features) { features.outputs.push_back(roomFor({firstOutput(trial)})[0]); });
+    for (const Place& output : trial.outputs()) {
+        trial.expectRefuses(output.package, output.value.name,
+                            [&](Features& features) { features.outputs.push_back(roomFor({output.value})[0]); });
+    }
 }
 
 void outputOfWrongKind(Trial& trial) {
-    const std::string& name = firstOutput(trial).name;
-    trial.expectRefuses(trial.plain(), name, [&](Features& features) { features.outputs[0] = numberOf(name); });
+    for (const Place& output : trial.outputs()) trial.expectRefusesAt(output, numberOf(output.value.name));
 }
 
 void outputWithoutTensor(Trial& trial) {
-    const std::string& name = firstOutput(trial).name;
-    trial.expectRefuses(trial.plain(), name,
-                        [&](Features& features) { features.outputs[0] = featureOver(name, nullptr); });
+    for (const Place& output : trial.outputs()) trial.expectRefusesAt(output, featureOver(output.value.name, nullptr));
 }
 
 void outputOnDevice(Trial& trial) {
-    const Value& value = firstOutput(trial);
-    trial.expectRefuses(trial.plain(), value.name, [&](Features& features) {
-        features.outputs[0] =
-            featureOver(value.name, std::make_shared<TrickyTensor>(value, TrickyTensor::Place::Device));
-    });
+    for (const Place& output : trial.outputs()) {
+        const auto tensor = std::make_shared<TrickyTensor>(output.value, TrickyTensor::Place::Device);
+        trial.expectRefusesAt(output, featureOver(output.value.name, tensor));
+    }
 }
 
+Trial::Found foundIf(bool isOpen) { return isOpen ? Trial::Found::ByTheRun : Trial::Found::ByChecks; }
+
 void outputOfWrongType(Trial& trial) {
-    for (const DataType type : {DataType::Double, DataType::Int32}) {
-        Value value = firstOutput(trial);
-        value = converted(value, type);
-        trial.expectRefuses(trial.plain(), value.name,
-                            [&](Features& features) { features.outputs[0] = roomFor({value})[0]; });
+    for (const Place& output : trial.outputs()) {
+        for (const DataType type : {DataType::Float, DataType::Double, DataType::Int32}) {
+            if (type == output.value.type) continue;
+            SCOPED_TRACE("elements of type " + Kit::toText(type));
+            const bool isOpen = output.declaredType() == DataType::Undefined;
+            trial.expectRefusesAt(output, featureOf(output.value.name, type, output.value.shape), foundIf(isOpen));
+        }
     }
 }
 
 void outputOfWrongShape(Trial& trial) {
-    const Value& value = firstOutput(trial);
-    std::vector<int64_t> more = value.shape.shapeVector();
-    more.insert(more.begin(), 1);
-    std::vector<int64_t> larger = value.shape.shapeVector();
-    if (!larger.empty()) larger.back() += 1;
-    const std::vector<int64_t> open(more.size(), -1);
-    const std::shared_ptr<ITensor> tensors[] = {std::make_shared<Tensor>(value.type, TensorShape(more)),
-                                                std::make_shared<Tensor>(value.type, TensorShape(larger)),
-                                                std::make_shared<VariableTensor>(value.type, TensorShape(open))};
-    for (const auto& tensor : tensors) {
-        if (tensor->shape() == value.shape) continue;  // larger, of no dimensions
-        SCOPED_TRACE("shape " + Kit::toText(tensor->shape()));
-        trial.expectRefuses(trial.plain(), value.name,
-                            [&](Features& features) { features.outputs[0] = featureOver(value.name, tensor); });
+    for (const Place& output : trial.outputs()) {
+        const Value& value = output.value;
+        std::vector<int64_t> more = value.shape.shapeVector();
+        more.insert(more.begin(), 1);
+        std::vector<std::vector<int64_t>> shapes = {more};
+        const std::vector<int64_t> dimensions = value.shape.shapeVector();
+        for (size_t i = 0; i < dimensions.size(); ++i) {
+            for (const int64_t dimension : {dimensions[i] - 1, dimensions[i] + 1}) {
+                if (dimension < 1) continue;  // a tensor of no elements may have no buffer, and get another shape
+                shapes.push_back(dimensions);
+                shapes.back()[i] = dimension;
+            }
+        }
+        for (const auto& shape : shapes) {
+            SCOPED_TRACE("shape " + Kit::toText(shape));
+            trial.expectRefusesAt(output, featureOf(value.name, value.type, shape), foundIf(output.isOpen()));
+        }
+        SCOPED_TRACE("a variable shape of more dimensions");
+        const std::vector<int64_t> open(more.size(), -1);
+        const auto variable = std::make_shared<VariableTensor>(value.type, TensorShape(open));
+        trial.expectRefusesAt(output, featureOver(value.name, variable));
     }
 }
 
 void outputWithoutBuffer(Trial& trial) {
-    const Value& value = firstOutput(trial);
-    trial.expectRefuses(trial.plain(), value.name,
-                        [&](Features& features) { features.outputs[0] = withoutBuffer(value); });
+    for (const Place& output : trial.outputs()) {
+        if (output.value.shape.dimension() == 0) continue;  // there is none of that kind
+        trial.expectRefusesAt(output, withoutBuffer(output.value), Trial::Found::ByTheRun);
+    }
     // With another one before it, which must not have got its shape by then.
     const Package* const package = trial.plainWith(1, 2);
     if (package == nullptr) return;
     const std::vector<Value>& values = package->cases.front().outputs;
     trial.expectRefuses(*package, values[1].name, [&](Features& features) {
-        const std::vector<int64_t> open(values[0].shape.dimension(), -1);
-        features.outputs[0] = featureOver(values[0].name, std::make_shared<VariableTensor>(values[0].type, open));
-        features.outputs[1] = withoutBuffer(values[1]);
+        features.outputs = {openRoomFor(values, true)[0], withoutBuffer(values[1])};
     });
 }
 
-// A tensor over the memory of another one.
-std::shared_ptr<ITensor> over(const Value& value, ITensor& other) {
-    return std::make_shared<BufferWrappedTensor>(value.type, value.shape, other.buffer(),
-                                                 static_cast<uint64_t>(other.bytes()));
-}
-
 void outputOverInput(Trial& trial) {
-    for (const Package& package : trial.packages()) {
-        const Case& each = package.cases.front();
-        const Value& output = each.outputs.front();
-        if (output.bytes.size() > each.inputs.front().bytes.size() || output.shape.dimension() == 0) continue;
-        SCOPED_TRACE("package " + package.name);
-        trial.expectRefuses(package, output.name, [&](Features& features) {
-            features.outputs = {featureOver(output.name, over(output, *features.inputs[0]->asTensor()))};
-        });
-        return;
+    for (const Place& output : trial.outputs()) {
+        for (const Place& input : trial.inputs()) {
+            if (&input.package != &output.package) continue;
+            eachOverlap(output.value, input.value, [&](const auto& over, const auto& shared) {
+                trial.expectRefuses(output.package, output.value.name, [&](Features& features) {
+                    features.outputs[output.index] = over;
+                    features.inputs[input.index] = shared;
+                });
+            });
+        }
     }
-    GTEST_SKIP() << "No package has an output that fits into its first input";
 }
 
 void outputOverOutput(Trial& trial) {
     const Package* const package = trial.plainWith(1, 2);
     if (package == nullptr) GTEST_SKIP() << "No package has two outputs of floats and fixed shapes";
-    std::vector<Value> values = package->cases.front().outputs;
-    std::sort(values.begin(), values.end(),
-              [](const Value& one, const Value& other) { return one.bytes.size() > other.bytes.size(); });
-    trial.expectRefuses(*package, values[1].name, [&](Features& features) {
-        features.outputs = roomFor({values[0]});
-        features.outputs.push_back(featureOver(values[1].name, over(values[1], *features.outputs[0]->asTensor())));
+    const std::vector<Value>& values = package->cases.front().outputs;
+    eachOverlap(values[0], values[1], [&](const auto& one, const auto& other) {
+        trial.expectRefuses(*package, values[1].name, [&](Features& features) { features.outputs = {one, other}; });
     });
 }
 

@@ -284,10 +284,16 @@ void writeElement(DataType type, double number, uint8_t* to) {
     }
 }
 
+const Case& Package::fullCase() const {
+    return *std::max_element(cases.begin(), cases.end(), [](const Case& one, const Case& other) {
+        return one.inputs.size() < other.inputs.size();
+    });
+}
+
 std::vector<Case> Package::rows() const {
     std::vector<Case> found;
     for (const Case& each : cases) {
-        if (haveSameInputs(each, cases.front())) found.push_back(each);
+        if (haveSameInputs(each, fullCase())) found.push_back(each);
     }
     return found;
 }

@@ -33,7 +33,10 @@ struct Package {
 
     const ModelTarget& target() const { return std::get<ModelTarget>(components); }
     std::string folder() const { return std::get<Filepath>(components).getPathString(); }
-    /// The cases that can be rows of one batch: those with the same inputs as the first.
+    /// The first of the cases that give the most inputs.
+    const Case& fullCase() const;
+    /// The cases that can be rows of one batch: those with the same inputs as the full case, which is the first of
+    /// them.
     std::vector<Case> rows() const;
 };
 

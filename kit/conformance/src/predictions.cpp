@@ -3,7 +3,8 @@
 #include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
-#include <iterator>
+#include <cstddef>
+#include <set>
 
 namespace TarnoMirelo::Conformance {
 namespace {
@@ -64,20 +65,18 @@ void inputsStay(Trial& trial) {
     for (const Package& package : trial.packages()) {
         SCOPED_TRACE("package " + package.name);
         const auto model = trial.loaded(package);
-        Features features = featuresOf(package.cases.front());
+        const Features features = featuresOf(package.fullCase());
         const Snapshot before(features.inputs);
-        Outputs outputs;
-        Trial::expectSuccess(model->predict(features.constInputs(), outputs), "predict");
-        before.expectUnchanged(features.inputs, "inputs");
-        features.outputs.clear();
-        Trial::expectSuccess(model->predictBatch(features.constInputs(), features.outputs), "predictBatch");
-        before.expectUnchanged(features.inputs, "inputs");
-        if (!trial.backend().binds) continue;
-        features.outputs.clear();
-        Binding binding;
-        Trial::expectSuccess(model->bind(features.constInputs(), features.outputs, binding), "bind");
-        Trial::expectSuccess(model->evaluate(binding), "evaluate");
-        before.expectUnchanged(features.inputs, "inputs");
+        for (const bool given : {true, false}) {
+            SCOPED_TRACE(given ? "with outputs" : "without outputs");
+            for (const char* const operation : trial.operations()) {
+                Outputs outputs = given ? features.outputs : Outputs();
+                Binding binding;
+                Trial::expectSuccess(run(operation, *model, features.inputs, outputs, binding), operation);
+                if (binding != nullptr) Trial::expectSuccess(model->evaluate(binding), "evaluate");
+                before.expectUnchanged(features.inputs, "inputs");
+            }
+        }
     }
 }
 
@@ -171,30 +170,67 @@ void elementTypes(Trial& trial) {
     }
 }
 
-void inputOfWrongType(Trial& trial) {
-    const std::vector<DataType>& taken = trial.backend().floatInputTypes;
-    const Value& value = trial.plain().cases.front().inputs.front();
-    for (auto number = static_cast<int32_t>(DataType::Bool); number <= static_cast<int32_t>(DataType::Double);
-         ++number) {
-        const auto type = static_cast<DataType>(number);
-        if (std::find(taken.begin(), taken.end(), type) != taken.end()) continue;
-        SCOPED_TRACE("elements of type " + Kit::toText(type));
-        trial.expectRefuses(trial.plain(), value.name,
-                            [&](Features& features) { features.inputs[0] = featureOf(converted(value, type)); });
+// A network may have a default for any input, so a result is right, too.
+void neededInput(Trial& trial) {
+    const Package& package = trial.plain();
+    for (size_t i = 0; i < package.target().inputs.size(); ++i) {
+        MireloModel::Components components = package.components;
+        ModelFeatureDescriptor& port = std::get<ModelTarget>(components).inputs[i];
+        const std::string name = port.name();
+        SCOPED_TRACE("input \"" + name + "\"");
+        port = {port.type(), false, name, port.description(), port.tensorDescriptor()};
+        const auto model = trial.make();
+        const MireloStatus loaded = model->load(components);
+        if (!loaded.ok()) {
+            EXPECT_EQ(Kit::toText(loaded.getCode()), Kit::toText(MODEL_METADATA_ERROR));
+            EXPECT_FALSE(loaded.getDescription().empty()) << "The description is empty, wanted is one that says why";
+            continue;
+        }
+        Outputs inputs = featuresOf(package.fullCase().inputs);
+        inputs.erase(inputs.begin() + static_cast<std::ptrdiff_t>(i));
+        for (const char* const operation : trial.rowOperations()) {
+            SCOPED_TRACE(operation);
+            Outputs outputs;
+            Binding binding;
+            const MireloStatus status = run(operation, *model, inputs, outputs, binding);
+            if (!status.ok()) trial.expectRefused(status, name);
+            EXPECT_EQ(outputs.size(), status.ok() ? package.target().outputs.size() : 0) << "of outputs";
+        }
+        trial.expectPredicts(*model, package);
     }
 }
 
-// The failures, each on the first input of the package.
+// The failures, each on every input.
+
+void inputOfWrongType(Trial& trial) {
+    const std::vector<DataType>& ofFloats = trial.backend().floatInputTypes;
+    for (const Place& input : trial.inputs()) {
+        const DataType declared = input.declaredType();
+        if (declared == DataType::Undefined) continue;
+        for (auto number = static_cast<int32_t>(DataType::Bool); number <= static_cast<int32_t>(DataType::Double);
+             ++number) {
+            const auto type = static_cast<DataType>(number);
+            const bool isConverted =
+                declared == DataType::Float && std::find(ofFloats.begin(), ofFloats.end(), type) != ofFloats.end();
+            if (type == declared || isConverted) continue;
+            SCOPED_TRACE("elements of type " + Kit::toText(type));
+            trial.expectRefusesAt(input, featureOf(input.value.name, type, input.value.shape));
+        }
+    }
+}
 
 void nullInput(Trial& trial) {
-    trial.expectRefuses(trial.plain(), "", [](Features& features) { features.inputs[0] = nullptr; });
+    for (const Place& input : trial.inputs()) trial.expectRefusesAt(input, nullptr);
     trial.expectRefuses(trial.plain(), "", [](Features& features) { features.inputs.push_back(nullptr); });
 }
 
 void missingInput(Trial& trial) {
-    const std::string name = trial.plain().target().inputs.front().name();
-    trial.expectRefuses(trial.plain(), name,
-                        [](Features& features) { features.inputs.erase(features.inputs.begin()); });
+    for (const Place& input : trial.inputs()) {
+        if (!input.port.required()) continue;
+        trial.expectRefuses(input.package, input.value.name, [&](Features& features) {
+            features.inputs.erase(features.inputs.begin() + static_cast<std::ptrdiff_t>(input.index));
+        });
+    }
 }
 
 void unknownInput(Trial& trial) {
@@ -205,55 +241,53 @@ void unknownInput(Trial& trial) {
 }
 
 void inputGivenTwice(Trial& trial) {
-    const Value& value = trial.plain().cases.front().inputs.front();
-    trial.expectRefuses(trial.plain(), value.name,
-                        [&](Features& features) { features.inputs.push_back(featureOf(value)); });
+    for (const Place& input : trial.inputs()) {
+        trial.expectRefuses(input.package, input.value.name,
+                            [&](Features& features) { features.inputs.push_back(featureOf(input.value)); });
+    }
 }
 
 void inputOfWrongKind(Trial& trial) {
-    const std::string name = trial.plain().target().inputs.front().name();
-    trial.expectRefuses(trial.plain(), name, [&](Features& features) { features.inputs[0] = numberOf(name); });
+    for (const Place& input : trial.inputs()) trial.expectRefusesAt(input, numberOf(input.value.name));
 }
 
 void inputWithoutTensor(Trial& trial) {
-    const std::string name = trial.plain().target().inputs.front().name();
-    trial.expectRefuses(trial.plain(), name,
-                        [&](Features& features) { features.inputs[0] = featureOver(name, nullptr); });
+    for (const Place& input : trial.inputs()) trial.expectRefusesAt(input, featureOver(input.value.name, nullptr));
 }
 
 void inputWithoutBuffer(Trial& trial) {
-    const Value& value = trial.plain().cases.front().inputs.front();
-    trial.expectRefuses(trial.plain(), value.name,
-                        [&](Features& features) { features.inputs[0] = withoutBuffer(value); });
+    for (const Place& input : trial.inputs()) {
+        if (input.value.shape.dimension() > 0) trial.expectRefusesAt(input, withoutBuffer(input.value));
+    }
 }
 
 void inputOnDevice(Trial& trial) {
-    const Value& value = trial.plain().cases.front().inputs.front();
-    trial.expectRefuses(trial.plain(), value.name, [&](Features& features) {
-        features.inputs[0] =
-            featureOver(value.name, std::make_shared<TrickyTensor>(value, TrickyTensor::Place::Device));
-    });
+    for (const Place& input : trial.inputs()) {
+        const auto tensor = std::make_shared<TrickyTensor>(input.value, TrickyTensor::Place::Device);
+        trial.expectRefusesAt(input, featureOver(input.value.name, tensor));
+    }
 }
 
 void inputOfWrongShape(Trial& trial) {
-    const Value& value = trial.plain().cases.front().inputs.front();
-    const std::vector<int64_t> dimensions = value.shape.shapeVector();
-    std::vector<std::vector<int64_t>> shapes;
-    for (size_t i = 0; i < dimensions.size(); ++i) {
-        for (const int64_t dimension : {dimensions[i] + 1, int64_t{0}}) {
-            shapes.push_back(dimensions);
-            shapes.back()[i] = dimension;
+    for (const Place& input : trial.inputs()) {
+        const std::vector<int64_t> declared = input.port.tensorDescriptor().shape().shapeVector();
+        const std::vector<int64_t> dimensions = input.value.shape.shapeVector();
+        std::vector<std::vector<int64_t>> shapes;
+        for (size_t i = 0; i < dimensions.size(); ++i) {
+            if (i >= declared.size() || declared[i] == -1) continue;
+            for (const int64_t dimension : std::set<int64_t>{0, dimensions[i] - 1, dimensions[i] + 1}) {
+                if (dimension < 0 || dimension == dimensions[i]) continue;
+                shapes.push_back(dimensions);
+                shapes.back()[i] = dimension;
+            }
         }
-    }
-    shapes.push_back(dimensions);  // as many elements in more dimensions
-    shapes.back().insert(shapes.back().begin(), 1);
-    if (!dimensions.empty()) shapes.push_back({value.shape.size()});  // and in one
-    for (const auto& shape : shapes) {
-        if (shape == dimensions) continue;
-        SCOPED_TRACE("shape " + Kit::toText(shape));
-        trial.expectRefuses(trial.plain(), value.name, [&](Features& features) {
-            features.inputs[0] = featureOver(value.name, std::make_shared<Tensor>(value.type, shape));
-        });
+        shapes.push_back(dimensions);  // as many elements in more dimensions
+        shapes.back().insert(shapes.back().begin(), 1);
+        if (dimensions.size() > 1) shapes.push_back({input.value.shape.size()});  // and in one
+        for (const auto& shape : shapes) {
+            SCOPED_TRACE("shape " + Kit::toText(shape));
+            trial.expectRefusesAt(input, featureOf(input.value.name, input.value.type, shape));
+        }
     }
 }
 
@@ -275,6 +309,9 @@ std::vector<Row> predictionRows() {
          allocatedInputs},
         {"AbsentInput", "an optional input left out, of a prediction or of all rows of a batch", SUCCESS,
          "the results with the network's default for that input", absentInput},
+        {"NeededInput", "an input that the target declares optional and the network needs, left out", INVALID_ARGUMENTS,
+         "from predict and bind, and the description names the input; or load answers MODEL_METADATA_ERROR",
+         neededInput},
         {"ElementTypes", "an input declared as float, with each element type that the backend converts", SUCCESS,
          "the same results", elementTypes},
         {"NullInput", "an input that is null", INVALID_ARGUMENTS, "nothing changes", nullInput},

@@ -72,6 +72,10 @@ std::shared_ptr<MireloFeature> withoutBuffer(const Value& value) {
     return featureOver(value.name, std::make_shared<BufferWrappedTensor>(value.type, value.shape, nullptr, 0));
 }
 
+std::shared_ptr<MireloFeature> featureOf(const std::string& name, DataType type, const TensorShape& shape) {
+    return featureOver(name, std::make_shared<Tensor>(type, shape));
+}
+
 Outputs featuresOf(const std::vector<Value>& values) {
     Outputs features;
     features.reserve(values.size());
@@ -86,6 +90,38 @@ Outputs roomFor(const std::vector<Value>& values) {
         features.push_back(featureOf(value));
     }
     return features;
+}
+
+Outputs openRoomFor(const std::vector<Value>& values, bool isVariable) {
+    Outputs features;
+    for (const Value& value : values) {
+        std::shared_ptr<ITensor> tensor = std::make_shared<Tensor>(value.type);
+        const TensorShape open(std::vector<int64_t>(value.shape.dimension(), -1));
+        if (isVariable) tensor = std::make_shared<VariableTensor>(value.type, open);
+        features.push_back(featureOver(value.name, tensor));
+    }
+    return features;
+}
+
+void eachOverlap(const Value& one, const Value& other,
+                 const std::function<void(std::shared_ptr<MireloFeature>, std::shared_ptr<MireloFeature>)>& attempt) {
+    for (const Value* const value : {&one, &other}) {
+        if (value->bytes.empty() || value->shape.dimension() == 0) return;  // which can't share, or can't be wrapped
+    }
+    std::vector<uint8_t> memory(one.bytes.size() + other.bytes.size());
+    const auto featureAt = [&](const Value& value, size_t offset) {
+        uint8_t* const buffer = memory.data() + offset;
+        std::copy(value.bytes.begin(), value.bytes.end(), buffer);
+        return featureOver(value.name,
+                           std::make_shared<BufferWrappedTensor>(value.type, value.shape, buffer, value.bytes.size()));
+    };
+    // The last place in the memory of a value where elements of any type may begin.
+    const auto last = [](const Value& value) { return (value.bytes.size() - 1) / 8 * 8; };
+    const std::pair<size_t, size_t> offsets[] = {{0, 0}, {last(other), 0}, {0, last(one)}};
+    for (const auto& [ofOne, ofOther] : offsets) {
+        SCOPED_TRACE("memory shared from byte " + std::to_string(ofOne) + " and from byte " + std::to_string(ofOther));
+        attempt(featureAt(one, ofOne), featureAt(other, ofOther));
+    }
 }
 
 Features featuresOf(const Case& each) { return {featuresOf(each.inputs), roomFor(each.outputs)}; }
@@ -110,6 +146,13 @@ void write(const std::vector<Value>& values, const Outputs& features) {
     for (size_t i = 0; i < values.size(); ++i) {
         std::copy(values[i].bytes.begin(), values[i].bytes.end(), features[i]->asTensor()->buffer());
     }
+}
+
+MireloStatus run(const std::string& operation, const MireloModel& model, const Outputs& inputs, Outputs& outputs,
+                 Binding& binding) {
+    const MireloModel::Inputs given(inputs.begin(), inputs.end());
+    if (operation == "bind") return model.bind(given, outputs, binding);
+    return operation == "predict" ? model.predict(given, outputs) : model.predictBatch(given, outputs);
 }
 
 Snapshot::Held Snapshot::look(const std::shared_ptr<MireloFeature>& feature) {
@@ -205,6 +248,16 @@ bool Trial::takes(const char* componentKind) const {
     return std::find(kinds.begin(), kinds.end(), componentKind) != kinds.end();
 }
 
+std::vector<const char*> Trial::rowOperations() const {
+    return backend_.binds ? std::vector<const char*>{"predict", "bind"} : std::vector<const char*>{"predict"};
+}
+
+std::vector<const char*> Trial::operations() const {
+    std::vector<const char*> all = rowOperations();
+    all.push_back("predictBatch");
+    return all;
+}
+
 void Trial::expectRefused(const MireloStatus& status, const std::string& named) const {
     EXPECT_EQ(Kit::toText(status.getCode()), Kit::toText(row_.status)) << "described: " << status.getDescription();
     const std::string description = status.getDescription();
@@ -265,51 +318,85 @@ void Trial::expectPredicts(const MireloModel& model, const Package& package) con
 }
 
 void Trial::expectRefusedBy(const char* operation, const MireloModel& model, Features features,
-                            const std::string& named) const {
+                            const std::string& named, Found found) const {
     SCOPED_TRACE(std::string(operation) + (features.outputs.empty() ? " without outputs" : " with outputs"));
-    const std::string name = operation;
     const Snapshot inputs(features.inputs);
     const Snapshot outputs(features.outputs);
     Binding binding;
-    const MireloStatus status = name == "predict" ? model.predict(features.constInputs(), features.outputs)
-                                : name == "bind"  ? model.bind(features.constInputs(), features.outputs, binding)
-                                                  : model.predictBatch(features.constInputs(), features.outputs);
+    MireloStatus status = run(operation, model, features.inputs, features.outputs, binding);
+    if (found == Found::ByTheRun && binding != nullptr) {
+        status = model.evaluate(binding);
+        binding.reset();
+    }
     expectRefused(status, named);
     inputs.expectUnchanged(features.inputs, "inputs");
     outputs.expectUnchanged(features.outputs, "outputs");
     EXPECT_EQ(binding, nullptr) << "There is a binding, although bind has failed";
 }
 
-void Trial::expectRefuses(const Package& package, const std::string& named, const Damage& damage) const {
-    const auto model = loaded(package);
-    for (const char* const operation : {"predict", "bind"}) {
-        if (std::string(operation) == "bind" && !backend_.binds) continue;
-        Features features = featuresOf(package.cases.front());
-        const Outputs room = features.outputs;
-        damage(features);
-        expectRefusedBy(operation, *model, features, named);
-        if (features.outputs != room) continue;  // the outputs are what is wrong
-        features.outputs.clear();
-        expectRefusedBy(operation, *model, features, named);
+std::vector<Place> Trial::inputs() const { return places(&Features::inputs); }
+std::vector<Place> Trial::outputs() const { return places(&Features::outputs); }
+
+std::vector<Place> Trial::places(Outputs Features::*list) const {
+    const bool areInputs = list == &Features::inputs;
+    std::vector<Place> found;
+    for (const Package& package : packages_) {
+        const ModelTarget& target = package.target();
+        const bool isOfOwnForm =
+            !isPlain(package) || &package == plainWith(target.inputs.size(), target.outputs.size());
+        if (!isOfOwnForm) continue;  // loads take their time
+        const std::vector<ModelFeatureDescriptor>& ports = areInputs ? target.inputs : target.outputs;
+        const std::vector<Value>& values = areInputs ? package.fullCase().inputs : package.fullCase().outputs;
+        for (size_t i = 0; i < values.size(); ++i) {
+            const auto port = std::find_if(ports.begin(), ports.end(), [&](const ModelFeatureDescriptor& each) {
+                return each.name() == values[i].name;
+            });
+            found.push_back({package, list, i, values[i], *port});
+        }
     }
-    expectPredicts(*model, package.cases.back());
+    return found;
 }
 
-void Trial::expectRefusesBatch(const Package& package, const std::string& named, const Damage& damage) const {
-    const auto model = loaded(package);
-    Features features = twoRowsOf(package);
+void Trial::expectRefuses(const std::vector<const char*>& operations, const Package& package, const Features& whole,
+                          const std::string& named, const Damage& damage, Found found) {
+    SCOPED_TRACE("package " + package.name);
+    if (refused_ != &package) refusing_ = loaded(package);
+    refused_ = &package;
+    const MireloModel& model = *refusing_;
+    Features features = whole;
     damage(features);
-    expectRefusedBy("predictBatch", *model, features, named);
-    expectPredicts(*model, package.cases.back());
+    for (const char* const operation : operations) {
+        expectRefusedBy(operation, model, features, named, found);
+        if (features.outputs != whole.outputs) continue;  // the outputs are what is wrong
+        expectRefusedBy(operation, model, {features.inputs, {}}, named);
+    }
+    expectPredicts(model, package.cases.back());
 }
 
-Features Trial::twoRowsOf(const Package& package) {
-    const std::vector<Case> rows = package.rows();
-    Features features = featuresOf(rows.front());
-    const Features second = featuresOf(rows.back());
+void Trial::expectRefuses(const Package& package, const std::string& named, const Damage& damage) {
+    expectRefuses(rowOperations(), package, featuresOf(package.fullCase()), named, damage);
+}
+
+void Trial::expectRefusesBatch(const Package& package, const std::string& named, const Damage& damage) {
+    Features features = featuresOf(package.fullCase());
+    const Features second = featuresOf(package.rows().back());
     features.inputs.insert(features.inputs.end(), second.inputs.begin(), second.inputs.end());
     features.outputs.insert(features.outputs.end(), second.outputs.begin(), second.outputs.end());
-    return features;
+    expectRefuses({"predictBatch"}, package, features, named, damage);
+}
+
+void Trial::expectRefusesAt(const Place& place, const std::shared_ptr<MireloFeature>& feature, Found found) {
+    const std::string name = place.value.name;
+    SCOPED_TRACE("at \"" + name + "\"");
+    const std::string named = feature == nullptr ? "" : name;
+    expectRefuses(
+        rowOperations(), place.package, featuresOf(place.package.fullCase()), named,
+        [&](Features& features) { (features.*place.list)[place.index] = feature; }, found);
+    if (found == Found::ByTheRun) return;
+    expectRefusesBatch(place.package, named, [&](Features& features) {
+        Outputs& list = features.*place.list;
+        list[list.size() / 2 + place.index] = feature;
+    });
 }
 
 }  // namespace TarnoMirelo::Conformance

@@ -46,8 +46,9 @@ std::string suppliedPackages();
 ///     input a float [1,2] 1 2     # name, element type as in a manifest, shape, elements
 ///     output y float [1,2] 3 4    # all outputs of the target; an input that is not required may be left out
 ///
-/// At least one package has fixed shapes, and inputs and outputs of floats: the failures are tried on the first such
-/// one.
+/// Floats may also be "inf", "-inf" and "nan". Wrong inputs and outputs are tried on all packages whose targets
+/// differ, in the first case with the most inputs. Other failures are tried on the first package that has fixed shapes,
+/// and inputs and outputs of floats. There is at least one of those.
 struct Backend {
     /// Required.
     MakeModel makeModel;

@@ -2,6 +2,8 @@
 
 #include <TarnoMirelo/kit/texts.h>
 
+#include <atomic>
+#include <chrono>
 #include <mutex>
 #include <thread>
 
@@ -9,18 +11,22 @@ namespace TarnoMirelo::Conformance {
 namespace {
 
 constexpr int kThreads = 4;
-constexpr int kRounds = 25;
 
-// Runs the work in several threads at once. It returns what is wrong, if anything; of that, the first is told.
+// Runs the work in several threads at once, for at least that many rounds and that long. What is wrong in one of them
+// first, if anything, is told.
 template <typename Work>
-void inThreads(const Work& work) {
+void inThreads(int rounds, std::chrono::milliseconds time, const Work& work) {
     std::mutex mutex;
     std::string first;
+    std::atomic<int> ready{0};
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (int number = 0; number < kThreads; ++number) {
         threads.emplace_back([&, number] {
-            for (int round = 0; round < kRounds; ++round) {
+            ++ready;
+            while (ready < kThreads) std::this_thread::yield();  // else the first is done before the last begins
+            const auto end = std::chrono::steady_clock::now() + time;
+            for (int round = 0; round < rounds || std::chrono::steady_clock::now() < end; ++round) {
                 std::string problem;
                 try {
                     problem = work(number, round);
@@ -61,8 +67,7 @@ std::string evaluate(const Trial& trial, const MireloModel& model, const Case& e
 }
 
 void distinctModels(Trial& trial) {
-    inThreads([&](int number, int round) {
-        if (round % 5 != 0) return std::string();  // a load takes longer than a prediction
+    inThreads(5, std::chrono::milliseconds(0), [&](int number, int /*round*/) {  // each takes a load
         const Package& package = trial.packages()[static_cast<size_t>(number) % trial.packages().size()];
         const auto model = trial.make("model " + std::to_string(number));
         std::string failure = failureOf(model->load(package.components));
@@ -80,7 +85,7 @@ void overlappingOperations(Trial& trial) {
         ModelManager manager;
         const auto model = trial.loaded(package);
         manager.registerModel(model);
-        inThreads([&](int number, int round) {
+        inThreads(25, std::chrono::milliseconds(20), [&](int number, int round) {
             const Case& each = package.cases[static_cast<size_t>(number + round) % package.cases.size()];
             if (round % 3 == 1) return predictBatch(trial, *model, each);
             return round % 3 == 2 && trial.backend().binds ? evaluate(trial, *model, each)

@@ -1,6 +1,7 @@
 // The kit: plain bytes are overwritten before their memory is given back.
 
 #include "support/protection.h"
+#include "support/temp_dir.h"
 #include "support/text.h"
 
 #include <TarnoMirelo/kit/components.h>
@@ -9,19 +10,24 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
 
 // The block that is watched, and what it held when it was given back.
 const uint8_t* watched = nullptr;
-size_t watchedSize = 0;
-int overwritten = -1;  // -1: not given back yet
+size_t watchedSize = 0;  // 0: none
+size_t overwritten = 0;  // bytes
+
+size_t largest = 0;  // block since it was set to 0
 
 void release(void* block) noexcept {
     const auto* const bytes = static_cast<const uint8_t*>(block);
     if (block != nullptr && bytes == watched) {
-        overwritten = std::all_of(bytes, bytes + watchedSize, [](uint8_t byte) { return byte == 0; }) ? 1 : 0;
+        overwritten = static_cast<size_t>(std::count(bytes, bytes + watchedSize, uint8_t{0}));
+        watched = nullptr;
+        watchedSize = 0;
     }
     std::free(block);
 }
@@ -29,14 +35,20 @@ void release(void* block) noexcept {
 void watch(const uint8_t* bytes, size_t size) {
     watched = bytes;
     watchedSize = size;
-    overwritten = -1;
+    overwritten = 0;
 }
+// The next block of that size, which is filled with ones.
+void watchNext(size_t size) { watch(nullptr, size); }
 
 }  // namespace
 
 void* operator new[](size_t size) {
     void* const block = std::malloc(size);
     if (block == nullptr) throw std::bad_alloc();
+    largest = std::max(largest, size);
+    if (watched == nullptr && size > 0 && size == watchedSize) {
+        watched = static_cast<const uint8_t*>(std::memset(block, 0xFF, size));
+    }
     return block;
 }
 void operator delete[](void* block) noexcept { release(block); }
@@ -53,7 +65,7 @@ TEST(KitSecrets, AreOverwrittenBeforeTheirMemoryIsGivenBack) {
         watch(bytes.data(), plain.size());
         ASSERT_EQ(bytes.data()[999], 'w');
         bytes = Kit::SecretBytes();
-        EXPECT_EQ(overwritten, 1);
+        EXPECT_EQ(overwritten, plain.size());
     }
     ModelComponent component;
     component.type = ComponentKind::SecuredMemoryStream;
@@ -64,7 +76,31 @@ TEST(KitSecrets, AreOverwrittenBeforeTheirMemoryIsGivenBack) {
         ASSERT_EQ(text(Kit::readComponent(component, Filepath(), bytes)), kSuccess);
         watch(bytes.data(), plain.size());
     }
-    EXPECT_EQ(overwritten, 1);
+    EXPECT_EQ(overwritten, plain.size());
+}
+
+// What is no container, or fails late, costs what was opened of it.
+TEST(KitSecrets, CostNothingBeforeTheyOpen) {
+    const TempDir directory;
+    const Filepath file = directory.write("container", stringOf(protectedBytes("weights")));
+    constexpr size_t kChunk = 1 << 20;
+    constexpr size_t kContent = 8 * kChunk;
+    Bytes container = protectedBytes(std::string(kContent, 'w'));
+    const auto expectRefused = [&](const unsigned char* key, size_t expected) {
+        Kit::SecretBytes plain;
+        watchNext(kContent);
+        EXPECT_EQ(text(Kit::unprotect(container.data(), container.size(), key, plain)), kDoesNotOpen);
+        EXPECT_EQ(overwritten, expected);
+        directory.write("container", stringOf(container));
+        watchNext(kContent);
+        largest = 0;
+        EXPECT_EQ(text(Kit::unprotectFile(file, key, plain)), kDoesNotOpen);
+        EXPECT_EQ(overwritten, key == kTestKey ? expected - kChunk : 0);  // a chunk opens in a memory of its own
+        EXPECT_EQ(largest < 2 * kChunk, key != kTestKey);
+    };
+    expectRefused(kOtherKey, kChunk);
+    container[32 + 2 * (kChunk + 16)] ^= 1;
+    expectRefused(kTestKey, 3 * kChunk);
 }
 
 }  // namespace TarnoMirelo

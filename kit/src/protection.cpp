@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -130,6 +131,34 @@ uint64_t contentSizeOf(uint64_t size) {
     return sealed - count * kTagSize;
 }
 
+// Plain bytes on their way into memory. Where not all of them open, those that were written are overwritten, and no
+// others are touched: the size alone proves nothing, and memory that nobody touches costs nothing.
+class Opened {
+ public:
+    explicit Opened(uint64_t size) : bytes_(new uint8_t[static_cast<size_t>(size)]), size_(size) {}
+    Opened(const Opened&) = delete;
+    Opened& operator=(const Opened&) = delete;
+    ~Opened() {
+        if (bytes_ != nullptr) Cryptography::wipe(bytes_.get(), written_);
+    }
+
+    /// Where the next bytes are to be written: so many.
+    uint8_t* next(size_t size) {
+        if (size > size_ - written_) refuseContainer();  // the file has grown
+        written_ += size;
+        return bytes_.get() + (written_ - size);
+    }
+    SecretBytes whole() && {
+        if (written_ < size_) refuseContainer();
+        return {std::move(bytes_), size_};
+    }
+
+ private:
+    std::unique_ptr<uint8_t[]> bytes_;
+    const uint64_t size_;
+    size_t written_ = 0;
+};
+
 // Pieces of `size` bytes, as long as there are any; the last one may be shorter, and is empty where there is nothing.
 // @param read  gives so many bytes, fewer at the end alone
 // @param take  takes a piece and whether it is the last
@@ -223,6 +252,9 @@ MireloStatus betweenStreams(std::istream& from, std::ostream& to, const Work& wo
 
 SecretBytes::SecretBytes(uint64_t size) : bytes_(new uint8_t[static_cast<size_t>(size)]), size_(size) {}
 
+SecretBytes::SecretBytes(std::unique_ptr<uint8_t[]> bytes, uint64_t size) noexcept
+    : bytes_(std::move(bytes)), size_(size) {}
+
 SecretBytes::SecretBytes(SecretBytes&& other) noexcept
     : bytes_(std::move(other.bytes_)), size_(std::exchange(other.size_, 0)) {}
 
@@ -272,18 +304,16 @@ MireloStatus unprotect(const void* container, uint64_t size, const unsigned char
         const auto* next = static_cast<const uint8_t*>(container);
         Chunks chunks(key, headerAt(next, size));
         next += kHeaderSize;
-        SecretBytes opened(contentSizeOf(size));
+        Opened opened(contentSizeOf(size));
         const uint64_t count = chunksOf(size);
         uint64_t left = size - kHeaderSize;
-        uint8_t* to = opened.data();
         for (uint64_t number = 0; number < count; ++number) {
             const auto length = static_cast<size_t>(std::min<uint64_t>(left, kSealedSize));
-            chunks.open(next, length, number + 1 == count, to);
+            chunks.open(next, length, number + 1 == count, opened.next(length - kTagSize));
             next += length;
-            to += length - kTagSize;
             left -= length;
         }
-        plain = std::move(opened);
+        plain = std::move(opened).whole();
     });
 }
 
@@ -300,17 +330,14 @@ MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, 
 MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, SecretBytes& plain) {
     return statusOf([&] {
         Platform::InputFile input(container);
-        SecretBytes opened(contentSizeOf(input.size()));
-        uint64_t done = 0;
+        std::optional<Opened> opened;  // once the first chunk has opened
         unprotectPieces(
             key, [&](uint8_t* data, size_t size) { return input.read(data, size); },
             [&](const uint8_t* data, size_t size) {
-                if (size > opened.size() - done) refuseContainer();  // the file has grown
-                std::copy_n(data, size, opened.data() + done);
-                done += size;
+                if (!opened) opened.emplace(contentSizeOf(input.size()));
+                std::copy_n(data, size, opened->next(size));
             });
-        if (done < opened.size()) refuseContainer();
-        plain = std::move(opened);
+        plain = std::move(*opened).whole();
     });
 }
 

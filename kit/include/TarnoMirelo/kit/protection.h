@@ -36,6 +36,8 @@ class SecretBytes {
     SecretBytes() = default;
     /// So many bytes, of any value. Raises `std::bad_alloc`.
     explicit SecretBytes(uint64_t size);
+    /// Takes over memory of the caller's, of `size` bytes.
+    SecretBytes(std::unique_ptr<uint8_t[]> bytes, uint64_t size) noexcept;
     /// Takes the bytes over where they are; `other` has none then.
     SecretBytes(SecretBytes&& other) noexcept;
     /// Takes the bytes over; those that were here are overwritten with zeros and released.
@@ -88,7 +90,8 @@ MireloStatus protectFile(const Filepath& plain, const unsigned char* key, const 
 /// @return as above
 MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, const Filepath& plain);
 
-/// The bytes that a container in a file holds, in memory: no more than them and four MiB is needed at any time.
+/// The bytes that a container in a file holds, in memory: no more than them and four MiB is needed at any time. A file
+/// that is no container of that key takes four MiB, whatever its size.
 /// @param plain  out, on success only
 /// @return as `unprotectFile`
 MireloStatus unprotectFile(const Filepath& container, const unsigned char* key, SecretBytes& plain);

@@ -7,10 +7,38 @@
 
 #include <TarnoMirelo/files.h>
 
-#include <algorithm>
 #include <cstring>
+#include <fstream>
+#include <ios>
+#include <ostream>
+#include <streambuf>
 
 namespace TarnoMirelo::Tool {
+namespace {
+
+// Takes the content of a file, a piece at a time, and fails for anything else.
+class Comparison : public std::streambuf {
+ public:
+    explicit Comparison(const Filepath& file) : file_(file) {}
+
+    bool isAtEnd() { return file_.read(piece_.data(), 1) == 0; }
+
+ protected:
+    std::streamsize xsputn(const char* data, std::streamsize size) override {
+        checkInterrupt();
+        const auto wanted = static_cast<size_t>(size);
+        if (wanted > piece_.size()) piece_ = Kit::SecretBytes(wanted);
+        const bool isSame =
+            file_.read(piece_.data(), wanted) == wanted && std::memcmp(piece_.data(), data, wanted) == 0;
+        return isSame ? size : 0;
+    }
+
+ private:
+    Kit::Platform::InputFile file_;
+    Kit::SecretBytes piece_{1};
+};
+
+}  // namespace
 
 void addProtectionOptions(CLI::App& command, ProtectionOptions& options) {
     command.add_option("--key-file", options.keyFile, "the file that holds the key")->required();
@@ -37,21 +65,18 @@ Kit::SecretBytes readKey(const std::string& file) {
 Kit::SecretBytes readKeyIfNamed(const std::string& file) { return file.empty() ? Kit::SecretBytes() : readKey(file); }
 
 bool holds(const std::filesystem::path& container, const Kit::SecretBytes& key, const std::filesystem::path& plain) {
-    Kit::SecretBytes content;
-    const MireloStatus status = Kit::unprotectFile(toFilepath(container), key.data(), content);
-    if (status.getCode() == MODEL_METADATA_ERROR) return false;
-    require(toGenericText(container), status);
-    Kit::Platform::InputFile file(toFilepath(plain));
-    if (file.size() != content.size()) return false;
-    Kit::SecretBytes piece(std::min<uint64_t>(content.size(), 1U << 20U));
-    for (uint64_t done = 0; done < content.size();) {
-        checkInterrupt();
-        const uint64_t wanted = std::min<uint64_t>(content.size() - done, piece.size());
-        if (file.read(piece.data(), wanted) != wanted) return false;
-        if (std::memcmp(piece.data(), content.data() + done, wanted) != 0) return false;
-        done += wanted;
+    std::ifstream from(container, std::ios::binary);
+    Comparison comparison(toFilepath(plain));
+    std::ostream to(&comparison);
+    to.exceptions(std::ios::badbit);  // so that what the comparison raises passes through
+    try {
+        const MireloStatus status = Kit::unprotectStream(from, key.data(), to);
+        if (status.getCode() == MODEL_METADATA_ERROR) return false;
+        require(toGenericText(container), status);
+        return comparison.isAtEnd();
+    } catch (const std::ios::failure&) {
+        return false;
     }
-    return true;
 }
 
 }  // namespace TarnoMirelo::Tool

@@ -77,6 +77,8 @@ TEST(KitProtection, GivesBackWhatItWasGiven) {
         const std::string plain = content(size);
         const Bytes inMemory = protectedBytes(plain);
         EXPECT_EQ(inMemory.size(), kHeader + size + 16 * std::max<size_t>(1, (size + kChunk - 1) / kChunk));
+        Bytes inPlace(protectedSize(size));
+        ASSERT_EQ(text(protect(plain.data(), size, kTestKey, inPlace.data())), kSuccess);
         std::istringstream plainStream(plain);
         std::ostringstream inStream;
         ASSERT_EQ(text(protectStream(plainStream, kTestKey, inStream)), kSuccess);
@@ -84,7 +86,8 @@ TEST(KitProtection, GivesBackWhatItWasGiven) {
         const Filepath inFile = directory.path("container-\xC3\xA4");
         ASSERT_EQ(text(protectFile(file, kTestKey, inFile)), kSuccess);
 
-        const Bytes containers[] = {inMemory, bytesOf(inStream.str()), FileUtils().readBinaryFileToByteVector(inFile)};
+        const Bytes containers[] = {inMemory, inPlace, bytesOf(inStream.str()),
+                                    FileUtils().readBinaryFileToByteVector(inFile)};
         for (const Bytes& container : containers) {
             EXPECT_TRUE(opened(container) == plain);
             std::istringstream from(stringOf(container));

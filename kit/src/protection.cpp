@@ -200,6 +200,23 @@ void unprotectPieces(const unsigned char* key, const Read& read, const Write& wr
     });
 }
 
+// @param room  gives memory for so many further bytes of the container
+template <typename Room>
+void protectBytes(const void* plain, uint64_t size, const unsigned char* key, const Room& room) {
+    if (size > kLargestProtected) refuseSize();
+    const Header header = newHeader();
+    Chunks chunks(key, header);
+    std::copy(header.begin(), header.end(), room(header.size()));
+    const auto* next = static_cast<const uint8_t*>(plain);
+    uint64_t left = size;
+    do {  // empty content is a chunk, too
+        const auto length = static_cast<size_t>(std::min<uint64_t>(left, kChunkSize));
+        left -= length;
+        chunks.seal(next, length, left == 0, room(length + kTagSize));
+        next += length;
+    } while (left > 0);
+}
+
 auto readerOf(std::istream& stream) {
     if (!stream.good()) throw FileException("The stream to read from has failed already");
     return [&stream](uint8_t* data, size_t size) {
@@ -277,24 +294,25 @@ MireloStatus newProtectionKey(unsigned char* key) {
     });
 }
 
+uint64_t protectedSize(uint64_t size) {
+    const uint64_t count = size == 0 ? 1 : (size - 1) / kChunkSize + 1;
+    return kHeaderSize + size + count * kTagSize;
+}
+
+MireloStatus protect(const void* plain, uint64_t size, const unsigned char* key, uint8_t* container) {
+    return statusOf([&] {
+        protectBytes(plain, size, key, [&](size_t bytes) { return std::exchange(container, container + bytes); });
+    });
+}
+
 MireloStatus protect(const void* plain, uint64_t size, const unsigned char* key, std::vector<uint8_t>& container) {
     return statusOf([&] {
-        if (size > kLargestProtected) refuseSize();
-        const Header header = newHeader();
-        Chunks chunks(key, header);
-        const uint64_t count = size == 0 ? 1 : (size - 1) / kChunkSize + 1;
         std::vector<uint8_t> made;
-        made.reserve(static_cast<size_t>(kHeaderSize + size + count * kTagSize));
-        made.assign(header.begin(), header.end());
-        const auto* next = static_cast<const uint8_t*>(plain);
-        for (uint64_t left = size, number = 0; number < count; ++number) {
-            const auto length = static_cast<size_t>(std::min<uint64_t>(left, kChunkSize));
-            const size_t begin = made.size();
-            made.resize(begin + length + kTagSize);
-            chunks.seal(next, length, number + 1 == count, made.data() + begin);
-            next += length;
-            left -= length;
-        }
+        protectBytes(plain, size, key, [&](size_t bytes) {
+            if (made.empty()) made.reserve(static_cast<size_t>(protectedSize(size)));
+            made.resize(made.size() + bytes);  // chunk by chunk: each is still in the cache when it is written
+            return made.data() + made.size() - bytes;
+        });
         container = std::move(made);
     });
 }

@@ -65,10 +65,20 @@ class SecretBytes {
 /// @param key  out, on success only: 16 bytes
 MireloStatus newProtectionKey(unsigned char* key);
 
+/// The size in bytes of a container that holds so many plain bytes.
+/// @param size  up to `kLargestProtected`
+uint64_t protectedSize(uint64_t size);
+
 /// Makes a container of bytes in memory.
 /// @param plain      the first byte; may be null where `size` is 0
 /// @param key        16 bytes
-/// @param container  out, on success only. Two containers of the same bytes differ.
+/// @param container  `protectedSize(size)` bytes, apart from the plain ones. Two containers of the same bytes differ.
+/// On
+///                   failure, the bytes are of any value.
+MireloStatus protect(const void* plain, uint64_t size, const unsigned char* key, uint8_t* container);
+
+/// As above, into a vector, which fills its bytes with zeros before they are written: that costs a fifth more.
+/// @param container  out, on success only
 MireloStatus protect(const void* plain, uint64_t size, const unsigned char* key, std::vector<uint8_t>& container);
 
 /// The bytes that a container in memory holds.

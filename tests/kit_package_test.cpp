@@ -5,6 +5,7 @@
 
 #include <TarnoMirelo/kit/digest.h>
 #include <TarnoMirelo/kit/package.h>
+#include <TarnoMirelo/kit/texts.h>
 #include <TarnoMirelo/manifest.h>
 
 #include <gtest/gtest.h>
@@ -43,11 +44,9 @@ class KitPackage : public testing::Test {
 TEST_F(KitPackage, IsWholeWhereItIsWhatTheManifestStates) {
     package.write("net", weights);
     package.write("more", "abc");
-    std::string upper = digestOfText("abc");
-    for (char& digit : upper) digit = static_cast<char>(std::toupper(digit));
     const std::vector<std::string> components = {
         component("net", "file", sized(weights.size()) + digested(digestOfText(weights))),
-        component("more", "secured_tar", digested(upper)),
+        component("more", "secured_tar", digested(digestOfText("abc"))),
         component("net", "secured_file", sized(weights.size())),  // without a digest
         component("assets", "dir", ""),
         component("later", "memory_stream", ""),
@@ -68,6 +67,8 @@ TEST_F(KitPackage, IsWholeWhereItIsWhatTheManifestStates) {
         EXPECT_EQ(report.unstated, std::vector<std::string>({"net", "assets"}));
         EXPECT_TRUE(report.mismatches.empty());
     }
+    const Filepath slashed(package.path().getPathString() + "/manifest.json");
+    EXPECT_EQ(text(verifyPackage(slashed, report)), kSuccess);
 }
 
 #if defined(_WIN32)
@@ -83,6 +84,7 @@ TEST_F(KitPackage, IsFoundBelowALiteralRoot) {
 #endif
 
 TEST_F(KitPackage, TellsEveryMismatch) {
+    const std::string kDigits = "64 lower-case hexadecimal digits";
     const std::string digest = digestOfText(weights);
     package.write("changed", "W" + weights.substr(1));
     package.write("longer", weights + "w");
@@ -95,12 +97,15 @@ TEST_F(KitPackage, TellsEveryMismatch) {
         {component("longer", "file", sized(weights.size()) + digested(digest)), "300001 bytes", "300000 bytes"},
         {component("longer", "secured_file", sized(weights.size())), "300001 bytes", "300000 bytes"},
         {component("empty", "file", digested(digest)), "sha256 " + digestOfText(""), "sha256 " + digest},
-        {component("absent", "secured_tar", digested(digest)), "no file that can be read", "sha256 " + digest},
+        {component("absent", "secured_tar", digested(digest)),
+         "no file that can be read (Cannot open the file " + toText(package.path("absent")) + ": ", "sha256 " + digest},
         {component("../net", "file", digested(digest)), "path \"../net\"", "a name below the model's directory"},
-        {component("empty", "file", digested("abc")), "sha256 \"abc\"", "64 hexadecimal digits"},
-        {component("empty", "file", digested(std::string(64, 'g'))), "sha256 \"" + std::string(64, 'g') + "\"",
-         "64 hexadecimal digits"},
-        {component("empty", "file", R"(, "sha256": 7)"), "sha256 \"\"", "64 hexadecimal digits"},
+        {component("empty", "file", digested("abc")), "sha256 \"abc\"", kDigits},
+        {component("empty", "file", digested(digestOfText("") + R"(\u0000)")), "sha256 \"" + digestOfText("") + "...\"",
+         kDigits},
+        {component("empty", "file", digested(std::string(64, 'A'))), "sha256 \"" + std::string(64, 'A') + "\"",
+         kDigits},
+        {component("empty", "file", R"(, "sha256": 7)"), "sha256 \"\"", kDigits},
         {component("empty", "file", R"(, "size": -1)"), "a \"size\" that is no whole number", "a number of bytes"},
         {component("empty", "file", R"(, "size": "0")"), "a \"size\" that is no whole number", "a number of bytes"},
         {component("assets", "dir", digested(digest)), "kind \"dir\"",
@@ -113,10 +118,10 @@ TEST_F(KitPackage, TellsEveryMismatch) {
         options.threads = threads;
         EXPECT_EQ(text(verifyPackage(manifest(components), report, options)),
                   "12: Component \"changed\": found is " + cases[0].found + ", wanted is sha256 " + digest +
-                      "; mismatches beside it: 11");
+                      "; mismatches beside it: 12");
         ASSERT_EQ(report.mismatches.size(), components.size());
         for (size_t i = 0; i < components.size(); ++i) {
-            EXPECT_EQ(report.mismatches[i].found, cases[i].found);
+            EXPECT_EQ(upToReason(report.mismatches[i].found, cases[i].found), cases[i].found);
             EXPECT_EQ(report.mismatches[i].wanted, cases[i].wanted);
         }
         EXPECT_EQ(report.verified, 0U);
@@ -132,11 +137,18 @@ TEST_F(KitPackage, EndsWhereTheManifestOrTheCallerEndsIt) {
     EXPECT_EQ(text(ModelMetadata().load(path)), kSuccess);
     const Filepath none = package.path("none.json");
     EXPECT_EQ(text(verifyPackage(none, report)), "12: Failed to open metadata file at " + none.getPathString());
-    PackageOptions options;
-    options.progress = [](const PackageProgress&) { throw std::runtime_error("enough"); };
     for (const unsigned threads : {1U, 4U}) {
+        PackageOptions options;
         options.threads = threads;
+        options.progress = [](const PackageProgress&) { throw std::runtime_error("enough"); };
         EXPECT_EQ(raised([&] { verifyPackage(path, report, options); }), "2: enough");
+        int calls = 0;
+        options.progress = [&calls](const PackageProgress&) {
+            if (++calls == 3) throw FileException("enough");
+        };
+        const std::string net = component("net", "file", digested(digestOfText(weights)));
+        EXPECT_EQ(text(verifyPackage(manifest({net, net, net, net}), report, options)), "3: enough");
+        EXPECT_EQ(calls, 3);
     }
 }
 

@@ -137,7 +137,7 @@ FileStatement statementOf(const JsonValue& component) {
     }
     if (const JsonValue* const digest = anyOf(component, "sha256")) {
         statement.hasDigest = true;
-        if (digest->IsString()) statement.digest = digest->GetString();
+        if (digest->IsString()) statement.digest.assign(digest->GetString(), digest->GetStringLength());
     }
     return statement;
 }

@@ -1,4 +1,5 @@
 #include "file_digest.h"
+#include "finding_list.h"
 #include "manifest_json.h"
 
 #include <TarnoMirelo/kit/components.h>
@@ -6,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -33,15 +35,20 @@ bool isInMemory(const std::string& kind) {
     return kind == ComponentKind::MemoryStream || kind == ComponentKind::SecuredMemoryStream;
 }
 
+// The manifest's directory. Either slash separates.
+Filepath directoryOf(const Filepath& manifest) {
+    const std::string path = manifest.c_str();
+    const size_t slash = path.find_last_of("/\\");
+    if (slash == std::string::npos) return {};
+    return Filepath(slash == 0 ? "/." : path.substr(0, slash));  // a name joined to "/" would begin with two slashes
+}
+
 std::string bytesText(uint64_t size) { return std::to_string(size) + " bytes"; }
 
 // What can be said without the file.
 void checkStatement(Subject& subject) {
-    FileStatement& statement = subject.statement;
+    const FileStatement& statement = subject.statement;
     if (!statement.hasSize && !statement.hasDigest) return;
-    for (char& digit : statement.digest) {
-        if (digit >= 'A' && digit <= 'F') digit = static_cast<char>(digit - 'A' + 'a');
-    }
     const bool isDigest =
         statement.digest.size() == 64 && statement.digest.find_first_not_of("0123456789abcdef") == std::string::npos;
     if (!isFile(statement.kind)) {
@@ -51,7 +58,7 @@ void checkStatement(Subject& subject) {
     } else if (statement.hasSize && !statement.size) {
         subject.mismatches("a \"size\" that is no whole number", "a number of bytes");
     } else if (statement.hasDigest && !isDigest) {
-        subject.mismatches("sha256 \"" + statement.digest + "\"", "64 hexadecimal digits");
+        subject.mismatches("sha256 \"" + excerpt(statement.digest, 64) + "\"", "64 lower-case hexadecimal digits");
     }
 }
 
@@ -59,7 +66,7 @@ void checkStatement(Subject& subject) {
 class Verification {
  public:
     Verification(const Filepath& manifest, const PackageOptions& options)
-        : root_(manifest.parent_path()), options_(options) {
+        : root_(directoryOf(manifest)), options_(options) {
         for (FileStatement& statement : readStatements(manifest)) {
             subjects_.emplace_back().statement = std::move(statement);
             checkStatement(subjects_.back());
@@ -69,19 +76,23 @@ class Verification {
 
     size_t size() const { return subjects_.size(); }
 
-    // Until there is none left, or another thread has failed.
-    void work() {
-        for (size_t i = next_++; i < subjects_.size(); i = next_++) {
-            try {
+    // Until there is none left, or this or another thread has failed.
+    void work() noexcept {
+        try {
+            for (size_t i = next_++; i < subjects_.size(); i = next_++) {
                 if (!subjects_[i].mismatch) checkFile(subjects_[i]);
-            } catch (...) {
-                next_ = subjects_.size();
-                throw;
             }
+        } catch (const Stopped&) {  // NOLINT(bugprone-empty-catch): `failure_` says why
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(lock_);
+            if (failure_ == nullptr) failure_ = std::current_exception();
         }
+        next_ = subjects_.size();
     }
 
+    // When all threads have ended. Raises what the first to fail has raised.
     PackageReport report() && {
+        if (failure_ != nullptr) std::rethrow_exception(failure_);
         PackageReport report;
         for (Subject& subject : subjects_) {
             const FileStatement& statement = subject.statement;
@@ -93,6 +104,8 @@ class Verification {
     }
 
  private:
+    struct Stopped {};
+
     static bool isToRead(const Subject& subject) { return subject.statement.hasDigest && !subject.mismatch; }
 
     Filepath pathOf(const Subject& subject) const { return Filepath(root_).append(Filepath(subject.statement.path)); }
@@ -120,17 +133,23 @@ class Verification {
             const std::string digest = digestOf(file, [&](size_t size) { tell(statement.path, size); });
             subject.verified = digest == statement.digest;
             if (!subject.verified) subject.mismatches("sha256 " + digest, wanted);
-        } catch (const FileException&) {
-            subject.mismatches("no file that can be read", wanted);
+        } catch (const FileException& exception) {
+            subject.mismatches("no file that can be read (" + std::string(exception.what()) + ")", wanted);
         }
     }
 
     void tell(const std::string& path, size_t bytes) {
-        if (!options_.progress) return;
         const std::lock_guard<std::mutex> lock(lock_);
+        if (failure_ != nullptr) throw Stopped();
+        if (!options_.progress) return;
         progress_.path = path;
         progress_.done += bytes;
-        options_.progress(progress_);
+        try {
+            options_.progress(progress_);
+        } catch (...) {
+            failure_ = std::current_exception();  // before the next thread gets the lock
+            throw Stopped();
+        }
     }
 
     const Filepath root_;
@@ -139,10 +158,10 @@ class Verification {
     std::atomic<size_t> next_{0};
     std::mutex lock_;
     PackageProgress progress_;
+    std::exception_ptr failure_;
 };
 
-// In the caller's thread and in as many others as are asked for and can be had. All have ended when this returns or
-// raises.
+// In the caller's thread and in as many others as are asked for and can be had. All have ended when this returns.
 void workInThreads(Verification& verification, size_t threads) {
     std::vector<std::future<void>> others;
     try {
@@ -152,7 +171,6 @@ void workInThreads(Verification& verification, size_t threads) {
     } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): fewer do the work
     }
     verification.work();
-    for (std::future<void>& other : others) other.get();
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 
 /// @file
 /// A packaged model compared with the sizes and digests that its manifest states. A component object may have
-///   - "sha256": 64 hexadecimal digits, of the file as it lies in the package (of a protected one, of the container)
+///   - "sha256": 64 lower-case hexadecimal digits, of the file as it lies in the package (of a protected one, of the
+///   container)
 ///   - "size": the file's length in bytes
 ///
 /// That finds damage. It is no protection from people: whoever changes a file can change the manifest, too. Compare the
@@ -21,8 +22,8 @@ namespace TarnoMirelo::Kit {
 struct PackageMismatch {
     std::string component;  ///< its name
     std::string path;       ///< as the manifest has it
-    std::string found;      ///< such as "1024 bytes", "sha256 ba78...", "no file"
-    std::string wanted;     ///< in the same words
+    std::string found;   ///< such as "1024 bytes", "sha256 ba78...", "no file that can be read (...)" with the reason
+    std::string wanted;  ///< in the same words
 };
 
 /// What came of a comparison. Components are told of in the manifest's order, targets in the core's order of their
@@ -46,14 +47,16 @@ struct PackageOptions {
     /// started, there are fewer.
     unsigned threads = 1;
     /// Called after each piece of a file, from any of the threads, by one at a time. What it raises ends the comparison
-    /// and passes through; an `Exception` becomes the status.
+    /// and passes through; an `Exception` becomes the status. It is not called again then, and the other threads end
+    /// at their next piece.
     std::function<void(const PackageProgress& progress)> progress;
 };
 
 /// Compares the files of a package with what its manifest states, in the memory of one small piece for each thread.
 /// Components of all targets that have a known key are looked at; those of a kind in memory are the host's and aren't.
 /// Where the size is wrong, the digest isn't looked at.
-/// @param report  out, also where there are mismatches
+/// @param manifest  either slash separates its directory
+/// @param report    out, also where there are mismatches
 /// @return `SUCCESS` where nothing contradicts the manifest: look at `unstated` for what nothing is stated of; or
 ///   - `MODEL_METADATA_ERROR` with the first mismatch and how many there are: a file that is missing, of another size
 ///   or

@@ -27,7 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         const OpenCv::OnnxFile file = OpenCv::readOnnxFile(reinterpret_cast<const char*>(data), size, target);
         onnx::ModelProto repaired;
-        require(repaired.ParseFromString(file.repaired), "what is repaired is a network");
+        require(repaired.ParseFromArray(file.repaired.data(), static_cast<int>(file.repaired.size())),
+                "what is repaired is a network");
     } catch (const ModelMetaDataException& exception) {
         require(*exception.what() != '\0', "a refusal has a reason");
     }

@@ -1,4 +1,4 @@
-// The kit: plain bytes are overwritten before their memory is given back.
+// The kit: plain bytes and keys are overwritten before their memory is given back.
 
 #include "support/protection.h"
 #include "support/temp_dir.h"
@@ -20,7 +20,8 @@ const uint8_t* watched = nullptr;
 size_t watchedSize = 0;  // 0: none
 size_t overwritten = 0;  // bytes
 
-size_t largest = 0;  // block since it was set to 0
+size_t blocksWithKey = 0;  // that were given back
+size_t largest = 0;        // block since it was set to 0
 
 void release(void* block) noexcept {
     const auto* const bytes = static_cast<const uint8_t*>(block);
@@ -42,6 +43,17 @@ void watchNext(size_t size) { watch(nullptr, size); }
 
 }  // namespace
 
+[[gnu::noinline]] void* operator new(size_t size) {
+    if (void* const block = std::malloc(size)) return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, size_t size) noexcept {
+    const auto* const bytes = static_cast<const uint8_t*>(block);
+    const unsigned char* const key = TarnoMirelo::kTestKey;
+    if (std::search(bytes, bytes + size, key, key + sizeof TarnoMirelo::kTestKey) != bytes + size) ++blocksWithKey;
+    std::free(block);
+}
 void* operator new[](size_t size) {
     void* const block = std::malloc(size);
     if (block == nullptr) throw std::bad_alloc();
@@ -101,6 +113,17 @@ TEST(KitSecrets, CostNothingBeforeTheyOpen) {
     expectRefused(kOtherKey, kChunk);
     container[32 + 2 * (kChunk + 16)] ^= 1;
     expectRefused(kTestKey, 3 * kChunk);
+}
+
+TEST(KitSecrets, KeysAreInTheMetadataAlone) {
+    ModelTarget target;
+    target.components.resize(2);
+    target.components[1].type = ComponentKind::SecuredFile;
+    ModelMetadata metadata;
+    metadata.setTargets({{MireloModelType::WinML, target}});
+    blocksWithKey = 0;
+    ASSERT_EQ(text(Kit::setProtectionKey(metadata, MireloModelType::WinML, kTestKey)), kSuccess);
+    EXPECT_EQ(blocksWithKey, 0U);
 }
 
 }  // namespace TarnoMirelo

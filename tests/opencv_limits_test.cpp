@@ -288,7 +288,8 @@ TEST(OpenCvLimits, LeaveAloneWhatIsRepaired) {
         if (withoutFirst) original.mutable_graph()->mutable_node(0)->set_output(0, "");
         const std::string file = original.SerializeAsString();
         onnx::ModelProto model;
-        model.ParseFromString(readOnnxFile(file.data(), file.size(), targetOf(file)).repaired);
+        const OnnxFile read = readOnnxFile(file.data(), file.size(), targetOf(file));
+        model.ParseFromArray(read.repaired.data(), static_cast<int>(read.repaired.size()));
         std::set<std::string> attributes;
         for (const auto& attribute : model.graph().node(0).attribute()) {
             std::string text = attribute.name() + " " + std::to_string(attribute.i());

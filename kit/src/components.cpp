@@ -1,3 +1,4 @@
+#include "cryptography.h"
 #include "files/tar_archive.h"
 #include "platform.h"
 
@@ -48,6 +49,19 @@ bool isProtected(const ModelComponent& component) {
 bool isAllZero(const unsigned char* key) {
     return std::all_of(key, key + 16, [](unsigned char byte) { return byte == 0; });
 }
+
+// Overwrites the keys in a copy of targets when its scope ends.
+struct KeyWiper {
+    ModelMetadata::Targets& targets;
+
+    ~KeyWiper() {
+        for (auto& [type, target] : targets) {
+            for (ModelComponent& component : target.components) {
+                Cryptography::wipe(const_cast<unsigned char*>(component.encryption.getKey()), Cryptography::kKeySize);
+            }
+        }
+    }
+};
 
 MireloStatus pathOf(const ModelComponent& component, const Filepath& rootDir, Filepath& path) {
     if (component.path.empty() || !staysInside(component.path)) {
@@ -193,6 +207,7 @@ MireloStatus readComponentFiles(const ModelComponent& component, const Filepath&
 MireloStatus setProtectionKey(ModelMetadata& metadata, MireloModelType type, const unsigned char* key) {
     if (isAllZero(key)) return {INVALID_ARGUMENTS, "The key is all zero, wanted are 16 bytes that are secret"};
     ModelMetadata::Targets targets = metadata.getTargets();
+    const KeyWiper wiper{targets};
     const auto target = targets.find(type);
     if (target == targets.end()) {
         return {INVALID_ARGUMENTS, "The manifest has no target of type " + ModelTypeToName(type)};

@@ -89,7 +89,7 @@ Network::Network(OnnxFile file, const ModelTarget& target)
     compareInputs(file);
     const OperatorLayers operators(file.customOperators);  // until the network has got its layers
     translateExceptions([&] {
-        net_ = cv::dnn::readNetFromONNX(file.repaired.data(), file.repaired.size());
+        net_ = cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(file.repaired.data()), file.repaired.size());
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
         net_.enableFusion(!file.fusesWrongly);

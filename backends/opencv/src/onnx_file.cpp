@@ -318,7 +318,10 @@ OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target)
     for (const auto& input : model.graph().input()) {
         if (facts.inputs.contains(input.name())) file.inputs.push_back({input.name(), facts.shapeOf(input.name())});
     }
-    file.repaired = model.SerializeAsString();
+    file.repaired = Kit::SecretBytes(model.ByteSizeLong());
+    if (!model.SerializeToArray(file.repaired.data(), static_cast<int>(file.repaired.size()))) {
+        throw ModelMetaDataException("the network takes 2 GiB or more, which can't be handed to the engine");
+    }
     return file;
 }
 

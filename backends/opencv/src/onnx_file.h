@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TarnoMirelo/kit/protection.h>
 #include <TarnoMirelo/manifest.h>
 
 #include <cstddef>
@@ -23,7 +24,7 @@ struct OnnxFile {
     std::set<std::string> customOperators;               // that ONNX itself doesn't have, as "domain.type"
     std::unordered_map<std::string, std::string> nodes;  // `Node "name" (type)`, by the node's outputs
     bool fusesWrongly = false;                           // the engine may not fuse its layers
-    std::string repaired;                                // the file in a form that the engine reads right
+    Kit::SecretBytes repaired;                           // the file in a form that the engine reads right
 };
 
 /// Reads a network's file, takes dimensions that it leaves open from the target, and repairs what the engine would read

@@ -146,9 +146,27 @@ TEST(KitComponents, AreOpenedInMemoryWhereTheyAreProtected) {
     EXPECT_EQ(listed, "model/net=weights;a/b=;model/\xC3\xA4=more;");
     EXPECT_EQ(kept.find("a/b"), &kept.files()[1]);
     EXPECT_EQ(kept.find("A/b"), nullptr);
-    EXPECT_EQ(kept.only("/net"), kept.files().data());
-    EXPECT_EQ(kept.only("/none"), nullptr);
-    EXPECT_EQ(kept.only(""), nullptr);
+    EXPECT_EQ(kept.names(), std::vector<std::string>({"model/net", "a/b", "model/\xC3\xA4"}));
+}
+
+TEST(KitComponents, HaveOneFileOfAnEnding) {
+    const std::string begin = "12: Component \"net\": the ";
+    const std::string wanted = " has to hold one file whose name ends in \".Onnx\", found: ";
+    const struct {
+        const char* kind;
+        std::vector<std::string> names;
+        std::string expected;
+    } cases[] = {
+        {"dir", {"a.json", "b.ONNX", "onnx"}, "b.ONNX"},
+        {"secured_tar", {"m/a.onnx"}, "m/a.onnx"},
+        {"secured_tar", {"b.ONNX", "a.onnx", "c.bin"}, begin + "archive" + wanted + R"("a.onnx", "b.ONNX")"},
+        {"dir", {"a.onnx.bin"}, begin + "folder" + wanted + "none"},
+    };
+    for (const auto& each : cases) {
+        std::string name;
+        const MireloStatus status = findOnlyName(component(each.kind, "."), each.names, ".Onnx", name);
+        EXPECT_EQ(status.ok() ? name : text(status), each.expected);
+    }
 }
 
 TEST(KitComponents, SayWhyTheyDoNotOpen) {

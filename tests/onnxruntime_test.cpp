@@ -262,8 +262,8 @@ TEST_F(OnnxRuntimeBackend, OpensProtectedNetworks) {
         {archive(TarBuilder().file("a.onnx", with("w.bin"))), R"(the weights in "w.bin" are missing in the archive)"},
         {archive(TarBuilder().file("n/a.onnx", with("../w.bin")).file("w.bin", bytes)),
          R"(the weights in "../w.bin" lie outside of the network's folder)"},
-        {archive(TarBuilder().file("a.onnx", sum()).file("b.onnx", sum())),
-         R"(the archive has to hold one file whose name ends in ".onnx", found: "a.onnx", "b.onnx")"},
+        {archive(TarBuilder().file("a.onnx", sum()).file("b.ONNX", sum())),
+         R"(the archive has to hold one file whose name ends in ".onnx", found: "a.onnx", "b.ONNX")"},
         {archive(TarBuilder().file("w.bin", bytes)),
          R"(the archive has to hold one file whose name ends in ".onnx", found: none)"},
     };

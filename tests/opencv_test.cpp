@@ -178,7 +178,8 @@ TEST_F(OpenCvBackend, OpensProtectedNetworks) {
     const auto archive = TarBuilder().directory("model").file("model/sum.onnx", stringOf(network)).file("notes", "x");
     root.write("network", stringOf(protectedBytes(stringOf(network))));
     root.write("archive", stringOf(protectedBytes(stringOf(archive.whole()))));
-    root.write("other", stringOf(protectedBytes(stringOf(TarBuilder().file("notes", "x").whole()))));
+    root.write("other",
+               stringOf(protectedBytes(stringOf(TarBuilder().file("a.onnx", "x").file("b.ONNX", "x").whole()))));
     const auto loadProtected = [&](const char* kind, const char* path, const unsigned char* key) {
         ModelTarget target = kSumTarget;
         ModelComponent& component = target.components[0];
@@ -200,7 +201,7 @@ TEST_F(OpenCvBackend, OpensProtectedNetworks) {
     }
     EXPECT_EQ(
         loadProtected("secured_tar", "other", kTestKey),
-        R"(12: Component "net": the archive has none or several files whose name ends in ".onnx", wanted is one)");
+        R"(12: Component "net": the archive has to hold one file whose name ends in ".onnx", found: "a.onnx", "b.ONNX")");
 }
 
 TEST_F(OpenCvBackend, LogsLoadsAndUnloads) {

@@ -170,10 +170,11 @@ class DenseModel : public MireloModel {
                           Kit::ComponentBytes& bytes) const {
         if (component.type != ComponentKind::SecuredTar) return Kit::readComponent(component, getRootDir(), bytes);
         MireloStatus status = Kit::readComponentFiles(component, getRootDir(), files);
+        std::string name;
+        if (status.ok()) status = Kit::findOnlyName(component, files.names(), ".dense", name);
         if (!status.ok()) return status;
-        const Kit::ComponentFiles::File* const file = files.only(".dense");
-        if (file == nullptr) throw ModelMetaDataException("the archive has not one file whose name ends in \".dense\"");
-        bytes = Kit::ComponentBytes(file->data, file->size);
+        const Kit::ComponentFiles::File& file = *files.find(name);
+        bytes = Kit::ComponentBytes(file.data, file.size);
         return status;
     }
 

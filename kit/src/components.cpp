@@ -18,6 +18,8 @@ namespace {
 
 constexpr char kSlashes[] = "/\\";
 
+char lowered(char letter) { return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter; }
+
 MireloStatus refuse(const ModelComponent& component, STATUS_CODE code, const std::string& text) {
     return {code, "Component \"" + component.name + "\": " + text};
 }
@@ -29,7 +31,7 @@ MireloStatus refuseKind(const ModelComponent& component, const char* wanted) {
 // The same refusal, said of a component.
 MireloStatus refuse(const ModelComponent& component, const MireloStatus& status) {
     std::string text = status.getDescription();
-    if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z') text[0] = static_cast<char>(text[0] - 'A' + 'a');
+    if (!text.empty()) text[0] = lowered(text[0]);
     return refuse(component, status.getCode(), text);
 }
 
@@ -62,6 +64,12 @@ struct KeyWiper {
         }
     }
 };
+
+// Whether the name ends so, whatever the case of its ASCII letters.
+bool endsWithLetters(const std::string& name, const std::string& ending) {
+    return name.size() >= ending.size() && std::equal(ending.rbegin(), ending.rend(), name.rbegin(),
+                                                      [](char a, char b) { return lowered(a) == lowered(b); });
+}
 
 MireloStatus pathOf(const ModelComponent& component, const Filepath& rootDir, Filepath& path) {
     if (component.path.empty() || !staysInside(component.path)) {
@@ -154,14 +162,28 @@ const ComponentFiles::File* ComponentFiles::find(const std::string& name) const 
     return found == files_.end() ? nullptr : &*found;
 }
 
-const ComponentFiles::File* ComponentFiles::only(const std::string& ending) const {
-    const auto ends = [&ending](const File& file) {
-        return file.name.size() >= ending.size() &&
-               file.name.compare(file.name.size() - ending.size(), ending.size(), ending) == 0;
-    };
-    const auto found = std::find_if(files_.begin(), files_.end(), ends);
-    const bool isOnly = found != files_.end() && std::none_of(found + 1, files_.end(), ends);
-    return isOnly ? &*found : nullptr;
+std::vector<std::string> ComponentFiles::names() const {
+    std::vector<std::string> names;
+    for (const File& file : files_) names.push_back(file.name);
+    return names;
+}
+
+MireloStatus findOnlyName(const ModelComponent& component, const std::vector<std::string>& names,
+                          const std::string& ending, std::string& name) {
+    std::vector<std::string> found;
+    for (const std::string& each : names) {
+        if (endsWithLetters(each, ending)) found.push_back(each);
+    }
+    if (found.size() == 1) {
+        name = std::move(found.front());
+        return {SUCCESS, ""};
+    }
+    std::sort(found.begin(), found.end());
+    std::string text = found.empty() ? "none" : "";
+    for (const std::string& each : found) text += (text.empty() ? "\"" : ", \"") + each + "\"";
+    return refuse(component, MODEL_METADATA_ERROR,
+                  std::string("the ") + (component.type == ComponentKind::Dir ? "folder" : "archive") +
+                      " has to hold one file whose name ends in \"" + ending + "\", found: " + text);
 }
 
 bool staysInside(const std::string& path) {

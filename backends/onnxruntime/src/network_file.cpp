@@ -1,32 +1,12 @@
 #include "network_file.h"
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
 constexpr char kExtension[] = ".onnx";
-
-bool isNetwork(const std::string& name) {
-    const size_t length = sizeof kExtension - 1;
-    return name.size() > length && std::equal(name.end() - length, name.end(), kExtension, [](char a, char b) {
-               return std::tolower(static_cast<unsigned char>(a)) == b;
-           });
-}
-
-// The one name of a network among those of a folder or an archive.
-std::string onlyNetwork(std::vector<std::string> names, const char* where) {
-    names.erase(std::remove_if(names.begin(), names.end(), [](const auto& name) { return !isNetwork(name); }),
-                names.end());
-    std::sort(names.begin(), names.end());
-    if (names.size() == 1) return names[0];
-    std::string found = names.empty() ? "none" : "\"" + names[0] + "\"";
-    for (size_t i = 1; i < names.size(); ++i) found += ", \"" + names[i] + "\"";
-    throw ModelMetaDataException(std::string("the ") + where +
-                                 " has to hold one file whose name ends in \".onnx\", found: " + found);
-}
 
 // The one network of a folder, as a component of its own.
 ModelComponent findNetwork(const ModelComponent& component, const Filepath& rootDir) {
@@ -36,9 +16,11 @@ ModelComponent findNetwork(const ModelComponent& component, const Filepath& root
     for (const Filepath& name : FileUtils().findFilesByPattern(folder, std::string("*") + kExtension)) {
         names.push_back(name.getPathString());
     }
+    std::string name;
+    require(Kit::findOnlyName(component, names, kExtension, name));
     ModelComponent network;
     network.name = component.name;
-    network.path = component.path + "/" + onlyNetwork(std::move(names), "folder");
+    network.path = component.path + "/" + name;
     network.type = ComponentKind::File;
     return network;
 }
@@ -81,9 +63,9 @@ NetworkFile readArchive(const ModelComponent& component, const Filepath& rootDir
     NetworkFile file;
     file.isProtected = true;
     require(Kit::readComponentFiles(component, rootDir, file.archive));
-    std::vector<std::string> names;
-    for (const Kit::ComponentFiles::File& each : file.archive.files()) names.push_back(each.name);
-    const Kit::ComponentFiles::File& network = *file.archive.find(onlyNetwork(std::move(names), "archive"));
+    std::string name;
+    require(Kit::findOnlyName(component, file.archive.names(), kExtension, name));
+    const Kit::ComponentFiles::File& network = *file.archive.find(name);
     file.bytes = Kit::ComponentBytes(network.data, network.size);
     file.outline = readOutline(network.data, network.size);
     findArchivedWeights(network.name, file);

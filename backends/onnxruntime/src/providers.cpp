@@ -74,7 +74,7 @@ void appendProvider(OrtSessionOptions& options, OrtEP provider) {
     std::string text = "This engine has no execution provider ";
     text += known == kProviders.end() ? "of number " + std::to_string(static_cast<uint64_t>(provider)) : known->name;
     text += ", but ";
-    for (size_t i = 0; i < all.size(); ++i) text += (i == 0 ? "" : ", ") + std::string(all[i].name);
+    for (size_t i = 0; i < all.size(); ++i) text.append(i == 0 ? "" : ", ").append(all[i].name);
     throw InvalidArgumentsException(text);
 }
 

@@ -24,12 +24,10 @@ std::shared_ptr<Network> read(const ModelComponent& component, const Filepath& r
     Kit::ComponentBytes bytes;
     if (component.type == ComponentKind::SecuredTar) {
         require(Kit::readComponentFiles(component, rootDir, files));
-        const Kit::ComponentFiles::File* const network = files.only(".onnx");
-        if (network == nullptr) {
-            throw ModelMetaDataException(
-                about(component, "the archive has none or several files whose name ends in \".onnx\", wanted is one"));
-        }
-        bytes = Kit::ComponentBytes(network->data, network->size);
+        std::string name;
+        require(Kit::findOnlyName(component, files.names(), ".onnx", name));
+        const Kit::ComponentFiles::File& network = *files.find(name);
+        bytes = Kit::ComponentBytes(network.data, network.size);
     } else {
         require(Kit::readComponent(component, rootDir, bytes));
     }

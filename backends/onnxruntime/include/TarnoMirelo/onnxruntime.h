@@ -133,8 +133,8 @@ MIRELO_ONNXRUNTIME_API MireloStatus describeNetwork(const ModelComponent& compon
 ///   - "dir": a folder under the root directory that holds one file whose name ends in ".onnx", and its weights.
 ///   - "memory_stream": the component's buffer holds the bytes, the weights among them.
 ///   - "secured_file", "secured_memory_stream": the same, protected.
-///   - "secured_tar": a protected archive that holds one file whose name ends in ".onnx", and its weights in the same
-///     folder or below it; those need ONNX Runtime 1.18.
+///   - "secured_tar": a protected archive that holds one file whose name ends in ".onnx" or ".ONNX", and its weights in
+///     the same folder or below it; those need ONNX Runtime 1.18.
 /// What is protected is opened in memory with the component's key, and nothing of it is written anywhere.
 /// Inputs and outputs of the target are tensors that bear the names of the network's own. An input that the network has
 /// a constant for may be left out.

@@ -69,9 +69,9 @@ struct Options {
 ///
 /// **Components.** A target has one: an ONNX network, of kind "file" (its path is looked up under the root directory
 /// and can't leave it) or "memory_stream" (its buffer holds the bytes), or protected in "secured_file",
-/// "secured_memory_stream" or "secured_tar", an archive in which one name ends in ".onnx". A protected network is
-/// opened in memory with the component's key and written nowhere. Inputs and outputs of the target are tensors that
-/// bear the names of the network's own.
+/// "secured_memory_stream" or "secured_tar", an archive in which one name ends in ".onnx" or ".ONNX". A protected
+/// network is opened in memory with the component's key and written nowhere. Inputs and outputs of the target are
+/// tensors that bear the names of the network's own.
 ///
 /// **Inputs** are used in place: the backend copies nothing but the rows of a batch that go through in one pass, and
 /// the engine reads the tensor once into its own input blob. Element types: `UInt8`, `Int8`, `UInt16`, `Int16`,

@@ -73,8 +73,8 @@ class ComponentFiles {
     const std::vector<File>& files() const { return files_; }
     /// The file of that name, null where there is none. Letters count as they are.
     const File* find(const std::string& name) const;
-    /// The file whose name ends so, such as ".onnx"; null where there is none, or more than one.
-    const File* only(const std::string& ending) const;
+    /// The names of the files, in the archive's order.
+    std::vector<std::string> names() const;
 
  private:
     SecretBytes owned_;
@@ -94,6 +94,13 @@ MireloStatus readComponent(const ModelComponent& component, const Filepath& root
 /// @param files  out, on success only
 /// @return as above, also `MODEL_METADATA_ERROR` where the content is no such archive, with the entry and the reason
 MireloStatus readComponentFiles(const ModelComponent& component, const Filepath& rootDir, ComponentFiles& files);
+
+/// The only one among the names in a component of kind "dir" or "secured_tar" that ends so, such as ".onnx". ASCII
+/// letters count without their case.
+/// @param name  out, on success only
+/// @return `SUCCESS`, or `MODEL_METADATA_ERROR` where no name or more than one ends so; the description lists them
+MireloStatus findOnlyName(const ModelComponent& component, const std::vector<std::string>& names,
+                          const std::string& ending, std::string& name);
 
 /// Gives a key to every component of a target whose kind is a protected one; `ModelMetadata::SetEncryption` reaches the
 /// first component alone. The other components stay as they are.

@@ -18,7 +18,9 @@ void readOrDrawKey(const std::filesystem::path& path, unsigned char (&key)[16]) 
     auto* const bytes = reinterpret_cast<char*>(key);
     if (std::filesystem::exists(path)) {
         std::ifstream file(path, std::ios::binary);
-        if (!file.read(bytes, sizeof key)) throw std::runtime_error("Cannot read a key from " + path.string());
+        if (!file.read(bytes, sizeof key) || file.peek() != std::ifstream::traits_type::eof()) {
+            throw std::runtime_error(path.string() + " is no key, wanted are 16 bytes");
+        }
         return;
     }
     require("newProtectionKey", Kit::newProtectionKey(key));

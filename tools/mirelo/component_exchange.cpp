@@ -2,6 +2,8 @@
 
 #include "failure.h"
 #include "interrupt.h"
+#include "kit/src/platform.h"
+#include "paths.h"
 #include "platform.h"
 
 #include <TarnoMirelo/kit/digest.h>
@@ -9,10 +11,18 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 namespace TarnoMirelo::Tool {
 
 namespace fs = std::filesystem;
+
+ComponentExchange::ComponentExchange(const std::string& path, std::string keyFile)
+    : keyFile_(std::move(keyFile)), package_(path), manifest_(package_) {
+    if (fs::is_symlink(package_.manifest())) {
+        throw Failure(about() + ": the manifest is a symbolic link, wanted is the file itself");
+    }
+}
 
 ComponentExchange::~ComponentExchange() {
     std::error_code ignored;  // there is another failure to tell already
@@ -68,7 +78,28 @@ std::vector<ComponentExchange::File> ComponentExchange::files(const IsMade& isMa
         }
         files.push_back({oldPath, wanted.path, from, to, fs::exists(status)});
     }
+    const auto key = std::find_if(files.begin(), files.end(), [this](const File& each) {
+        std::error_code ignored;  // they are there
+        return fs::equivalent(each.from, toPath(keyFile_), ignored);
+    });
+    if (key != files.end()) {
+        throw Failure(about() + ": \"" + key->oldPath +
+                      "\" is the file of the key, which would be lost; wanted is a key outside of the folder");
+    }
     return files;
+}
+
+// Under its name once it is whole, and never in the place of a file that somebody has put there meanwhile.
+void ComponentExchange::makeNew(const File& file, const Make& make) {
+    // A name that `check` knows, should the process be killed.
+    const fs::path beside = toPath(Kit::Platform::withOwnSeparators(Kit::Platform::pathBeside(toFilepath(file.to))));
+    make(file.from, beside);
+    if (const std::error_code error = Platform::renameToNew(beside, file.to)) {
+        std::error_code ignored;  // there is another failure to tell already
+        fs::remove(beside, ignored);
+        throw Failure(about() + ": \"" + file.newPath + "\" can't be put there: " + error.message());
+    }
+    made_.push_back(file.to);
 }
 
 // The file is the new one.
@@ -99,12 +130,12 @@ void ComponentExchange::verify() const {
 void ComponentExchange::run(const Make& make, const IsMade& isMade, const std::string& work, Console& console) {
     const std::vector<File> all = files(isMade);
     verify();
+    made_.reserve(all.size());
     for (size_t i = 0; i < all.size(); ++i) {
         checkInterrupt();
         if (all[i].isThere) continue;
         console.progress(work + " " + all[i].oldPath, static_cast<double>(i) / static_cast<double>(all.size()));
-        made_.push_back(all[i].to);
-        make(all[i].from, all[i].to);
+        makeNew(all[i], make);
     }
     for (const Wanted& each : wanted_) {
         ManifestText::Component component = manifest_.components()[each.component];

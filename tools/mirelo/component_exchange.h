@@ -19,7 +19,9 @@ class ComponentExchange {
     /// Whether a file that is there is what `Make` would make of the old one.
     using IsMade = std::function<bool(const std::filesystem::path& from, const std::filesystem::path& to)>;
 
-    explicit ComponentExchange(const std::string& path) : package_(path), manifest_(package_) {}
+    /// Raises as `ManifestText`, and `Failure` for a manifest that is a symbolic link: other folders may have it, too.
+    /// @param keyFile  no file that is replaced may be this one
+    ComponentExchange(const std::string& path, std::string keyFile);
     ComponentExchange(const ComponentExchange&) = delete;
     ComponentExchange& operator=(const ComponentExchange&) = delete;
     /// Removes the new files if the manifest does not name them.
@@ -60,11 +62,13 @@ class ComponentExchange {
     };
 
     std::vector<File> files(const IsMade& isMade) const;
+    void makeNew(const File& file, const Make& make);
     void verify() const;
     void change(const Wanted& wanted, const std::filesystem::path& file);
     void syncNewFiles(const std::vector<File>& files) const;
     void removeOldFiles(const std::vector<File>& files) const;
 
+    std::string keyFile_;
     Package package_;
     ManifestText manifest_;
     std::vector<Wanted> wanted_;

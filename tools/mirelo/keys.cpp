@@ -38,6 +38,26 @@ class Comparison : public std::streambuf {
     Kit::SecretBytes piece_{1};
 };
 
+// Takes everything.
+class Nothing : public std::streambuf {
+ protected:
+    std::streamsize xsputn(const char* /*data*/, std::streamsize size) override {
+        checkInterrupt();
+        return size;
+    }
+};
+
+// Raises what the buffer raises, and `std::ios::failure` where it takes less than it is given.
+bool opensInto(std::streambuf& content, const std::filesystem::path& container, const Kit::SecretBytes& key) {
+    std::ifstream from(container, std::ios::binary);
+    std::ostream to(&content);
+    to.exceptions(std::ios::badbit);
+    const MireloStatus status = Kit::unprotectStream(from, key.data(), to);
+    if (status.getCode() == MODEL_METADATA_ERROR) return false;
+    require(toGenericText(container), status);
+    return true;
+}
+
 }  // namespace
 
 void addProtectionOptions(CLI::App& command, ProtectionOptions& options) {
@@ -64,16 +84,15 @@ Kit::SecretBytes readKey(const std::string& file) {
 
 Kit::SecretBytes readKeyIfNamed(const std::string& file) { return file.empty() ? Kit::SecretBytes() : readKey(file); }
 
+bool opens(const std::filesystem::path& container, const Kit::SecretBytes& key) {
+    Nothing content;
+    return opensInto(content, container, key);
+}
+
 bool holds(const std::filesystem::path& container, const Kit::SecretBytes& key, const std::filesystem::path& plain) {
-    std::ifstream from(container, std::ios::binary);
-    Comparison comparison(toFilepath(plain));
-    std::ostream to(&comparison);
-    to.exceptions(std::ios::badbit);  // so that what the comparison raises passes through
+    Comparison content(toFilepath(plain));
     try {
-        const MireloStatus status = Kit::unprotectStream(from, key.data(), to);
-        if (status.getCode() == MODEL_METADATA_ERROR) return false;
-        require(toGenericText(container), status);
-        return comparison.isAtEnd();
+        return opensInto(content, container, key) && content.isAtEnd();
     } catch (const std::ios::failure&) {
         return false;
     }

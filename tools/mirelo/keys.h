@@ -26,6 +26,9 @@ Kit::SecretBytes readKey(const std::string& file);
 /// Likewise; no bytes where no file is named.
 Kit::SecretBytes readKeyIfNamed(const std::string& file);
 
+/// Whether a container opens with the key. Raises `Failure` where that can't be told.
+bool opens(const std::filesystem::path& container, const Kit::SecretBytes& key);
+
 /// Whether a container opens with the key to the bytes of a plain file. Raises `Failure` where that can't be told.
 bool holds(const std::filesystem::path& container, const Kit::SecretBytes& key, const std::filesystem::path& plain);
 

@@ -23,9 +23,13 @@ std::string readText(const std::filesystem::path& manifest, const std::string& a
 
 }  // namespace
 
-ManifestText::ManifestText(const Package& package) : manifest_(package.manifest()), about_(package.manifestText()) {
+ManifestText::ManifestText(const Package& package)
+    : manifest_(package.manifest()), lock_(manifest_.parent_path()), about_(package.manifestText()) {
     if (package.isArchive()) {
         throw WrongUsage(about_ + ": an archive can't be changed, wanted is a folder or a manifest");
+    }
+    if (lock_.isTaken()) {
+        throw Failure(about_ + ": another call of mirelo is changing this folder, wanted is one at a time");
     }
     text_ = readText(manifest_, about_);
     // Below, the text is JSON of the form that a manifest has.

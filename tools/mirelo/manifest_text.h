@@ -1,6 +1,7 @@
 #pragma once
 
 #include "package.h"
+#include "platform.h"
 
 #include <cstddef>
 #include <string>
@@ -20,9 +21,9 @@ class ManifestText {
         bool hasDigest = false;
     };
 
-    /// Reads the manifest of a package that is no archive.
-    /// Raises `WrongUsage` for an archive, `Failure` where the manifest can't be read, or has mistakes beyond a size or
-    /// a digest that doesn't match.
+    /// Reads the manifest of a package that is no archive, and keeps other calls of the tool away from its folder.
+    /// Raises `WrongUsage` for an archive, `Failure` where another call is at work there, or where the manifest can't
+    /// be read, or has mistakes beyond a size or a digest that doesn't match.
     explicit ManifestText(const Package& package);
 
     /// Of all targets, in the order of the text.
@@ -66,6 +67,7 @@ class ManifestText {
     void addComponent(size_t begin);
 
     std::filesystem::path manifest_;
+    Platform::FolderLock lock_;
     std::string about_;  // how messages name it
     std::string text_;
     std::vector<Component> components_;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,6 +29,25 @@ bool syncDirectory(const std::filesystem::path& directory) {
     const bool isWritten = ::fsync(handle) == 0 || errno == EINVAL;  // file systems that can't have no need to
     ::close(handle);
     return isWritten;
+}
+
+std::error_code renameToNew(const std::filesystem::path& from, const std::filesystem::path& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return {};
+    if (errno != EINVAL) return {errno, std::generic_category()};
+    // File systems that don't know the flag, such as NFS: nothing is known to put a file there just now.
+    if (std::filesystem::exists(std::filesystem::symlink_status(to))) return {EEXIST, std::generic_category()};
+    std::error_code error;
+    std::filesystem::rename(from, to, error);
+    return error;
+}
+
+FolderLock::FolderLock(const std::filesystem::path& folder)
+    : handle_(::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    isTaken_ = handle_ >= 0 && ::flock(static_cast<int>(handle_), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+FolderLock::~FolderLock() {
+    if (handle_ >= 0) ::close(static_cast<int>(handle_));
 }
 
 bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <io.h>
+#include <string>
 #include <windows.h>
 
 namespace TarnoMirelo::Tool::Platform {
@@ -26,6 +27,36 @@ bool isTerminal(std::FILE* stream) {
 
 // What is renamed is there already: see `Kit::Platform::NewFile`.
 bool syncDirectory(const std::filesystem::path& /*directory*/) { return true; }
+
+std::error_code renameToNew(const std::filesystem::path& from, const std::filesystem::path& to) {
+    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH) != FALSE) return {};
+    return {static_cast<int>(GetLastError()), std::system_category()};
+}
+
+// An object of the system's that bears the folder's number: it is gone with the last process that has it open.
+FolderLock::FolderLock(const std::filesystem::path& folder) : handle_(0) {
+    constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE opened = CreateFileW(folder.empty() ? L"." : folder.c_str(), 0, kShared, nullptr, OPEN_EXISTING,
+                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    BY_HANDLE_FILE_INFORMATION facts{};
+    if (opened == INVALID_HANDLE_VALUE) return;
+    const bool isKnown = GetFileInformationByHandle(opened, &facts) != FALSE;
+    CloseHandle(opened);
+    if (!isKnown) return;
+    std::wstring name = L"Global\\mirelo";
+    for (const DWORD part : {facts.dwVolumeSerialNumber, facts.nFileIndexHigh, facts.nFileIndexLow}) {
+        name += L"-" + std::to_wstring(part);
+    }
+    const HANDLE made = CreateMutexW(nullptr, FALSE, name.c_str());
+    const DWORD error = GetLastError();
+    isTaken_ = made == nullptr ? error == ERROR_ACCESS_DENIED  // another user's
+                               : error == ERROR_ALREADY_EXISTS;
+    handle_ = reinterpret_cast<intptr_t>(made);
+}
+
+FolderLock::~FolderLock() {
+    if (handle_ != 0) CloseHandle(reinterpret_cast<HANDLE>(handle_));
+}
 
 bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
     const HANDLE file =

@@ -6,10 +6,20 @@
 namespace TarnoMirelo::Tool {
 namespace {
 
+// Two keys would leave a package that no command opens.
+void requireOneKey(const ComponentExchange& exchange, const Kit::SecretBytes& key) {
+    for (const ManifestText::Component& each : exchange.manifest().components()) {
+        if (each.type != ComponentKind::SecuredFile && each.type != ComponentKind::SecuredTar) continue;
+        if (opens(exchange.manifest().existingFileOf(each), key)) continue;
+        throw Failure(exchange.about() + ": \"" + each.path +
+                      "\" does not open with this key, wanted is the key that the package has already");
+    }
+}
+
 ExitCode protect(const ProtectionOptions& options, Console& console) {
     const std::string suffix(Kit::kProtectedSuffix);
     const Kit::SecretBytes key = readKey(options.keyFile);
-    ComponentExchange exchange(options.path);
+    ComponentExchange exchange(options.path, options.keyFile);
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
     for (size_t i = 0; i < components.size(); ++i) {
         if (components[i].type == ComponentKind::Dir) {
@@ -25,6 +35,7 @@ ExitCode protect(const ProtectionOptions& options, Console& console) {
         }
     }
     if (exchange.empty()) throw Failure(exchange.about() + ": no component is a plain file, wanted is one at least");
+    requireOneKey(exchange, key);
     exchange.run(
         [&key](const std::filesystem::path& from, const std::filesystem::path& to) {
             require(toGenericText(from), Kit::protectFile(toFilepath(from), key.data(), toFilepath(to)));

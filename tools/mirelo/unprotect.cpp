@@ -13,7 +13,7 @@ std::string plainPath(const std::string& path) {
 
 ExitCode unprotect(const ProtectionOptions& options, Console& console) {
     const Kit::SecretBytes key = readKey(options.keyFile);
-    ComponentExchange exchange(options.path);
+    ComponentExchange exchange(options.path, options.keyFile);
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
     for (size_t i = 0; i < components.size(); ++i) {
         if (components[i].type == ComponentKind::SecuredTar) {

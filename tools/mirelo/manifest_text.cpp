@@ -121,6 +121,10 @@ std::filesystem::path ManifestText::existingFileOf(const Component& component) c
     if (!std::filesystem::is_regular_file(file)) {
         throw Failure(about_ + ": there is no file \"" + component.path + "\"");
     }
+    if (std::filesystem::equivalent(file, manifest_)) {
+        throw Failure(about_ + ": the path \"" + component.path +
+                      "\" is that of the manifest itself, wanted is a component's file");
+    }
     return file;
 }
 

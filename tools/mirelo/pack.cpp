@@ -3,6 +3,7 @@
 #include "interrupt.h"
 #include "keys.h"
 #include "kit/src/component_files.h"
+#include "package.h"
 
 #include <TarnoMirelo/kit/digest.h>
 
@@ -66,6 +67,15 @@ ExitCode reportProblems(const Options& options, const ArchivePlan& plan, Console
     throw Failure(text);
 }
 
+// Nothing where there is no manifest: a folder of a network and its weights, which will be a component, has none.
+std::optional<Package> packageIn(const std::string& folder) {
+    try {
+        return std::optional<Package>(folder);
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
 // The next call would pack this one's archive.
 void refuseArchiveInside(const Options& options) {
     const fs::path folder = fs::weakly_canonical(toPlainPath(options.folder));
@@ -79,6 +89,9 @@ ExitCode pack(const Options& options, Console& console) {
     ArchivePlan plan = planArchive(options.folder);
     addSecrets(plan);
     if (!plan.problems.empty()) return reportProblems(options, plan, console);
+    if (const std::optional<Package> package = packageIn(options.folder)) {
+        warnOfFilesOfNoComponent(*package, toPath(options.folder), console);
+    }
     const fs::path path = toPath(options.archive);
     PartialFile archive(path, options.force);
     writeArchive(plan, archive, console);

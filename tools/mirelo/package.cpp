@@ -1,10 +1,14 @@
 #include "package.h"
 
 #include "failure.h"
+#include "interrupt.h"
+#include "kit/src/component_files.h"
+
+#include <TarnoMirelo/kit/targets.h>
 
 #include <algorithm>
 #include <fstream>
-#include <vector>
+#include <set>
 
 namespace TarnoMirelo::Tool {
 namespace {
@@ -84,6 +88,58 @@ void Package::load(ModelMetadata& metadata) const {
         throw Failure(manifestText() + ": it is no manifest that can be loaded; \"mirelo check " + path_ +
                       "\" says why");
     }
+}
+
+std::string Package::filesOfNoComponent(const fs::path& folder) const {
+    constexpr size_t kMostLookedAt = 100;  // a manifest may lie among all the files of its owner
+    constexpr size_t kMostNamed = 10;
+    const std::string suffix(Kit::kProtectedSuffix);
+    Kit::AllTargetsMetadata metadata;
+    if (!metadata.load(toFilepath(manifest_)).ok()) return {};
+    std::set<fs::path> known{fs::canonical(manifest_)};
+    const auto add = [&](std::string path) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+        known.insert(fs::weakly_canonical(manifest_.parent_path() / toPath(path)));
+    };
+    for (const auto& [type, target] : metadata.getTargets()) {
+        for (const ModelComponent& component : target.components) {
+            if (component.path.empty()) continue;
+            add(component.path);
+            if (component.type == ComponentKind::File) add(component.path + suffix);
+            if (component.path.ends_with(suffix)) {
+                add(component.path.substr(0, component.path.size() - suffix.size()));
+            }
+        }
+    }
+    std::set<std::string> found;
+    const fs::path root = folder.empty() ? "." : folder;
+    if (known.contains(fs::canonical(root))) return "";
+    fs::recursive_directory_iterator each(root, fs::directory_options::skip_permission_denied);
+    for (; each != fs::recursive_directory_iterator() && found.size() < kMostLookedAt; ++each) {
+        checkInterrupt();
+        std::error_code leadsNowhere;  // as a link can
+        if (known.contains(fs::weakly_canonical(each->path(), leadsNowhere))) {
+            each.disable_recursion_pending();
+        } else if (!each->is_directory() || each->is_symlink()) {
+            found.insert(toGenericText(each->path().lexically_relative(root)));
+        }
+    }
+    std::string names;
+    size_t named = 0;
+    for (const std::string& file : found) {
+        if (++named > kMostNamed) return names + " and more";
+        names += (names.empty() ? "" : ", ") + toText(Json(file));
+    }
+    return names;
+}
+
+void warnOfFilesOfNoComponent(const Package& package, const fs::path& folder, Console& console) {
+    const std::string files = package.filesOfNoComponent(folder);
+    if (files.empty()) return;
+    console.printWarning(package.manifestText() +
+                         ": no component names these files, so they have no digest and are never "
+                         "protected: " +
+                         files);
 }
 
 void unpackArchive(const fs::path& archive, const fs::path& folder) {

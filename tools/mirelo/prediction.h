@@ -34,12 +34,9 @@ struct Filling {
     NamedValues shapes;            ///< of inputs with dimensions that are -1; where there is none, those become 1
 };
 
-/// A tensor of zeros, or of random numbers that are the same on every system: floats from 0 to 1, integers from 0 to 9.
-/// Raises `Failure` where it can't be made.
-std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling);
-
-/// The inputs of a prediction: from NumPy files where one is named, and generated where there is a filling. Raises
-/// `Failure` for a name that is none of the inputs', and what reading and making them raises.
+/// The inputs of a prediction: from NumPy files where one is named, and generated where there is a filling, of zeros,
+/// or of random numbers that are the same on every system: floats from 0 to 1, integers from 0 to 9. Raises `Failure`
+/// for a name that is none of the inputs', for an input that can't be made, and what reading raises.
 /// @param missing  out: the required inputs that there is nothing for, as in "x, y"; empty: none
 MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
                                const std::optional<Filling>& filling, std::string& missing);

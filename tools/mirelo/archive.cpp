@@ -26,11 +26,6 @@ constexpr size_t kPrefixField = 155;
 constexpr uint64_t kLargestFile = 0xFFFFFFFF;
 constexpr unsigned kTime = 315532800;  // 1980-01-01: the earliest that no unpacker wonders at
 
-std::string lowered(std::string text) {
-    for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return text;
-}
-
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 // Empty where every reader makes the same of the name.

@@ -161,7 +161,7 @@ void ManifestText::save() const {
         at = change.end;
     }
     text.append(text_, at, std::string::npos);
-    Kit::Platform::NewFile file(toFilepath(manifest_), std::filesystem::status(manifest_).permissions());
+    Kit::Platform::NewFile file(toFilepath(realPath(manifest_)), std::filesystem::status(manifest_).permissions());
     file.write(text.data(), text.size());
     file.finish();
 }

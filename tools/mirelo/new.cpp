@@ -142,14 +142,18 @@ ExitCode makePackage(const Options& options, Console& console) {
     requireInputNames(shapes, description.inputs);
     checkInterrupt();
 
-    TemporaryFolder package(temporaryNameBeside(folder));
+    TemporaryFolder package(temporaryNameBeside(folder), options.folder);
     const fs::path place = description.weightFiles.empty() ? package.path() : package.path() / kFolderOfNetwork;
     copyFile(network, place / network.filename());
     for (const std::string& weights : description.weightFiles) {
         copyFile(source / toPath(weights), place / toPath(weights));
     }
     const Json manifest = manifestOf(options, description, shapes);
-    PartialFile file(package.path() / "manifest.json", false);
+    const fs::path manifestFile = package.path() / "manifest.json";
+    if (fs::exists(manifestFile)) {
+        throw Failure(options.network + ": its name is that of the package's manifest, wanted is another name");
+    }
+    PartialFile file(manifestFile, false, options.folder);
     file.write(toText(manifest) + "\n");
     file.keep();
     tryToLoad(package.path(), options);

@@ -17,7 +17,10 @@ def save(name, nodes, inputs, outputs, constants=(), weights=None):
                               opset_imports=[helper.make_opsetid(domain, 13) for domain in {"", nodes[0].domain}])
     model.ir_version = 7
     onnx.checker.check_model(model)
-    onnx.save(model, str(pathlib.Path(__file__).parent / f"{name}.onnx"), save_as_external_data=weights is not None,
+    folder = pathlib.Path(__file__).parent
+    if weights:
+        (folder / weights).unlink(missing_ok=True)  # else they are added to it
+    onnx.save(model, str(folder / f"{name}.onnx"), save_as_external_data=weights is not None,
               location=weights, size_threshold=0)
 
 
@@ -53,3 +56,9 @@ save("softmax",
 save("outside",
      [helper.make_node("Add", ["x", "w"], ["y"])],
      [("x", [1, 3])], [("y", [1, 3])], [("w", numpy.array([[1, 2, 3]], dtype=numpy.float32))], weights="outside.weights")
+
+# Outputs whose names make the same file, or none that Windows has
+save("names",
+     [helper.make_node("Sub", ["a", "b"], ["Y"])] +
+     [helper.make_node("Identity", ["Y"], [name]) for name in ["y", "a/b", "a_b", "aux"]],
+     [("a", [1, 2]), ("b", [1, 2])], [(name, [1, 2]) for name in ["Y", "y", "a/b", "a_b", "aux"]])

@@ -122,7 +122,7 @@ void ComponentExchange::run(const Make& make, const IsMade& isMade, const std::s
     Json json = {{"manifest", about()}, {"files", Json::array()}};
     for (const File& each : all) {
         json["files"].push_back({{"from", each.oldPath}, {"to", each.newPath}});
-        if (!console.json()) console.print(each.oldPath + " -> " + each.newPath + "\n");
+        if (!console.json()) console.print(printable(each.oldPath + " -> " + each.newPath) + "\n");
     }
     if (console.json()) console.printJson(json);
 }

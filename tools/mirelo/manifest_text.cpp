@@ -63,7 +63,11 @@ size_t ManifestText::endOfValue(size_t begin) const {
 }
 
 std::string ManifestText::textAt(size_t begin, size_t end) const {
-    return Json::parse(text_.substr(begin, end - begin)).get<std::string>();
+    try {
+        return Json::parse(text_.substr(begin, end - begin)).get<std::string>();
+    } catch (const Json::exception&) {
+        throw Failure(about_ + ": a text in the manifest is not UTF-8; \"mirelo check\" tells where it is");
+    }
 }
 
 ManifestText::Object ManifestText::readObject(size_t begin) const {

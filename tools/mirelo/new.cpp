@@ -138,8 +138,7 @@ ExitCode makePackage(const Options& options, Console& console) {
     OnnxRuntime::NetworkDescription description;
     require(options.network,
             OnnxRuntime::describeNetwork(component, Filepath(toText(source)), description, silentConfig()));
-    const NamedValues shapes = parseNamedValues("--shape", options.shapes);
-    requireInputNames(shapes, description.inputs);
+    const NamedValues shapes = parseNamedValues("--shape", options.shapes, description.inputs);
     checkInterrupt();
 
     TemporaryFolder package(temporaryNameBeside(folder), options.folder);

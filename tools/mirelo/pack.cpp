@@ -62,9 +62,9 @@ ExitCode reportProblems(const Options& options, const ArchivePlan& plan, Console
         }
         console.printJson({{"problems", std::move(problems)}});
     }
-    std::string text = options.folder + ": nothing was packed, for not everything can be";
-    for (const ArchivePlan::Problem& problem : plan.problems) text += "\n  " + problem.name + ": " + problem.text;
-    throw Failure(text);
+    std::vector<std::string> lines;
+    for (const ArchivePlan::Problem& problem : plan.problems) lines.push_back(problem.name + ": " + problem.text);
+    throw Failure(options.folder + ": nothing was packed, for not everything can be", lines);
 }
 
 // Nothing where there is no manifest: a folder of a network and its weights, which will be a component, has none.
@@ -95,7 +95,7 @@ ExitCode pack(const Options& options, Console& console) {
     const fs::path path = toPath(options.archive);
     PartialFile archive(path, options.force);
     writeArchive(plan, archive, console);
-    checkArchive(plan, archive.temporaryPath(), console);
+    checkArchive(plan, archive.temporaryPath(), options.archive, console);
     const uint64_t bytes = fs::file_size(archive.temporaryPath());
     std::string digest;
     require(options.archive, Kit::sha256OfFile(toFilepath(archive.temporaryPath()), digest));

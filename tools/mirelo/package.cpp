@@ -48,7 +48,9 @@ fs::path findManifest(const fs::path& folder, const std::string& about) {
     if (!manifest) {
         if (const std::optional<fs::path> inner = onlyFolderIn(folder)) manifest = manifestIn(*inner, about);
     }
-    if (!manifest) throw Failure(about + ": there is no manifest: no file ends in \".json\"");
+    if (!manifest)
+        throw Failure(
+            about + ": there is no manifest, wanted is a file that ends in \".json\", there or in the only subfolder");
     return *manifest;
 }
 
@@ -62,7 +64,7 @@ Package::Package(const std::string& path) : path_(path) {
         manifest_ = findManifest(given, path);
     } else if (endsWith(given, ".tar")) {
         unpacked_.emplace();
-        unpackArchive(given, unpacked_->path());
+        unpackArchive(given, unpacked_->path(), path);
         manifest_ = findManifest(unpacked_->path(), path);
     } else if (endsWith(given, ".gz") || endsWith(given, ".tgz") || endsWith(given, ".zip") || endsWith(given, ".xz")) {
         throw Failure(path + ": the archive is compressed, wanted is a plain one: see \"mirelo pack --help\"");
@@ -72,8 +74,8 @@ Package::Package(const std::string& path) : path_(path) {
 }
 
 std::string Package::manifestText() const {
-    return isArchive() ? path_ + ":" + toGenericText(manifest_.lexically_relative(unpacked_->path()))
-                       : toGenericText(manifest_);
+    return printable(isArchive() ? path_ + ":" + toGenericText(manifest_.lexically_relative(unpacked_->path()))
+                                 : toGenericText(manifest_));
 }
 
 void Package::load(ModelMetadata& metadata) const {
@@ -122,7 +124,7 @@ std::string Package::filesOfNoComponent(const fs::path& folder) const {
     size_t named = 0;
     for (const std::string& file : found) {
         if (++named > kMostNamed) return names + " and more";
-        names += (names.empty() ? "" : ", ") + toText(Json(file));
+        names += (names.empty() ? "\"" : ", \"") + printable(file) + '"';
     }
     return names;
 }
@@ -136,12 +138,12 @@ void warnOfFilesOfNoComponent(const Package& package, const fs::path& folder, Co
                          files);
 }
 
-void unpackArchive(const fs::path& archive, const fs::path& folder) {
+void unpackArchive(const fs::path& archive, const fs::path& folder, const std::string& about) {
     uint64_t size = 0;
     const std::unique_ptr<char[]> bytes = FileUtils().readBinaryFileToBuffer(toFilepath(archive), size);
-    if (bytes == nullptr) throw Failure(toGenericText(archive) + ": the file can't be opened");
-    Filepath destination(toText(folder));
-    require(toGenericText(archive),
+    if (bytes == nullptr) throw Failure(about + ": the file can't be opened");
+    Filepath destination = toFilepath(folder);
+    require(about,
             FileUtils().extractTarballOfSize(reinterpret_cast<const unsigned char*>(bytes.get()), size, destination));
 }
 

@@ -48,6 +48,7 @@ void warnOfFilesOfNoComponent(const Package& package, const std::filesystem::pat
 
 /// Unpacks an archive. Raises `Failure` with the reader's reason.
 /// @param folder  is there
-void unpackArchive(const std::filesystem::path& archive, const std::filesystem::path& folder);
+/// @param about   how messages name the archive
+void unpackArchive(const std::filesystem::path& archive, const std::filesystem::path& folder, const std::string& about);
 
 }  // namespace TarnoMirelo::Tool

@@ -2,6 +2,8 @@
 
 #include "failure.h"
 
+#include <utf8.h>
+
 #include <cerrno>
 #include <random>
 #include <system_error>
@@ -39,6 +41,8 @@ std::string toText(const std::filesystem::path& path) { return fromUtf8(path.u8s
 std::string toGenericText(const std::filesystem::path& path) { return fromUtf8(path.generic_u8string()); }
 
 Filepath toFilepath(const std::filesystem::path& path) {
+    const std::string text = toGenericText(path);
+    if (!utf8::is_valid(text.begin(), text.end())) throw Failure(text + ": the path is not UTF-8");
     Filepath directory(path.has_parent_path() ? toText(path.parent_path()) : ".");
     return directory.append(Filepath(toText(path.filename())));
 }

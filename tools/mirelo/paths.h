@@ -15,7 +15,8 @@ std::filesystem::path toPath(const std::string& text);
 std::string toText(const std::filesystem::path& path);
 /// The path in UTF-8 with slashes, as manifests and archives have it.
 std::string toGenericText(const std::filesystem::path& path);
-/// The path as the library takes it: its directory and its name joined by `Filepath::Separator`.
+/// The path as the library takes it: its directory and its name joined by `Filepath::Separator`. Raises `Failure` for
+/// one that is not UTF-8.
 Filepath toFilepath(const std::filesystem::path& path);
 
 /// The text with ASCII letters in lower case: names that differ in these alone are one name on Windows.

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
+#include <system_error>
 
 namespace TarnoMirelo::Tool::Platform {
 
@@ -21,7 +22,7 @@ bool syncDirectory(const std::filesystem::path& directory);
 
 /// Makes a file that, where the system has permissions, its owner alone can read from the beginning, and has it written
 /// to the disk.
-/// @return false where something of that name is there already, or it can't be made or written; then it isn't there
-bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size);
+/// @return the system's reason where it can't be made or written, also since something of that name is there already
+std::error_code writeSecretFile(const std::filesystem::path& path, const void* data, size_t size);
 
 }  // namespace TarnoMirelo::Tool::Platform

@@ -103,15 +103,25 @@ std::string namesOf(const std::vector<ModelFeatureDescriptor>& features) {
 
 }  // namespace
 
-NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values) {
+NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values,
+                             const std::vector<ModelFeatureDescriptor>& inputs) {
+    const auto isInput = [&inputs](const std::string& name) {
+        return std::any_of(inputs.begin(), inputs.end(),
+                           [&name](const ModelFeatureDescriptor& input) { return input.name() == name; });
+    };
     NamedValues parsed;
     for (const std::string& value : values) {
-        const size_t equals = value.rfind('=');
-        if (equals == std::string::npos || equals == 0) {
+        const size_t first = value.find('=');
+        if (first == std::string::npos || first == 0 || value.back() == '=') {
             refuseValue(option, value, "is NAME=VALUE");
         }
-        if (!parsed.emplace(value.substr(0, equals), value.substr(equals + 1)).second) {
-            throw WrongUsage(option + ": \"" + value.substr(0, equals) + "\" is given twice");
+        // Names and files may have more of them.
+        size_t equals = value.rfind('=');
+        while (equals != first && !isInput(value.substr(0, equals))) equals = value.rfind('=', equals - 1);
+        const std::string name = value.substr(0, equals);
+        if (!isInput(name)) throw Failure("there is no input \"" + name + "\", wanted is one of " + namesOf(inputs));
+        if (!parsed.emplace(name, value.substr(equals + 1)).second) {
+            throw WrongUsage(option + ": \"" + name + "\" is given twice");
         }
     }
     return parsed;
@@ -166,8 +176,6 @@ std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descr
 
 MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
                                const std::optional<Filling>& filling, std::string& missing) {
-    requireInputNames(files, target.inputs);
-    if (filling) requireInputNames(filling->shapes, target.inputs);
     for (const auto& [name, file] : files) {
         if (!filling || !filling->shapes.contains(name)) continue;
         throw Failure(
@@ -188,15 +196,6 @@ MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& fil
         }
     }
     return inputs;
-}
-
-void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs) {
-    for (const auto& [name, value] : values) {
-        const bool known =
-            std::any_of(inputs.begin(), inputs.end(),
-                        [&name = name](const ModelFeatureDescriptor& input) { return input.name() == name; });
-        if (!known) throw Failure("there is no input \"" + name + "\", wanted is one of " + namesOf(inputs));
-    }
 }
 
 }  // namespace TarnoMirelo::Tool

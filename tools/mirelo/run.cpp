@@ -30,14 +30,15 @@ struct Options {
 };
 
 MireloModel::Inputs inputsOf(const Options& options, const ModelTarget& target) {
-    const NamedValues shapes = parseNamedValues("--shape", options.shapes);
+    const NamedValues shapes = parseNamedValues("--shape", options.shapes, target.inputs);
     std::optional<Filling> filling;
     if (options.seed || options.zeros) filling = Filling{options.seed, shapes};
     if (!filling && !shapes.empty()) throw WrongUsage("--shape is for inputs of --random SEED or --zeros");
     std::string missing;
-    MireloModel::Inputs inputs = makeInputs(target, parseNamedValues("--input", options.inputs), filling, missing);
+    MireloModel::Inputs inputs =
+        makeInputs(target, parseNamedValues("--input", options.inputs, target.inputs), filling, missing);
     if (missing.empty()) return inputs;
-    throw WrongUsage("nothing is given for: " + missing +
+    throw WrongUsage("nothing is given for: " + printable(missing) +
                      "; wanted is --input NAME=FILE.npy, --random SEED or --zeros");
 }
 

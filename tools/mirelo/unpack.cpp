@@ -19,7 +19,7 @@ ExitCode unpack(const Options& options, Console& console) {
     }
     // A folder that is there stays: it may be a link, a mount point or the current one, and has its own permissions.
     TemporaryFolder unpacked(temporaryNameBeside(isThere ? folder / "unpacked" : folder), options.folder);
-    unpackArchive(toPath(options.archive), unpacked.path());
+    unpackArchive(toPath(options.archive), unpacked.path(), options.archive);
     uint64_t folders = 0;
     uint64_t files = 0;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(unpacked.path())) {

@@ -481,6 +481,10 @@ TEST(KitCheck, LooksForTheFiles) {
             at + "A file's path ends in its name. Found \"" + path + "\", wanted \"net.onnx\". Write \"net.onnx\".\n");
     }
     EXPECT_EQ(
+        checfiles(directory, "\"net.onnx\"", "\"./m.json\""),
+        at + "A component can't be the manifest itself. Found \"./m.json\", wanted another file. Write the path of "
+             "the component's file.\n");
+    EXPECT_EQ(
         checfiles(directory, "\"net.onnx\"", "\"Data\""),
         at + "It is not what \"type\" says. Found a directory, wanted a file, as for \"file\". Correct the path or "
              "the type.\n");

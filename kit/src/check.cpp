@@ -149,7 +149,8 @@ std::vector<Finding> checkManifest(const Filepath& manifest) {
     const std::string_view text(bytes.get(), static_cast<size_t>(size));
     std::vector<ComponentEntry> components;
     readStrictly(text, findings, components);
-    checkComponentFiles(components, directoryOf(manifest.getPathString()), findings);
+    const std::string path = manifest.getPathString();
+    checkComponentFiles(components, directoryOf(path), path.substr(path.find_last_of("/\\") + 1), findings);
     return findings.take(text);
 }
 

@@ -115,7 +115,8 @@ bool isReadableFile(const Filepath& path, uint64_t& size) {
 
 class ComponentCheck {
  public:
-    ComponentCheck(const Filepath& rootDir, FindingList& findings) : rootDir_(rootDir), findings_(findings) {}
+    ComponentCheck(const Filepath& rootDir, const std::string& manifest, FindingList& findings)
+        : rootDir_(rootDir), manifest_(lowerCased(manifest)), findings_(findings) {}
 
     void check(const ComponentEntry& component) {
         const bool isDirectory = component.type == ComponentKind::Dir;
@@ -129,6 +130,12 @@ class ComponentCheck {
             report(Severity::Error, component, component.pathOffset, "/path",
                    {"The path differs from the file's in the case of letters: it is found on Windows alone",
                     quotedExcerpt(component.path), quotedExcerpt(place.spelling), "Write \"" + place.spelling + "\"."});
+        }
+        if (lowerCased(place.spelling) == manifest_) {
+            report(Severity::Error, component, component.pathOffset, "/path",
+                   {"A component can't be the manifest itself", quotedExcerpt(component.path), "another file",
+                    "Write the path of the component's file."});
+            return;
         }
         uint64_t size = 0;
         const bool isFile = isReadableFile(place.path, size);
@@ -225,6 +232,7 @@ class ComponentCheck {
     static constexpr const char* kStale = "Get the file again, or write its size and digest anew.";
 
     const Filepath& rootDir_;
+    const std::string manifest_;  // its name, in lower-case letters
     FindingList& findings_;
     Directories directories_;
     std::map<std::string, std::string> digests_;  // by path: components may share a file
@@ -244,8 +252,8 @@ bool isUnfinished(const std::string& name) {
 }
 
 void checkComponentFiles(const std::vector<ComponentEntry>& components, const Filepath& rootDir,
-                         FindingList& findings) {
-    ComponentCheck check(rootDir, findings);
+                         const std::string& manifest, FindingList& findings) {
+    ComponentCheck check(rootDir, manifest, findings);
     for (const ComponentEntry& each : components) {
         try {
             check.check(each);

@@ -18,6 +18,8 @@ inline constexpr std::string_view kProtectedSuffix = ".protected";
 bool isUnfinished(const std::string& name);
 
 /// Looks for the files of components below the model's directory, and adds what is wrong to `findings`.
-void checkComponentFiles(const std::vector<ComponentEntry>& components, const Filepath& rootDir, FindingList& findings);
+/// @param manifest  its name in that directory
+void checkComponentFiles(const std::vector<ComponentEntry>& components, const Filepath& rootDir,
+                         const std::string& manifest, FindingList& findings);
 
 }  // namespace TarnoMirelo::Kit

@@ -26,11 +26,6 @@ constexpr size_t kPrefixField = 155;
 constexpr uint64_t kLargestFile = 0xFFFFFFFF;
 constexpr unsigned kTime = 315532800;  // 1980-01-01: the earliest that no unpacker wonders at
 
-std::string lowered(std::string text) {
-    for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return text;
-}
-
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 // Empty where every reader makes the same of the name.
@@ -229,9 +224,9 @@ void writeArchive(const ArchivePlan& plan, PartialFile& archive, Console& consol
     archive.close();
 }
 
-void checkArchive(const ArchivePlan& plan, const fs::path& archive, Console& console) {
+void checkArchive(const ArchivePlan& plan, const fs::path& archive, const std::string& about, Console& console) {
     const TemporaryFolder unpacked;
-    unpackArchive(archive, unpacked.path());
+    unpackArchive(archive, unpacked.path(), about + ": unpacking it into " + toGenericText(unpacked.path()));
     Progress progress(console, "Comparing", bytesOf(plan));
     for (const ArchivePlan::Entry& entry : plan.entries) {
         const fs::path found = unpacked.path() / toPath(entry.name);
@@ -243,7 +238,7 @@ void checkArchive(const ArchivePlan& plan, const fs::path& archive, Console& con
     }
     const auto entries = std::distance(fs::recursive_directory_iterator(unpacked.path()), {});
     if (static_cast<size_t>(entries) != plan.entries.size()) {
-        throw Failure(toGenericText(archive) + ": the archive gives back more than was packed");
+        throw Failure(about + ": the archive gives back more than was packed");
     }
 }
 

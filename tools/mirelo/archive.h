@@ -42,6 +42,8 @@ void writeArchive(const ArchivePlan& plan, PartialFile& archive, Console& consol
 
 /// Unpacks the archive into a temporary folder and compares that with what was planned.
 /// Raises `Failure` with the first difference.
-void checkArchive(const ArchivePlan& plan, const std::filesystem::path& archive, Console& console);
+/// @param about  how messages name the archive
+void checkArchive(const ArchivePlan& plan, const std::filesystem::path& archive, const std::string& about,
+                  Console& console);
 
 }  // namespace TarnoMirelo::Tool

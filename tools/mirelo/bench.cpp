@@ -119,9 +119,10 @@ ExitCode bench(const Options& options, Console& console) {
     ModelMetadata metadata;
     const MireloModel::Components components = runnableTarget(package, options.keyFile, metadata);
     std::string missing;  // none: what is not given is generated
+    const auto& target = std::get<ModelTarget>(components);
     const MireloModel::Inputs inputs =
-        makeInputs(std::get<ModelTarget>(components), parseNamedValues("--input", options.inputs),
-                   Filling{0, parseNamedValues("--shape", options.shapes)}, missing);
+        makeInputs(target, parseNamedValues("--input", options.inputs, target.inputs),
+                   Filling{0, parseNamedValues("--shape", options.shapes, target.inputs)}, missing);
 
     std::vector<Measurement> measurements;
     measurements.reserve(chosen.size());

@@ -54,10 +54,26 @@ std::vector<Kit::Finding> findingsIn(const Filepath& manifest, const Trial& tria
     return findings;
 }
 
+// With an error, the component may have another path than it should.
+void addFilesOfNoComponent(const Package& package, std::vector<Kit::Finding>& findings) {
+    if (Kit::hasErrors(findings)) return;
+    Kit::Finding finding;
+    finding.found = package.filesOfNoComponent(package.folder());
+    if (finding.found.empty()) return;
+    finding.severity = Kit::Severity::Warning;
+    finding.what = "No component names these files, so they have no digest and are never protected";
+    finding.wanted = "only the manifest and the components' files";
+    finding.advice =
+        "Remove what nobody needs. Put weights and their network into one folder, a component of type \"dir\".";
+    findings.push_back(std::move(finding));
+}
+
 Verdict verdictOn(const std::string& path, const Trial& trial) {
     try {
         const Package package(path);
-        return {package.manifestText(), findingsIn(toFilepath(package.manifest()), trial)};
+        Verdict verdict{package.manifestText(), findingsIn(toFilepath(package.manifest()), trial)};
+        addFilesOfNoComponent(package, verdict.findings);
+        return verdict;
     } catch (const Failure& failure) {  // the other packages are checked all the same
         return {path, {findingOf(path, failure.what())}};
     } catch (const std::filesystem::filesystem_error& error) {

@@ -146,14 +146,14 @@ void ComponentExchange::run(const Make& make, const IsMade& isMade, const std::s
     syncNewFiles(all);
     if (!wanted_.empty()) manifest_.save();
     made_.clear();
-    if (!Platform::syncDirectory(package_.manifest().parent_path())) {
+    if (!Platform::syncDirectory(realPath(package_.manifest()).parent_path())) {
         throw Failure(about() + ": the new manifest may not be on the disk yet, so the old files were left there");
     }
     removeOldFiles(all);
     Json json = {{"manifest", about()}, {"files", Json::array()}};
     for (const File& each : all) {
         json["files"].push_back({{"from", each.oldPath}, {"to", each.newPath}});
-        if (!console.json()) console.print(each.oldPath + " -> " + each.newPath + "\n");
+        if (!console.json()) console.print(printable(each.oldPath + " -> " + each.newPath) + "\n");
     }
     if (console.json()) console.printJson(json);
 }

@@ -27,6 +27,7 @@ class ComponentExchange {
     /// Removes the new files if the manifest does not name them.
     ~ComponentExchange();
 
+    const Package& package() const { return package_; }
     const ManifestText& manifest() const { return manifest_; }
     std::string about() const { return package_.manifestText(); }
 

@@ -82,11 +82,14 @@ void Console::print(std::string_view text) {
 
 void Console::printJson(const Json& value) { print(toText(value) + "\n"); }
 
-void Console::printError(std::string_view text) {
+void Console::printError(std::string_view text) { printMessage(Colour::Red, "mirelo: error:", text); }
+
+void Console::printWarning(std::string_view text) { printMessage(Colour::Yellow, "mirelo: warning:", text); }
+
+void Console::printMessage(Colour colour, std::string_view label, std::string_view text) {
     clearProgress();
     std::cout.flush();
-    std::cerr << (errorColours_ ? painted(Colour::Red, "mirelo: error:") : "mirelo: error:") << " " << text
-              << std::endl;
+    std::cerr << (errorColours_ ? painted(colour, label) : std::string(label)) << " " << text << std::endl;
 }
 
 std::string Console::paint(Colour colour, std::string_view text) const {

@@ -36,6 +36,8 @@ class Console {
     void printJson(const Json& value);
     /// Writes "mirelo: error: " and the text to standard error.
     void printError(std::string_view text);
+    /// Likewise with "mirelo: warning: ".
+    void printWarning(std::string_view text);
     /// The text in a colour, for standard output.
     std::string paint(Colour colour, std::string_view text) const;
 
@@ -49,6 +51,7 @@ class Console {
     void flush();
 
  private:
+    void printMessage(Colour colour, std::string_view label, std::string_view text);
     void clearProgress();
 
     bool json_ = false;

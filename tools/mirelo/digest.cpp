@@ -36,6 +36,7 @@ ExitCode digest(const std::string& path, Console& console) {
         throw Failure(package.manifestText() + ": no component is a file, and folders have no digest");
     }
     manifest.save();
+    warnOfFilesOfNoComponent(package, package.folder(), console);
     if (console.json()) {
         console.printJson(json);
     } else {

@@ -203,8 +203,9 @@ std::string targetPage(const Contents::Target& described, const Console& console
 
 std::string pageOf(const Package& package, const Contents& contents, const Console& console) {
     const ModelMetadata& metadata = contents.metadata;
-    std::string page = console.paint(Colour::Bold, metadata.getName().empty() ? "(no name)" : metadata.getName()) +
-                       ", version " + std::to_string(metadata.getVersion()) + "\n";
+    std::string page =
+        console.paint(Colour::Bold, metadata.getName().empty() ? "(no name)" : printable(metadata.getName())) +
+        ", version " + std::to_string(metadata.getVersion()) + "\n";
     TextTable identity("  ");
     const std::pair<const char*, std::string> texts[] = {{"description", metadata.getDescription()},
                                                          {"id", metadata.getId()},

@@ -16,7 +16,9 @@ ExitCode keygen(const std::string& file, Console& console) {
     }
     Kit::SecretBytes key(kKeyBytes);
     require(file, Kit::newProtectionKey(key.data()));
-    if (!Platform::writeSecretFile(path, key.data(), kKeyBytes)) throw Failure(file + ": the file can't be made");
+    if (const std::error_code error = Platform::writeSecretFile(path, key.data(), kKeyBytes)) {
+        throw Failure(file + ": the file can't be made: " + error.message());
+    }
     if (console.json()) {
         console.printJson({{"file", file}});
     } else {

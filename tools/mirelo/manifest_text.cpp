@@ -67,7 +67,11 @@ size_t ManifestText::endOfValue(size_t begin) const {
 }
 
 std::string ManifestText::textAt(size_t begin, size_t end) const {
-    return Json::parse(text_.substr(begin, end - begin)).get<std::string>();
+    try {
+        return Json::parse(text_.substr(begin, end - begin)).get<std::string>();
+    } catch (const Json::exception&) {
+        throw Failure(about_ + ": a text in the manifest is not UTF-8; \"mirelo check\" tells where it is");
+    }
 }
 
 ManifestText::Object ManifestText::readObject(size_t begin) const {
@@ -125,6 +129,10 @@ std::filesystem::path ManifestText::existingFileOf(const Component& component) c
     if (!std::filesystem::is_regular_file(file)) {
         throw Failure(about_ + ": there is no file \"" + component.path + "\"");
     }
+    if (std::filesystem::equivalent(file, manifest_)) {
+        throw Failure(about_ + ": the path \"" + component.path +
+                      "\" is that of the manifest itself, wanted is a component's file");
+    }
     return file;
 }
 
@@ -161,7 +169,7 @@ void ManifestText::save() const {
         at = change.end;
     }
     text.append(text_, at, std::string::npos);
-    Kit::Platform::NewFile file(toFilepath(manifest_), std::filesystem::status(manifest_).permissions());
+    Kit::Platform::NewFile file(toFilepath(realPath(manifest_)), std::filesystem::status(manifest_).permissions());
     file.write(text.data(), text.size());
     file.finish();
 }

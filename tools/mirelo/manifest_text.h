@@ -30,7 +30,7 @@ class ManifestText {
     const std::vector<Component>& components() const { return components_; }
     /// The file or folder of a component, whether it is there or not.
     std::filesystem::path fileOf(const Component& component) const;
-    /// The file of a component. Raises `Failure` where there is none.
+    /// The file of a component. Raises `Failure` where there is none, or where it is the manifest itself.
     std::filesystem::path existingFileOf(const Component& component) const;
 
     /// Gives a member of a component another value, or adds it.

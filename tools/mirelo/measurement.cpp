@@ -154,7 +154,10 @@ class Bench {
             for (unsigned int i = 0; i < threads; ++i) {
                 workers.emplace_back([&, i] {
                     try {
-                        for (; !stop; ++count) predict(*models[i]);
+                        do {  // at least once, however short the time
+                            predict(*models[i]);
+                            ++count;
+                        } while (!stop);
                     } catch (...) {
                         failures[i] = std::current_exception();
                     }

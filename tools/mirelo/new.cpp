@@ -49,9 +49,16 @@ Json featuresOf(const std::vector<ModelFeatureDescriptor>& features, const Named
     return json;
 }
 
+// Weights in files of their own belong to the component, too, which is then a folder.
+constexpr const char* kFolderOfNetwork = "network";
+
 Json manifestOf(const Options& options, const OnnxRuntime::NetworkDescription& network, const NamedValues& shapes) {
     const fs::path file = toPath(options.network).filename();
     const std::string stem = toText(file.stem());
+    const bool isFolder = !network.weightFiles.empty();
+    const Json component = {{"name", "network"},
+                            {"path", isFolder ? kFolderOfNetwork : toText(file)},
+                            {"type", isFolder ? ComponentKind::Dir : ComponentKind::File}};
     return {{"id", options.id.empty() ? stem : options.id},
             {"name", options.name.empty() ? stem : options.name},
             {"author", options.author},
@@ -60,7 +67,7 @@ Json manifestOf(const Options& options, const OnnxRuntime::NetworkDescription& n
             {"version", 1},
             {"targets",
              {{"WinML",
-               {{"components", {{{"name", "network"}, {"path", toText(file)}, {"type", "file"}}}},
+               {{"components", Json::array({component})},
                 {"inputs", featuresOf(network.inputs, shapes)},
                 {"outputs", featuresOf(network.outputs, {})}}}}}};
 }
@@ -131,17 +138,21 @@ ExitCode makePackage(const Options& options, Console& console) {
     OnnxRuntime::NetworkDescription description;
     require(options.network,
             OnnxRuntime::describeNetwork(component, Filepath(toText(source)), description, silentConfig()));
-    const NamedValues shapes = parseNamedValues("--shape", options.shapes);
-    requireInputNames(shapes, description.inputs);
+    const NamedValues shapes = parseNamedValues("--shape", options.shapes, description.inputs);
     checkInterrupt();
 
-    TemporaryFolder package(temporaryNameBeside(folder));
-    copyFile(network, package.path() / network.filename());
+    TemporaryFolder package(temporaryNameBeside(folder), options.folder);
+    const fs::path place = description.weightFiles.empty() ? package.path() : package.path() / kFolderOfNetwork;
+    copyFile(network, place / network.filename());
     for (const std::string& weights : description.weightFiles) {
-        copyFile(source / toPath(weights), package.path() / toPath(weights));
+        copyFile(source / toPath(weights), place / toPath(weights));
     }
     const Json manifest = manifestOf(options, description, shapes);
-    PartialFile file(package.path() / "manifest.json", false);
+    const fs::path manifestFile = package.path() / "manifest.json";
+    if (fs::exists(manifestFile)) {
+        throw Failure(options.network + ": its name is that of the package's manifest, wanted is another name");
+    }
+    PartialFile file(manifestFile, false, options.folder);
     file.write(toText(manifest) + "\n");
     file.keep();
     tryToLoad(package.path(), options);

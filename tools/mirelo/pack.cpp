@@ -3,6 +3,7 @@
 #include "interrupt.h"
 #include "keys.h"
 #include "kit/src/component_files.h"
+#include "package.h"
 
 #include <TarnoMirelo/kit/digest.h>
 
@@ -61,9 +62,18 @@ ExitCode reportProblems(const Options& options, const ArchivePlan& plan, Console
         }
         console.printJson({{"problems", std::move(problems)}});
     }
-    std::string text = options.folder + ": nothing was packed, for not everything can be";
-    for (const ArchivePlan::Problem& problem : plan.problems) text += "\n  " + problem.name + ": " + problem.text;
-    throw Failure(text);
+    std::vector<std::string> lines;
+    for (const ArchivePlan::Problem& problem : plan.problems) lines.push_back(problem.name + ": " + problem.text);
+    throw Failure(options.folder + ": nothing was packed, for not everything can be", lines);
+}
+
+// Nothing where there is no manifest: a folder of a network and its weights, which will be a component, has none.
+std::optional<Package> packageIn(const std::string& folder) {
+    try {
+        return std::optional<Package>(folder);
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
 }
 
 // The next call would pack this one's archive.
@@ -79,10 +89,13 @@ ExitCode pack(const Options& options, Console& console) {
     ArchivePlan plan = planArchive(options.folder);
     addSecrets(plan);
     if (!plan.problems.empty()) return reportProblems(options, plan, console);
+    if (const std::optional<Package> package = packageIn(options.folder)) {
+        warnOfFilesOfNoComponent(*package, toPath(options.folder), console);
+    }
     const fs::path path = toPath(options.archive);
     PartialFile archive(path, options.force);
     writeArchive(plan, archive, console);
-    checkArchive(plan, archive.temporaryPath(), console);
+    checkArchive(plan, archive.temporaryPath(), options.archive, console);
     const uint64_t bytes = fs::file_size(archive.temporaryPath());
     std::string digest;
     require(options.archive, Kit::sha256OfFile(toFilepath(archive.temporaryPath()), digest));

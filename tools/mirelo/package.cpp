@@ -1,21 +1,19 @@
 #include "package.h"
 
 #include "failure.h"
+#include "interrupt.h"
+#include "kit/src/component_files.h"
+
+#include <TarnoMirelo/kit/targets.h>
 
 #include <algorithm>
 #include <fstream>
-#include <vector>
+#include <set>
 
 namespace TarnoMirelo::Tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return text;
-}
 
 bool endsWith(const fs::path& path, const char* end) { return lowered(toText(path.filename())).ends_with(end); }
 
@@ -50,7 +48,9 @@ fs::path findManifest(const fs::path& folder, const std::string& about) {
     if (!manifest) {
         if (const std::optional<fs::path> inner = onlyFolderIn(folder)) manifest = manifestIn(*inner, about);
     }
-    if (!manifest) throw Failure(about + ": there is no manifest: no file ends in \".json\"");
+    if (!manifest)
+        throw Failure(
+            about + ": there is no manifest, wanted is a file that ends in \".json\", there or in the only subfolder");
     return *manifest;
 }
 
@@ -64,7 +64,7 @@ Package::Package(const std::string& path) : path_(path) {
         manifest_ = findManifest(given, path);
     } else if (endsWith(given, ".tar")) {
         unpacked_.emplace();
-        unpackArchive(given, unpacked_->path());
+        unpackArchive(given, unpacked_->path(), path);
         manifest_ = findManifest(unpacked_->path(), path);
     } else if (endsWith(given, ".gz") || endsWith(given, ".tgz") || endsWith(given, ".zip") || endsWith(given, ".xz")) {
         throw Failure(path + ": the archive is compressed, wanted is a plain one: see \"mirelo pack --help\"");
@@ -74,8 +74,8 @@ Package::Package(const std::string& path) : path_(path) {
 }
 
 std::string Package::manifestText() const {
-    return isArchive() ? path_ + ":" + toGenericText(manifest_.lexically_relative(unpacked_->path()))
-                       : toGenericText(manifest_);
+    return printable(isArchive() ? path_ + ":" + toGenericText(manifest_.lexically_relative(unpacked_->path()))
+                                 : toGenericText(manifest_));
 }
 
 void Package::load(ModelMetadata& metadata) const {
@@ -86,12 +86,64 @@ void Package::load(ModelMetadata& metadata) const {
     }
 }
 
-void unpackArchive(const fs::path& archive, const fs::path& folder) {
+std::string Package::filesOfNoComponent(const fs::path& folder) const {
+    constexpr size_t kMostLookedAt = 100;  // a manifest may lie among all the files of its owner
+    constexpr size_t kMostNamed = 10;
+    const std::string suffix(Kit::kProtectedSuffix);
+    Kit::AllTargetsMetadata metadata;
+    if (!metadata.load(toFilepath(manifest_)).ok()) return {};
+    std::set<fs::path> known{fs::canonical(manifest_)};
+    const auto add = [&](std::string path) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+        known.insert(fs::weakly_canonical(manifest_.parent_path() / toPath(path)));
+    };
+    for (const auto& [type, target] : metadata.getTargets()) {
+        for (const ModelComponent& component : target.components) {
+            if (component.path.empty()) continue;
+            add(component.path);
+            if (component.type == ComponentKind::File) add(component.path + suffix);
+            if (component.path.ends_with(suffix)) {
+                add(component.path.substr(0, component.path.size() - suffix.size()));
+            }
+        }
+    }
+    std::set<std::string> found;
+    const fs::path root = folder.empty() ? "." : folder;
+    if (known.contains(fs::canonical(root))) return "";
+    fs::recursive_directory_iterator each(root, fs::directory_options::skip_permission_denied);
+    for (; each != fs::recursive_directory_iterator() && found.size() < kMostLookedAt; ++each) {
+        checkInterrupt();
+        std::error_code leadsNowhere;  // as a link can
+        if (known.contains(fs::weakly_canonical(each->path(), leadsNowhere))) {
+            each.disable_recursion_pending();
+        } else if (!each->is_directory() || each->is_symlink()) {
+            found.insert(toGenericText(each->path().lexically_relative(root)));
+        }
+    }
+    std::string names;
+    size_t named = 0;
+    for (const std::string& file : found) {
+        if (++named > kMostNamed) return names + " and more";
+        names += (names.empty() ? "\"" : ", \"") + printable(file) + '"';
+    }
+    return names;
+}
+
+void warnOfFilesOfNoComponent(const Package& package, const fs::path& folder, Console& console) {
+    const std::string files = package.filesOfNoComponent(folder);
+    if (files.empty()) return;
+    console.printWarning(package.manifestText() +
+                         ": no component names these files, so they have no digest and are never "
+                         "protected: " +
+                         files);
+}
+
+void unpackArchive(const fs::path& archive, const fs::path& folder, const std::string& about) {
     uint64_t size = 0;
     const std::unique_ptr<char[]> bytes = FileUtils().readBinaryFileToBuffer(toFilepath(archive), size);
-    if (bytes == nullptr) throw Failure(toGenericText(archive) + ": the file can't be opened");
-    Filepath destination(toText(folder));
-    require(toGenericText(archive),
+    if (bytes == nullptr) throw Failure(about + ": the file can't be opened");
+    Filepath destination = toFilepath(folder);
+    require(about,
             FileUtils().extractTarballOfSize(reinterpret_cast<const unsigned char*>(bytes.get()), size, destination));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "console.h"
 #include "paths.h"
 
 #include <TarnoMirelo/manifest.h>
@@ -27,6 +28,12 @@ class Package {
     /// How messages and results name the manifest: as the command line does, within an archive after it.
     std::string manifestText() const;
 
+    /// The files in a folder that no component of the manifest names: they have no digest, and `protect` leaves them
+    /// plain. A component has its protected and its plain form, too, of which others tell.
+    /// @param folder  the manifest's, or one around it
+    /// @return their paths below the folder, as in "\"a\", \"b/c\"", after ten of them "and more"; empty: none
+    std::string filesOfNoComponent(const std::filesystem::path& folder) const;
+
     /// Reads the manifest with the targets of every backend. Raises `Failure` with the loader's reason.
     void load(ModelMetadata& metadata) const;
 
@@ -36,8 +43,12 @@ class Package {
     std::filesystem::path manifest_;
 };
 
+/// Warns of `Package::filesOfNoComponent`.
+void warnOfFilesOfNoComponent(const Package& package, const std::filesystem::path& folder, Console& console);
+
 /// Unpacks an archive. Raises `Failure` with the reader's reason.
 /// @param folder  is there
-void unpackArchive(const std::filesystem::path& archive, const std::filesystem::path& folder);
+/// @param about   how messages name the archive
+void unpackArchive(const std::filesystem::path& archive, const std::filesystem::path& folder, const std::string& about);
 
 }  // namespace TarnoMirelo::Tool

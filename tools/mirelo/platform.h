@@ -46,7 +46,7 @@ class FolderLock {
 
 /// Makes a file that, where the system has permissions, its owner alone can read from the beginning, and has it written
 /// to the disk.
-/// @return false where something of that name is there already, or it can't be made or written; then it isn't there
-bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size);
+/// @return the system's reason where it can't be made or written, also since something of that name is there already
+std::error_code writeSecretFile(const std::filesystem::path& path, const void* data, size_t size);
 
 }  // namespace TarnoMirelo::Tool::Platform

@@ -50,13 +50,17 @@ FolderLock::~FolderLock() {
     if (handle_ >= 0) ::close(static_cast<int>(handle_));
 }
 
-bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
+std::error_code writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
+    const auto reason = [] { return std::error_code(errno, std::generic_category()); };
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file < 0) return false;
-    const bool isWritten = ::write(file, data, size) == static_cast<ssize_t>(size) && ::fsync(file) == 0;
-    const bool isWhole = ::close(file) == 0 && isWritten && syncDirectory(path.parent_path());
-    if (!isWhole) ::unlink(path.c_str());
-    return isWhole;
+    if (file < 0) return reason();
+    std::error_code error;
+    errno = ENOSPC;  // of a part that is written
+    if (::write(file, data, size) != static_cast<ssize_t>(size) || ::fsync(file) != 0) error = reason();
+    if (::close(file) != 0 && !error) error = reason();
+    if (!error && !syncDirectory(path.parent_path())) error = reason();
+    if (error) ::unlink(path.c_str());
+    return error;
 }
 
 }  // namespace TarnoMirelo::Tool::Platform

@@ -58,16 +58,21 @@ FolderLock::~FolderLock() {
     if (handle_ != 0) CloseHandle(reinterpret_cast<HANDLE>(handle_));
 }
 
-bool writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
+std::error_code writeSecretFile(const std::filesystem::path& path, const void* data, size_t size) {
+    const auto reason = [] { return std::error_code(static_cast<int>(GetLastError()), std::system_category()); };
     const HANDLE file =
         CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return reason();
+    std::error_code error;
     DWORD written = 0;
-    if (file == INVALID_HANDLE_VALUE) return false;
-    const bool isWhole = WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) != FALSE &&
-                         written == size && FlushFileBuffers(file) != FALSE;
+    SetLastError(ERROR_DISK_FULL);  // of a part that is written
+    if (WriteFile(file, data, static_cast<DWORD>(size), &written, nullptr) == FALSE || written != size ||
+        FlushFileBuffers(file) == FALSE) {
+        error = reason();
+    }
     CloseHandle(file);
-    if (!isWhole) DeleteFileW(path.c_str());
-    return isWhole;
+    if (error) DeleteFileW(path.c_str());
+    return error;
 }
 
 }  // namespace TarnoMirelo::Tool::Platform

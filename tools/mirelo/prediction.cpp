@@ -32,8 +32,8 @@ void fill(ITensor& tensor, const Next& next) {
     std::generate(elements, elements + tensor.shape().size(), [&] { return static_cast<Element>(next()); });
 }
 
-void fillRandomly(ITensor& tensor, uint64_t seed) {
-    std::mt19937_64 random(seed);  // its numbers are the standard's; those of its distributions are not
+// The generator's numbers are the standard's; those of its distributions are not.
+void fillRandomly(ITensor& tensor, std::mt19937_64& random) {
     const auto integer = [&] { return random() % kIntegers; };
     const auto fraction = [&] { return static_cast<double>(random() >> 40U) * 0x1p-24; };
     switch (tensor.dataType()) {
@@ -103,15 +103,25 @@ std::string namesOf(const std::vector<ModelFeatureDescriptor>& features) {
 
 }  // namespace
 
-NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values) {
+NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values,
+                             const std::vector<ModelFeatureDescriptor>& inputs) {
+    const auto isInput = [&inputs](const std::string& name) {
+        return std::any_of(inputs.begin(), inputs.end(),
+                           [&name](const ModelFeatureDescriptor& input) { return input.name() == name; });
+    };
     NamedValues parsed;
     for (const std::string& value : values) {
-        const size_t equals = value.rfind('=');
-        if (equals == std::string::npos || equals == 0) {
+        const size_t first = value.find('=');
+        if (first == std::string::npos || first == 0 || value.back() == '=') {
             refuseValue(option, value, "is NAME=VALUE");
         }
-        if (!parsed.emplace(value.substr(0, equals), value.substr(equals + 1)).second) {
-            throw WrongUsage(option + ": \"" + value.substr(0, equals) + "\" is given twice");
+        // Names and files may have more of them.
+        size_t equals = value.rfind('=');
+        while (equals != first && !isInput(value.substr(0, equals))) equals = value.rfind('=', equals - 1);
+        const std::string name = value.substr(0, equals);
+        if (!isInput(name)) throw Failure("there is no input \"" + name + "\", wanted is one of " + namesOf(inputs));
+        if (!parsed.emplace(name, value.substr(equals + 1)).second) {
+            throw WrongUsage(option + ": \"" + name + "\" is given twice");
         }
     }
     return parsed;
@@ -134,7 +144,11 @@ TensorShape parseShape(const std::string& option, const std::string& text) {
     return {dimensions};
 }
 
-std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling) {
+namespace {
+
+// Of zeros where there is no generator.
+std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const NamedValues& shapes,
+                                             std::optional<std::mt19937_64>& random) {
     const std::string about = "Input \"" + descriptor.name() + "\": ";
     if (descriptor.type() != MireloFeatureType::Tensor) {
         throw Failure(about + "it is of type " + GetMireloFeatureTypeName(descriptor.type()) + ", wanted is a tensor");
@@ -142,7 +156,7 @@ std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descr
     const TensorShape wanted = descriptor.tensorDescriptor().shape();
     const DataType type = descriptor.tensorDescriptor().tensorType();
     TensorShape shape = wanted;
-    if (const auto given = filling.shapes.find(descriptor.name()); given != filling.shapes.end()) {
+    if (const auto given = shapes.find(descriptor.name()); given != shapes.end()) {
         shape = parseShape("--shape", given->second);
     } else {
         for (uint64_t i = 0; i < shape.dimension(); ++i) shape[i] = shape[i] == -1 ? 1 : shape[i];
@@ -154,40 +168,34 @@ std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descr
         throw Failure(about + "the manifest says no element type and shape that a tensor can be made of");
     }
     auto tensor = std::make_shared<Tensor>(type, shape);
-    if (filling.seed) fillRandomly(*tensor, *filling.seed);
+    if (random) fillRandomly(*tensor, *random);
     return std::make_shared<MireloFeatureTensor>(descriptor, std::move(tensor));
 }
 
+}  // namespace
+
 MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
                                const std::optional<Filling>& filling, std::string& missing) {
-    requireInputNames(files, target.inputs);
-    if (filling) requireInputNames(filling->shapes, target.inputs);
     for (const auto& [name, file] : files) {
         if (!filling || !filling->shapes.contains(name)) continue;
         throw Failure(
             std::string("Input \"").append(name).append("\": --shape is for inputs without a file, and ").append(file) +
             " has a shape");
     }
+    // One for all of them: inputs of the same numbers would hide what a network makes of each.
+    std::optional<std::mt19937_64> random;
+    if (filling && filling->seed) random.emplace(*filling->seed);
     MireloModel::Inputs inputs;
     for (const ModelFeatureDescriptor& descriptor : target.inputs) {
         if (const auto file = files.find(descriptor.name()); file != files.end()) {
             inputs.push_back(std::make_shared<MireloFeatureTensor>(descriptor, readNpy(toPath(file->second))));
         } else if (filling) {
-            inputs.push_back(generateInput(descriptor, *filling));
+            inputs.push_back(generateInput(descriptor, filling->shapes, random));
         } else if (descriptor.required()) {
             missing += (missing.empty() ? "" : ", ") + descriptor.name();
         }
     }
     return inputs;
-}
-
-void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs) {
-    for (const auto& [name, value] : values) {
-        const bool known =
-            std::any_of(inputs.begin(), inputs.end(),
-                        [&name = name](const ModelFeatureDescriptor& input) { return input.name() == name; });
-        if (!known) throw Failure("there is no input \"" + name + "\", wanted is one of " + namesOf(inputs));
-    }
 }
 
 }  // namespace TarnoMirelo::Tool

@@ -20,11 +20,14 @@ MireloModel::Components runnableTarget(const Package& package, const std::string
 /// Says of which protected component the key is missing; empty where none is protected.
 std::string missingKeyOf(const ModelTarget& target);
 
-/// Options of the form NAME=VALUE; the name may hold a "=" of its own.
+/// Values of inputs, by their names.
 using NamedValues = std::map<std::string, std::string>;
-/// Raises `WrongUsage` for one without "=", and for a name that comes twice.
+/// Reads options of the form NAME=VALUE. Where there is more than one "=", the longest name of an input counts. Raises
+/// `WrongUsage` for one without a name or a value, and for a name that comes twice; `Failure` for a name that is none
+/// of the inputs'.
 /// @param option  for the message
-NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values);
+NamedValues parseNamedValues(const std::string& option, const std::vector<std::string>& values,
+                             const std::vector<ModelFeatureDescriptor>& inputs);
 /// "1,3,224" as dimensions; raises `WrongUsage`.
 TensorShape parseShape(const std::string& option, const std::string& text);
 
@@ -34,17 +37,11 @@ struct Filling {
     NamedValues shapes;            ///< of inputs with dimensions that are -1; where there is none, those become 1
 };
 
-/// A tensor of zeros, or of random numbers that are the same on every system: floats from 0 to 1, integers from 0 to 9.
-/// Raises `Failure` where it can't be made.
-std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const Filling& filling);
-
-/// The inputs of a prediction: from NumPy files where one is named, and generated where there is a filling. Raises
-/// `Failure` for a name that is none of the inputs', and what reading and making them raises.
+/// The inputs of a prediction: from NumPy files where one is named, and generated where there is a filling, of zeros,
+/// or of random numbers that are the same on every system: floats from 0 to 1, integers from 0 to 9. Raises `Failure`
+/// for a name that is none of the inputs', for an input that can't be made, and what reading raises.
 /// @param missing  out: the required inputs that there is nothing for, as in "x, y"; empty: none
 MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& files,
                                const std::optional<Filling>& filling, std::string& missing);
-
-/// Raises `Failure` for a name that is none of the inputs'.
-void requireInputNames(const NamedValues& values, const std::vector<ModelFeatureDescriptor>& inputs);
 
 }  // namespace TarnoMirelo::Tool

@@ -16,6 +16,20 @@ void requireOneKey(const ComponentExchange& exchange, const Kit::SecretBytes& ke
     }
 }
 
+constexpr const char* kArchiveAdvice =
+    "pack the folder with \"mirelo pack\", remove the folder, name the archive as a component of type \"file\", protect that, and write "
+    "\"secured_tar\" for its type";
+
+void refuseFilesOfNoComponent(const ComponentExchange& exchange) {
+    const std::string files = exchange.package().filesOfNoComponent(exchange.package().folder());
+    if (files.empty()) return;
+    throw Failure(
+        exchange.about() + ": no component names these files, so they would stay plain: " + files +
+        ". Move those that are no secret out of the folder, and back afterwards. Put weights and their network "
+        "into a folder of their own, " +
+        kArchiveAdvice);
+}
+
 ExitCode protect(const ProtectionOptions& options, Console& console) {
     const std::string suffix(Kit::kProtectedSuffix);
     const Kit::SecretBytes key = readKey(options.keyFile);
@@ -23,19 +37,18 @@ ExitCode protect(const ProtectionOptions& options, Console& console) {
     const std::vector<ManifestText::Component>& components = exchange.manifest().components();
     for (size_t i = 0; i < components.size(); ++i) {
         if (components[i].type == ComponentKind::Dir) {
-            throw Failure(
-                exchange.about() + ": component \"" + components[i].name +
-                "\" is a folder, which can't be protected as it is. Pack what is in it with \"mirelo pack\", name the "
-                "archive as a component of type \"file\", protect that, and write \"secured_tar\" for its type");
+            throw Failure(exchange.about() + ": component \"" + components[i].name +
+                          "\" is a folder, which can't be protected as it is: " + kArchiveAdvice);
         }
         if (components[i].type == ComponentKind::File) {
             exchange.want(i, components[i].path + suffix, ComponentKind::SecuredFile, true);
-        } else if (components[i].type == ComponentKind::SecuredFile && components[i].path.ends_with(suffix)) {
+        } else if (components[i].type.starts_with("secured_") && components[i].path.ends_with(suffix)) {
             exchange.wantGone(i, components[i].path.substr(0, components[i].path.size() - suffix.size()));
         }
     }
     if (exchange.empty()) throw Failure(exchange.about() + ": no component is a plain file, wanted is one at least");
     requireOneKey(exchange, key);
+    refuseFilesOfNoComponent(exchange);
     exchange.run(
         [&key](const std::filesystem::path& from, const std::filesystem::path& to) {
             require(toGenericText(from), Kit::protectFile(toFilepath(from), key.data(), toFilepath(to)));

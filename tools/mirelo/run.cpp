@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "interrupt.h"
 #include "keys.h"
+#include "kit/src/windows_names.h"
 #include "npy.h"
 #include "prediction.h"
 #include "text_table.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <set>
 
 namespace TarnoMirelo::Tool {
 namespace {
@@ -28,33 +30,43 @@ struct Options {
 };
 
 MireloModel::Inputs inputsOf(const Options& options, const ModelTarget& target) {
-    const NamedValues shapes = parseNamedValues("--shape", options.shapes);
+    const NamedValues shapes = parseNamedValues("--shape", options.shapes, target.inputs);
     std::optional<Filling> filling;
     if (options.seed || options.zeros) filling = Filling{options.seed, shapes};
     if (!filling && !shapes.empty()) throw WrongUsage("--shape is for inputs of --random SEED or --zeros");
     std::string missing;
-    MireloModel::Inputs inputs = makeInputs(target, parseNamedValues("--input", options.inputs), filling, missing);
+    MireloModel::Inputs inputs =
+        makeInputs(target, parseNamedValues("--input", options.inputs, target.inputs), filling, missing);
     if (missing.empty()) return inputs;
-    throw WrongUsage("nothing is given for: " + missing +
+    throw WrongUsage("nothing is given for: " + printable(missing) +
                      "; wanted is --input NAME=FILE.npy, --random SEED or --zeros");
 }
 
-// Names of outputs may have characters that names of files can't.
-std::string fileNameOf(const std::string& output) {
-    std::string name = output;
-    std::replace_if(
-        name.begin(), name.end(),
-        [](char c) {
-            return static_cast<unsigned char>(c) < 0x20 ||
-                   std::string_view("<>:\"/\\|?*").find(c) != std::string_view::npos;
-        },
-        '_');
-    return name + ".npy";
-}
+// Names of outputs may have characters that names of files can't, be those of devices, or differ in letter case alone.
+class FileNames {
+ public:
+    std::string nameOf(const std::string& output) {
+        std::string name = withoutForbidden(output);
+        if (Kit::isWindowsDevice(name)) name.insert(0, "_");
+        std::string unique = name;
+        for (int i = 2; !taken_.insert(lowered(unique)).second; ++i) unique = name + "_" + std::to_string(i);
+        return unique + ".npy";
+    }
 
-[[noreturn]] void refuseFileOfAnother(const std::string& name, const std::string& fileName) {
-    throw Failure("Output \"" + name + "\": another one has the file " + fileName);
-}
+ private:
+    static std::string withoutForbidden(std::string name) {
+        std::replace_if(
+            name.begin(), name.end(),
+            [](char c) {
+                return static_cast<unsigned char>(c) < 0x20 ||
+                       std::string_view("<>:\"/\\|?*").find(c) != std::string_view::npos;
+            },
+            '_');
+        return name;
+    }
+
+    std::set<std::string> taken_;
+};
 
 // Makes the folder where nothing is there yet, and removes it again if it stays empty.
 class OutputFolder {
@@ -81,23 +93,23 @@ class OutputFolder {
 Json writeOutputs(const MireloModel::Outputs& outputs, const Options& options) {
     const fs::path folder = toPath(options.output);
     const OutputFolder made(folder, options.output);
-    std::map<std::string, std::unique_ptr<PartialFile>> files;
+    FileNames names;
+    std::vector<std::unique_ptr<PartialFile>> files;
     Json results = Json::array();
     for (const std::shared_ptr<MireloFeature>& output : outputs) {
         const std::string name = output->featureDescriptor().name();
         const std::shared_ptr<const ITensor> tensor = output->asTensor();
-        const std::string fileName = fileNameOf(name);
-        if (files.contains(fileName)) refuseFileOfAnother(name, fileName);
+        const std::string fileName = names.nameOf(name);
         auto file = std::make_unique<PartialFile>(folder / toPath(fileName), options.force);
         writeNpy(*tensor, *file);
         file->close();
-        files.emplace(fileName, std::move(file));
+        files.push_back(std::move(file));
         results.push_back({{"name", name},
                            {"dataType", Kit::toText(tensor->dataType())},
                            {"shape", tensor->shape().shapeVector()},
                            {"file", toGenericText(folder / toPath(fileName))}});
     }
-    for (const auto& [name, file] : files) file->keep();
+    for (const std::unique_ptr<PartialFile>& file : files) file->keep();
     return results;
 }
 

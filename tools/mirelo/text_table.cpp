@@ -1,5 +1,7 @@
 #include "text_table.h"
 
+#include "failure.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -17,7 +19,10 @@ size_t widthOf(const std::string& text) {
 TextTable::TextTable(std::string indent, std::vector<Align> alignment)
     : indent_(std::move(indent)), alignment_(std::move(alignment)) {}
 
-void TextTable::addRow(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+void TextTable::addRow(std::vector<std::string> cells) {
+    for (std::string& cell : cells) cell = printable(cell);
+    rows_.push_back(std::move(cells));
+}
 
 std::string TextTable::text() const {
     std::vector<size_t> widths;

@@ -13,6 +13,7 @@ class TextTable {
     /// @param alignment  of the columns; further ones are to the left
     explicit TextTable(std::string indent = "", std::vector<Align> alignment = {});
 
+    /// @param cells  become `printable`
     void addRow(std::vector<std::string> cells);
     bool empty() const { return rows_.empty(); }
     /// The lines, each with a line feed and without spaces at its end. Columns are two spaces apart.

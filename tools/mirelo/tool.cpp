@@ -68,13 +68,16 @@ int runTool(const std::vector<std::string>& arguments) {
         console.printError(wrong.what());
         return kWrongUsage;
     } catch (const std::filesystem::filesystem_error& error) {
-        console.printError(reasonOf(error));
+        console.printError(printable(reasonOf(error)));
         return kFailed;
     } catch (const std::bad_alloc&) {
         console.printError("there is not enough memory");
         return kFailed;
-    } catch (const std::exception& failure) {
+    } catch (const Failure& failure) {
         console.printError(failure.what());
+        return kFailed;
+    } catch (const std::exception& failure) {
+        console.printError(printable(failure.what()));
         return kFailed;
     }
 }

@@ -13,11 +13,13 @@ struct Options {
 
 ExitCode unpack(const Options& options, Console& console) {
     const fs::path folder = toPlainPath(options.folder);
-    if (fs::exists(fs::symlink_status(folder)) && !(fs::is_directory(folder) && fs::is_empty(folder))) {
+    const bool isThere = fs::exists(fs::symlink_status(folder));
+    if (isThere && !(fs::is_directory(folder) && fs::is_empty(folder))) {
         throw Failure(options.folder + ": something is there already, wanted is a new or an empty folder");
     }
-    TemporaryFolder unpacked(temporaryNameBeside(folder));
-    unpackArchive(toPath(options.archive), unpacked.path());
+    // A folder that is there stays: it may be a link, a mount point or the current one, and has its own permissions.
+    TemporaryFolder unpacked(temporaryNameBeside(isThere ? folder / "unpacked" : folder), options.folder);
+    unpackArchive(toPath(options.archive), unpacked.path(), options.archive);
     uint64_t folders = 0;
     uint64_t files = 0;
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(unpacked.path())) {
@@ -25,7 +27,7 @@ ExitCode unpack(const Options& options, Console& console) {
     }
     if (folders == 0 && files == 0)
         throw Failure(options.archive + ": the archive has no entry, wanted is one at least");
-    unpacked.renameTo(folder);
+    isThere ? unpacked.moveEntriesTo(folder) : unpacked.renameTo(folder);
     if (console.json()) {
         console.printJson({{"folder", options.folder}, {"folders", folders}, {"files", files}});
     } else {

@@ -8,7 +8,7 @@ import onnx
 from onnx import TensorProto, helper, numpy_helper
 
 
-def save(name, nodes, inputs, outputs, constants=()):
+def save(name, nodes, inputs, outputs, constants=(), weights=None):
     def info(ports):
         return [helper.make_tensor_value_info(port, TensorProto.FLOAT, shape) for port, shape in ports]
     graph = helper.make_graph(nodes, name, info(inputs), info(outputs),
@@ -17,7 +17,11 @@ def save(name, nodes, inputs, outputs, constants=()):
                               opset_imports=[helper.make_opsetid(domain, 13) for domain in {"", nodes[0].domain}])
     model.ir_version = 7
     onnx.checker.check_model(model)
-    onnx.save(model, str(pathlib.Path(__file__).parent / f"{name}.onnx"))
+    folder = pathlib.Path(__file__).parent
+    if weights:
+        (folder / weights).unlink(missing_ok=True)  # else they are added to it
+    onnx.save(model, str(folder / f"{name}.onnx"), save_as_external_data=weights is not None,
+              location=weights, size_threshold=0)
 
 
 # y = max(0, a + b), row by row
@@ -47,3 +51,14 @@ save("operator",
 save("softmax",
      [helper.make_node("Softmax", ["x"], ["y"], axis=0)],
      [("x", ["rows", 2])], [("y", ["rows", 2])])
+
+# y = x + (1, 2, 3), with these numbers in a file of their own
+save("outside",
+     [helper.make_node("Add", ["x", "w"], ["y"])],
+     [("x", [1, 3])], [("y", [1, 3])], [("w", numpy.array([[1, 2, 3]], dtype=numpy.float32))], weights="outside.weights")
+
+# Outputs whose names make the same file, or none that Windows has
+save("names",
+     [helper.make_node("Sub", ["a", "b"], ["Y"])] +
+     [helper.make_node("Identity", ["Y"], [name]) for name in ["y", "a/b", "a_b", "aux"]],
+     [("a", [1, 2]), ("b", [1, 2])], [(name, [1, 2]) for name in ["Y", "y", "a/b", "a_b", "aux"]])

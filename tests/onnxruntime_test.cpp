@@ -132,6 +132,44 @@ TEST_F(OnnxRuntimeBackend, ComparesTheTargetWithTheNetwork) {
     EXPECT_EQ(predict({feature("x", {1, 2}, Floats{1, 2})}), R"(17: Input "x": the shape is (1, 2), wanted is (3, 2))");
 }
 
+// Of x = (1 2, 3 4), at every level.
+TEST_F(OnnxRuntimeBackend, ComputesTheSameHoweverFarOptimised) {
+    const std::string same = ints("perm", {0, 1});
+    const std::string w = constant("w", {2, 2}, {5, 6, 7, 8});
+    const std::string b = constant("b", {2}, {100, 200});
+    const auto sizes = [](const std::string& name, const std::vector<int64_t>& values) {
+        return constant(name, DataType::Int64, {static_cast<int64_t>(values.size())}, values);
+    };
+    struct Case {
+        std::vector<std::string> nodes, constants;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {{node("Transpose", {"x"}, {"t"}) + same, node("Gemm", {"t", "w"}, {"y"})}, {w}, "(2,2) 19 22 43 50"},
+        {{node("Transpose", {"w"}, {"t"}) + same, node("Gemm", {"x", "t"}, {"y"})}, {w}, "(2,2) 19 22 43 50"},
+        {{node("Gemm", {"x", "w"}, {"t"}), node("Transpose", {"t"}, {"y"}) + same}, {w}, "(2,2) 19 22 43 50"},
+        {{node("Transpose", {"x"}, {"t"}) + same, node("MatMul", {"t", "w"}, {"m"}), node("Add", {"m", "b"}, {"y"})},
+         {w, b},
+         "(2,2) 119 222 143 250"},
+        {{node("Transpose", {"x"}, {"t"}), node("Gemm", {"t", "w"}, {"y"})}, {w}, "(2,2) 26 30 38 44"},
+        {{node("Neg", {"x"}, {"n"}), node("Reshape", {"n", "image"}, {"i"}), node("Pad", {"i", "pads"}, {"p"}),
+          node("MaxPool", {"p"}, {"m"}) + ints("kernel_shape", {2, 2}), node("Reshape", {"m", "matrix"}, {"y"})},
+         {sizes("image", {1, 1, 2, 2}), sizes("pads", {0, 0, 0, 0, 0, 0, 1, 1}), sizes("matrix", {2, 2})},
+         "(2,2) -1 0 0 0"},
+    };
+    for (const Case& test : cases) {
+        for (int level = 0; level <= 3; ++level) {
+            OnnxRuntime::Options options;
+            options.graphOptimization = OnnxRuntime::GraphOptimization(level);
+            model = make(options);
+            const std::string bytes = network(test.nodes, {port("x", DataType::Float, {2, 2})},
+                                              {port("y", DataType::Float, {2, 2})}, test.constants);
+            ASSERT_EQ(load(bytes, {describe("x", {2, 2})}, {describe("y", {2, 2})}), kSuccess);
+            EXPECT_EQ(predict({feature("x", {2, 2}, Floats{1, 2, 3, 4})}), test.expected) << "level " << level;
+        }
+    }
+}
+
 TEST_F(OnnxRuntimeBackend, RefusesWhatIsNoNetwork) {
     const Descriptors x = {describe("x", {1, 2})};
     const Descriptors y = {describe("y", {1, 2})};

@@ -16,7 +16,7 @@ namespace {
 // That can be told where the weights of a network in memory lie. Others look in the process's working directory.
 constexpr uint32_t kVersionWithWeightsFolder = 22;
 
-constexpr std::string_view kBegin = "sdk-core optimised network 1\n";
+constexpr std::string_view kBegin = "sdk-core optimised network 2\n";
 constexpr size_t kDigestSize = 64;
 constexpr size_t kHeaderSize = kBegin.size() + 2 * (kDigestSize + 1);  // key and digest, each with a line feed
 

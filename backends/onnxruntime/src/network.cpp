@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint32_t kVersionWithStatistics = 23;  // of allocators
 constexpr uint32_t kVersionWithWeightsInMemory = 18;
+constexpr uint32_t kVersionWithDisabledOptimizers = 18;
 
 // Text that the engine allocates.
 std::string takeText(char* text, OrtAllocator& allocator) {
@@ -148,7 +149,18 @@ GraphOptimizationLevel toLevel(GraphOptimization optimization) {
                                     std::to_string(static_cast<int>(optimization)));
 }
 
-Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider, const Log& log) {
+// Some optimisers of the engine make another network of some networks:
+//   - Pad_Fusion takes a padding with zeros into the MaxPool behind it, which pads with what is below every value;
+//   - GemmTransposeFusion takes any Transpose of a matrix for one that swaps the dimensions.
+// They are disabled. Release 1.17 can't disable only some: there, networks that the second one breaks aren't optimised
+// at all. It does not have the first fault.
+GraphOptimization optimizationFor(const OnnxOutline& outline, const Options& options) {
+    const bool canDisable = engine().version >= kVersionWithDisabledOptimizers;
+    return canDisable || !outline.hasIdleTranspose ? options.graphOptimization : GraphOptimization::None;
+}
+
+Owned<OrtSessionOptions> toSessionOptions(const OnnxOutline& outline, const Options& options, OrtEP provider,
+                                          const Log& log) {
     if (options.threadsWithinNodes < 0 || options.threadsBetweenNodes < 0) {
         throw InvalidArgumentsException("Options: a number of threads is below 0");
     }
@@ -156,12 +168,12 @@ Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider
     Owned<OrtSessionOptions> made = make<OrtSessionOptions>(api().CreateSessionOptions);
     check(api().SetUserLoggingFunction(made.get(), &Log::writeEngineLine, const_cast<Log*>(&log)));  // which reads it
     check(api().SetSessionLogSeverityLevel(made.get(), log.engineLevel()));
-    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(options.graphOptimization)));
+    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(optimizationFor(outline, options))));
     check(api().SetIntraOpNumThreads(made.get(), options.threadsWithinNodes));
     check(api().SetInterOpNumThreads(made.get(), options.threadsBetweenNodes));
     if (options.threadsBetweenNodes != 1) check(api().SetSessionExecutionMode(made.get(), ORT_PARALLEL));
-    // It takes a padding with zeros into the MaxPool behind it, which pads with what is below every value.
-    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers", "Pad_Fusion"));
+    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers",
+                                      "Pad_Fusion;GemmTransposeFusion"));
     appendProvider(*made, provider);
     return made;
 }
@@ -241,7 +253,7 @@ struct CachedSessions {
 
 CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP provider, const Cache& cache,
                        const Log& log) {
-    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file.outline, options, provider, log);
     // The engine warns that the file is for this machine alone, which the cache sees to.
     check(api().SetSessionLogSeverityLevel(sessionOptions.get(), ORT_LOGGING_LEVEL_ERROR));
     return cache.store([&](const std::filesystem::path& path) {
@@ -260,7 +272,7 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
         OnnxOutline outline = readOutline(kept->network.data(), kept->network.size());
         Options done = options;
         done.graphOptimization = GraphOptimization::None;
-        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(done, provider, log);
+        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(outline, done, provider, log);
         if (!outline.weightFiles.empty()) {                                   // beside the network's own file
             const std::u8string folder = file.path.parent_path().u8string();  // as the engine wants it on every system
             check(api().AddSessionConfigEntry(sessionOptions.get(),
@@ -381,7 +393,7 @@ Network::Run::~Run() {
 Network::Opened Network::open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
                               const Log& log) {
     OperatorDomains operators(file.outline);
-    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file.outline, options, provider, log);
     operators.addTo(*sessionOptions);
     addOperatorLibraries(*sessionOptions);
     addArchivedWeights(file, *sessionOptions);

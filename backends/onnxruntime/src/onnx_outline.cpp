@@ -7,6 +7,7 @@
 #include <limits>
 #include <set>
 #include <string_view>
+#include <vector>
 
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
@@ -163,7 +164,26 @@ class Reader {
             if (field.number == 5) readAttribute(field.text, depth);
         });
         if (type != "Constant") ++outline_.nodes;
-        if (!domain.empty() && domain != "ai.onnx") outline_.operators.emplace(domain, type);
+        if (domain.empty() || domain == "ai.onnx") {
+            if (type == "Transpose" && isIdleTranspose(bytes)) outline_.hasIdleTranspose = true;
+        } else {
+            outline_.operators.emplace(domain, type);
+        }
+    }
+
+    // Whether a Transpose has the attribute perm = [0, 1].
+    static bool isIdleTranspose(std::string_view node) {
+        std::vector<uint64_t> numbers;
+        eachText(node, [&](const Field& field) {
+            if (field.number != 5) return;
+            Message attribute(field.text);
+            for (Field part; attribute.next(part);) {
+                if (part.number != 8) continue;
+                if (!part.hasText) numbers.push_back(part.value);
+                for (Message packed(part.text); !packed.ended();) numbers.push_back(packed.varint());
+            }
+        });
+        return numbers == std::vector<uint64_t>{0, 1};
     }
 
     void readAttribute(std::string_view bytes, int depth) {

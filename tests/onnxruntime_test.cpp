@@ -140,9 +140,14 @@ TEST_F(OnnxRuntimeBackend, ComputesTheSameHoweverFarOptimised) {
     const auto sizes = [](const std::string& name, const std::vector<int64_t>& values) {
         return constant(name, DataType::Int64, {static_cast<int64_t>(values.size())}, values);
     };
+    const std::string scale = constant<float>("s", DataType::Float, {}, {0.5F});
+    const auto zeroPoint = [](const std::string& name, uint8_t value) {
+        return constant<uint8_t>(name, DataType::UInt8, {}, {value});
+    };
     struct Case {
         std::vector<std::string> nodes, constants;
         const char* expected;
+        std::vector<std::string> outputs = {"y"};
     };
     const Case cases[] = {
         {{node("Transpose", {"x"}, {"t"}) + same, node("Gemm", {"t", "w"}, {"y"})}, {w}, "(2,2) 19 22 43 50"},
@@ -156,14 +161,26 @@ TEST_F(OnnxRuntimeBackend, ComputesTheSameHoweverFarOptimised) {
           node("MaxPool", {"p"}, {"m"}) + ints("kernel_shape", {2, 2}), node("Reshape", {"m", "matrix"}, {"y"})},
          {sizes("image", {1, 1, 2, 2}), sizes("pads", {0, 0, 0, 0, 0, 0, 1, 1}), sizes("matrix", {2, 2})},
          "(2,2) -1 0 0 0"},
+        // y is an output and quantised, too; and twice, with other zero points.
+        {{node("Neg", {"x"}, {"y"}), node("Transpose", {"y"}, {"t"}), node("QuantizeLinear", {"t", "s", "zero"}, {"q"}),
+          node("DequantizeLinear", {"q", "s", "zero"}, {"z"})},
+         {scale, zeroPoint("zero", 0)},
+         "(2,2) -1 -2 -3 -4",
+         {"y", "z"}},
+        {{node("QuantizeLinear", {"x", "s", "zero"}, {"q"}), node("DequantizeLinear", {"q", "s", "zero"}, {"d"}),
+          node("QuantizeLinear", {"d", "s", "three"}, {"r"}), node("DequantizeLinear", {"r", "s", "three"}, {"y"})},
+         {scale, zeroPoint("zero", 0), zeroPoint("three", 3)},
+         "(2,2) 1 2 3 4"},
     };
     for (const Case& test : cases) {
         for (int level = 0; level <= 3; ++level) {
             OnnxRuntime::Options options;
             options.graphOptimization = OnnxRuntime::GraphOptimization(level);
             model = make(options);
-            const std::string bytes = network(test.nodes, {port("x", DataType::Float, {2, 2})},
-                                              {port("y", DataType::Float, {2, 2})}, test.constants);
+            std::vector<std::string> outputs;
+            for (const std::string& name : test.outputs) outputs.push_back(port(name, DataType::Float, {2, 2}));
+            const std::string bytes =
+                network(test.nodes, {port("x", DataType::Float, {2, 2})}, outputs, test.constants);
             ASSERT_EQ(load(bytes, {describe("x", {2, 2})}, {describe("y", {2, 2})}), kSuccess);
             EXPECT_EQ(predict({feature("x", {2, 2}, Floats{1, 2, 3, 4})}), test.expected) << "level " << level;
         }

@@ -151,9 +151,11 @@ GraphOptimizationLevel toLevel(GraphOptimization optimization) {
 
 // Some optimisers of the engine make another network of some networks:
 //   - Pad_Fusion takes a padding with zeros into the MaxPool behind it, which pads with what is below every value;
-//   - GemmTransposeFusion takes any Transpose of a matrix for one that swaps the dimensions.
-// They are disabled. Release 1.17 can't disable only some: there, networks that the second one breaks aren't optimised
-// at all. It does not have the first fault.
+//   - GemmTransposeFusion takes any Transpose of a matrix for one that swaps the dimensions;
+//   - TransposeOptimizer quantises an output of the network that goes through a Transpose and a QuantizeLinear, too;
+//   - the remover of double quantisation takes one of two zero points for both.
+// They are disabled. Release 1.17 can't disable the first three alone: there, networks that GemmTransposeFusion breaks
+// aren't optimised at all. The other two are right in it.
 GraphOptimization optimizationFor(const OnnxOutline& outline, const Options& options) {
     const bool canDisable = engine().version >= kVersionWithDisabledOptimizers;
     return canDisable || !outline.hasIdleTranspose ? options.graphOptimization : GraphOptimization::None;
@@ -172,8 +174,10 @@ Owned<OrtSessionOptions> toSessionOptions(const OnnxOutline& outline, const Opti
     check(api().SetIntraOpNumThreads(made.get(), options.threadsWithinNodes));
     check(api().SetInterOpNumThreads(made.get(), options.threadsBetweenNodes));
     if (options.threadsBetweenNodes != 1) check(api().SetSessionExecutionMode(made.get(), ORT_PARALLEL));
-    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers",
-                                      "Pad_Fusion;GemmTransposeFusion"));
+    std::string wrong = "Pad_Fusion;GemmTransposeFusion";
+    if (outline.isQuantised) wrong += ";TransposeOptimizer;TransposeOptimizer_CPUExecutionProvider";
+    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers", wrong.c_str()));
+    check(api().AddSessionConfigEntry(made.get(), "session.disable_double_qdq_remover", "1"));
     appendProvider(*made, provider);
     return made;
 }

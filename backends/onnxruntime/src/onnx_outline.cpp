@@ -164,6 +164,7 @@ class Reader {
             if (field.number == 5) readAttribute(field.text, depth);
         });
         if (type != "Constant") ++outline_.nodes;
+        if (type == "QuantizeLinear") outline_.isQuantised = true;
         if (domain.empty() || domain == "ai.onnx") {
             if (type == "Transpose" && isIdleTranspose(bytes)) outline_.hasIdleTranspose = true;
         } else {

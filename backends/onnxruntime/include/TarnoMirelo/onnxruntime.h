@@ -59,7 +59,8 @@ class MIRELO_ONNXRUNTIME_API Operator : public CustomOperators::Operator {
                                  const std::vector<std::shared_ptr<ITensor>>& outputs) = 0;
 };
 
-/// How far the engine may rewrite the network while it is loaded. Results differ by rounding at most.
+/// How far the engine may rewrite the network while it is loaded. Results differ by rounding; those of a quantised
+/// network, whose nodes may be computed with integers then, by a step of a quantisation.
 enum class GraphOptimization : int32_t {
     None,      ///< not at all
     Basic,     ///< constants are computed, what has no use is dropped

@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -601,6 +602,35 @@ TEST_F(OnnxRuntimeCache, LooksAtWeightsInFilesOfTheirOwn) {
     writeWeights({30, 40});
     EXPECT_NE(query(), CacheStatus::Cached);
     EXPECT_EQ(use().substr(2), "(1,2) 31 42");
+}
+
+// Both files are replaced in the midst of a load, at another moment each round, and then put back. What the cache keeps
+// for them was made of them.
+TEST_F(OnnxRuntimeCache, KeepsNothingOfFilesThatWereReplacedDuringTheLoad) {
+    const auto put = [&](float value) {  // y = x + value * value
+        const auto replace = [&](const char* name, const std::string& bytes) {
+            folder.write("new", bytes);
+            std::error_code ignored;  // on Windows, the engine may have the file open
+            std::filesystem::rename(folder.native() / "new", folder.native() / name, ignored);
+        };
+        replace("w.bin", std::string(reinterpret_cast<const char*>(Floats(2, value).data()), 8));
+        replace("net.onnx", network({node("Mul", {"w", "k"}, {"v"}), node("Add", {"x", "v"}, {"y"})},
+                                    {port("x", DataType::Float, {1, 2})}, {port("y", DataType::Float, {1, 2})},
+                                    {outside(constant("w", DataType::Float, {1, 2}), "w.bin"),
+                                     constant<float>("k", DataType::Float, {}, {value})}));
+    };
+    for (int round = 0; round < 60; ++round) {
+        put(10);
+        std::filesystem::remove_all(folder.native() / "cache");
+        std::thread updater([&] {
+            std::this_thread::sleep_for(std::chrono::microseconds(20 * round));
+            put(20);
+        });
+        make(options)->load(asked);
+        updater.join();
+        put(10);
+        EXPECT_EQ(use().substr(2), "(1,2) 101 102") << round;
+    }
 }
 
 // The optimised network would lie there in the open.

@@ -13,9 +13,6 @@
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
-// That can be told where the weights of a network in memory lie. Others look in the process's working directory.
-constexpr uint32_t kVersionWithWeightsFolder = 22;
-
 constexpr std::string_view kBegin = "sdk-core optimised network 2\n";
 constexpr size_t kDigestSize = 64;
 constexpr size_t kHeaderSize = kBegin.size() + 2 * (kDigestSize + 1);  // key and digest, each with a line feed
@@ -33,6 +30,12 @@ std::string digestOfFile(const std::filesystem::path& path) {
     std::string digest;
     require(Kit::sha256OfFile(Filepath(std::string(text.begin(), text.end())), digest));
     return digest;
+}
+
+std::string digestsOf(const std::vector<std::filesystem::path>& files) {
+    std::string digests;
+    for (const std::filesystem::path& file : files) digests += " " + digestOfFile(file);
+    return digests;
 }
 
 // A name that no other process or thread uses, for a file that goes when this object does.
@@ -70,17 +73,17 @@ Kit::ComponentBytes readFile(const std::filesystem::path& path) {
 
 Cache::Cache(const Filepath& directory, const std::string& modelName, const std::string& componentName,
              const NetworkFile& network, GraphOptimization optimization, OrtEP provider)
-    : directory_(directory), path_(directory) {
+    : directory_(directory), path_(directory), weights_(network.weights) {
     const std::string processor = processorFeatures();
     if (processor.empty()) throw InvalidOperationException("there is no cache on processors of this kind");
     if (!network.weights.empty() && engine().version < kVersionWithWeightsFolder) {
         throw InvalidOperationException("weights in files of their own need ONNX Runtime 1." +
                                         std::to_string(kVersionWithWeightsFolder) + " or later");
     }
-    std::string parts = digestOf(network.bytes.data(), network.bytes.size());
-    for (const std::filesystem::path& weights : network.weights) parts += " " + digestOfFile(weights);
-    key_ = digestOf(parts + processor + " " + engine().release + " " + std::to_string(static_cast<int>(optimization)) +
-                    " " + std::to_string(static_cast<uint64_t>(provider)));
+    weightDigests_ = digestsOf(weights_);
+    key_ = digestOf(digestOf(network.bytes.data(), network.bytes.size()) + weightDigests_ + processor + " " +
+                    engine().release + " " + std::to_string(static_cast<int>(optimization)) + " " +
+                    std::to_string(static_cast<uint64_t>(provider)));
     std::string name = modelName;
     name += '\0';
     path_.append(Filepath(digestOf(name + componentName).substr(0, kDigestSize / 2) + ".network"));
@@ -121,6 +124,8 @@ CachedNetwork Cache::store(const std::function<void(const std::filesystem::path&
     std::filesystem::create_directories(toSystemPath(directory_));
     const TemporaryFile byEngine(path);
     write(byEngine.path());
+    // The engine has read the weights after they were digested.
+    if (digestsOf(weights_) != weightDigests_) throw FileException("the weights have changed meanwhile");
     Kit::ComponentBytes network = readFile(byEngine.path());
     const TemporaryFile whole(path);
     const std::string header = std::string(kBegin) + key_ + "\n" + digestOf(network.data(), network.size()) + "\n";

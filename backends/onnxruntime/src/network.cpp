@@ -161,7 +161,7 @@ GraphOptimization optimizationFor(const OnnxOutline& outline, const Options& opt
     return canDisable || !outline.hasIdleTranspose ? options.graphOptimization : GraphOptimization::None;
 }
 
-Owned<OrtSessionOptions> toSessionOptions(const OnnxOutline& outline, const Options& options, OrtEP provider,
+Owned<OrtSessionOptions> toSessionOptions(const NetworkFile& file, const Options& options, OrtEP provider,
                                           const Log& log) {
     if (options.threadsWithinNodes < 0 || options.threadsBetweenNodes < 0) {
         throw InvalidArgumentsException("Options: a number of threads is below 0");
@@ -170,14 +170,19 @@ Owned<OrtSessionOptions> toSessionOptions(const OnnxOutline& outline, const Opti
     Owned<OrtSessionOptions> made = make<OrtSessionOptions>(api().CreateSessionOptions);
     check(api().SetUserLoggingFunction(made.get(), &Log::writeEngineLine, const_cast<Log*>(&log)));  // which reads it
     check(api().SetSessionLogSeverityLevel(made.get(), log.engineLevel()));
-    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(optimizationFor(outline, options))));
+    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(optimizationFor(file.outline, options))));
     check(api().SetIntraOpNumThreads(made.get(), options.threadsWithinNodes));
     check(api().SetInterOpNumThreads(made.get(), options.threadsBetweenNodes));
     if (options.threadsBetweenNodes != 1) check(api().SetSessionExecutionMode(made.get(), ORT_PARALLEL));
     std::string wrong = "Pad_Fusion;GemmTransposeFusion";
-    if (outline.isQuantised) wrong += ";TransposeOptimizer;TransposeOptimizer_CPUExecutionProvider";
+    if (file.outline.isQuantised) wrong += ";TransposeOptimizer;TransposeOptimizer_CPUExecutionProvider";
     check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers", wrong.c_str()));
     check(api().AddSessionConfigEntry(made.get(), "session.disable_double_qdq_remover", "1"));
+    if (!file.weights.empty() && engine().version >= kVersionWithWeightsFolder) {
+        const std::u8string folder = file.path.parent_path().u8string();  // as the engine wants it on every system
+        check(api().AddSessionConfigEntry(made.get(), "session.model_external_initializers_file_folder_path",
+                                          reinterpret_cast<const char*>(folder.c_str())));
+    }
     appendProvider(*made, provider);
     return made;
 }
@@ -220,9 +225,10 @@ Owned<OrtSession> openBytes(const Kit::ComponentBytes& bytes, const OrtSessionOp
     });
 }
 
+// From the bytes that the target and the cache's key are about, unless the engine finds the weights only beside a file.
 Owned<OrtSession> openFile(const NetworkFile& file, const OrtSessionOptions& options) {
-    if (file.weights.empty()) return openBytes(file.bytes, options);
-    return openSession([&](OrtSession** session) {  // the engine looks for the weights beside the file
+    if (file.weights.empty() || engine().version >= kVersionWithWeightsFolder) return openBytes(file.bytes, options);
+    return openSession([&](OrtSession** session) {
         return api().CreateSession(engine().environment, file.path.c_str(), &options, session);
     });
 }
@@ -257,7 +263,7 @@ struct CachedSessions {
 
 CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP provider, const Cache& cache,
                        const Log& log) {
-    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file.outline, options, provider, log);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file, options, provider, log);
     // The engine warns that the file is for this machine alone, which the cache sees to.
     check(api().SetSessionLogSeverityLevel(sessionOptions.get(), ORT_LOGGING_LEVEL_ERROR));
     return cache.store([&](const std::filesystem::path& path) {
@@ -276,13 +282,7 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
         OnnxOutline outline = readOutline(kept->network.data(), kept->network.size());
         Options done = options;
         done.graphOptimization = GraphOptimization::None;
-        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(outline, done, provider, log);
-        if (!outline.weightFiles.empty()) {                                   // beside the network's own file
-            const std::u8string folder = file.path.parent_path().u8string();  // as the engine wants it on every system
-            check(api().AddSessionConfigEntry(sessionOptions.get(),
-                                              "session.model_external_initializers_file_folder_path",
-                                              reinterpret_cast<const char*>(folder.c_str())));
-        }
+        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file, done, provider, log);
         std::vector<Owned<OrtSession>> sessions;
         sessions.reserve(static_cast<size_t>(options.copies));
         for (int i = 0; i < options.copies; ++i) sessions.push_back(openBytes(kept->network, *sessionOptions));
@@ -397,7 +397,7 @@ Network::Run::~Run() {
 Network::Opened Network::open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
                               const Log& log) {
     OperatorDomains operators(file.outline);
-    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file.outline, options, provider, log);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file, options, provider, log);
     operators.addTo(*sessionOptions);
     addOperatorLibraries(*sessionOptions);
     addArchivedWeights(file, *sessionOptions);

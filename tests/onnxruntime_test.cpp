@@ -270,6 +270,8 @@ TEST_F(OnnxRuntimeBackend, FindsWeightsBesideTheNetworkAlone) {
         EXPECT_EQ(load(with(location), x, y),
                   "12: " + begin + "the weights in \"" + location + "\" lie outside of the network's folder");
     }
+    const std::string backslash = R"(the weights in "net\weights.bin" have a path with a backslash, wanted is "/")";
+    EXPECT_THAT(load(with("net\\weights.bin"), x, y), HasSubstr("12: " + begin + backslash));
     auto inMemory = components("", ComponentKind::MemoryStream, x, y);
     const std::string network = with("weights.bin");
     std::get<ModelTarget>(inMemory).components[0].buffer.assign(network.begin(), network.end());

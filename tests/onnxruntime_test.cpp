@@ -691,6 +691,7 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
 class Widen : public OnnxRuntime::Operator {
  public:
     std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const override {
+        if (inputs.at(0).tensorType() == DataType::Float) throw InvalidTypeException("no bytes");
         return {TensorDescriptor(inputs.at(0).shape(), DataType::Int64), TensorDescriptor({}, DataType::Int64)};
     }
     MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
@@ -732,6 +733,14 @@ TEST_F(OnnxRuntimeBackend, RunsTheHostsOperatorsOnAnyElements) {
     EXPECT_EQ(predict({input({40})}), "13: example.Widen: it raised something unknown");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": engine: example.Widen: thirty\n"));
     EXPECT_EQ(predict({input({})}), "(0)");
+    // While the network is loaded: y is an output, or goes to another node.
+    for (const auto& nodes : {std::vector{node("Widen", {"x"}, {"y"}, "example")},
+                              std::vector{node("Widen", {"x"}, {"w"}, "example"), node("Neg", {"w"}, {"y"})}}) {
+        const std::string onFloats =
+            network(nodes, {port("x", DataType::Float, {2})}, {port("y", DataType::Int64, {2})});
+        EXPECT_EQ(load(onFloats, {describe("x", TensorShape(2))}, {describe("y", TensorShape(2), DataType::Int64)}),
+                  R"(8: Component "net": example.Widen: no bytes)");
+    }
 
     CustomOperators::getMutableOperatorRegistry().clear();
     CustomOperators::registerCustomOperatorPluginDLL(folder.path("there_is_no_library"));

@@ -410,9 +410,15 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
                   0,
                   {},
                   {}};
-    while (opened.sessions.size() < static_cast<size_t>(options.copies)) {
-        opened.sessions.push_back(openFile(file, *sessionOptions));
+    try {
+        while (opened.sessions.size() < static_cast<size_t>(options.copies)) {
+            opened.sessions.push_back(openFile(file, *sessionOptions));
+        }
+    } catch (const Exception&) {
+        opened.operators.raiseFailure();  // which says more
+        throw;
     }
+    opened.operators.raiseFailure();
     const OnnxOutline& outline = cached ? cached->outline : file.outline;
     opened.weightBytes = outline.weightBytes;
     opened.bytesBesideWeights = bytesBesideWeights(outline);

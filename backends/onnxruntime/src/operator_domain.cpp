@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -89,6 +90,7 @@ struct EngineOperator : OrtCustomOp {
     std::string domain_;
     std::string type_;
     std::unique_ptr<Operator> prototype_;  // asked for the outputs while the network is loaded
+    mutable std::exception_ptr failure_;   // the first of these questions that failed; the engine may go on without it
 };
 
 const EngineOperator& ownOf(const OrtCustomOp* op) { return *static_cast<const EngineOperator*>(op); }
@@ -209,6 +211,7 @@ void inferOutputs(const Operator& operation, OrtShapeInferContext& context) {
         inputs.push_back(info == nullptr ? TensorDescriptor({}, DataType::Undefined) : describe(*info));
     }
     const std::vector<TensorDescriptor> outputs = outputsOf(operation, inputs);
+    if (outputs.empty()) throw MLFrameworkException("it has no outputs");
     for (size_t i = 0; i < outputs.size(); ++i) {
         try {
             setOutput(context, i, outputs[i]);
@@ -252,7 +255,15 @@ EngineOperator::EngineOperator(std::string domain, std::string type, std::unique
     };
     KernelDestroy = [](void* kernel) { delete static_cast<Kernel*>(kernel); };
     InferOutputShapeFn = [](const OrtCustomOp* op, OrtShapeInferContext* context) {
-        return statusOf(ownOf(op).name(), [&] { inferOutputs(*ownOf(op).prototype_, *context); });
+        const EngineOperator& own = ownOf(op);
+        return statusOf(own.name(), [&] {
+            try {
+                inferOutputs(*own.prototype_, *context);
+            } catch (...) {
+                if (own.failure_ == nullptr) own.failure_ = std::current_exception();
+                throw;
+            }
+        });
     };
 }
 
@@ -288,6 +299,15 @@ OperatorDomains::~OperatorDomains() = default;
 
 void OperatorDomains::addTo(OrtSessionOptions& options) const {
     for (const auto& domain : domains_) check(api().AddCustomOpDomain(&options, domain->domain));
+}
+
+void OperatorDomains::raiseFailure() const {
+    for (const auto& domain : domains_) {
+        for (const auto& each : domain->operators) {
+            const EngineOperator& own = ownOf(each.get());
+            if (own.failure_ != nullptr) check(statusOf(own.name(), [&] { std::rethrow_exception(own.failure_); }));
+        }
+    }
 }
 
 void addOperatorLibraries(OrtSessionOptions& options) {

@@ -24,6 +24,8 @@ class OperatorDomains {
 
     bool empty() const { return domains_.empty(); }
     void addTo(OrtSessionOptions& options) const;
+    /// Raises what an operator raised when it was asked for its outputs, after a session was made or could not be made.
+    void raiseFailure() const;
 
  private:
     struct Domain;

@@ -338,10 +338,10 @@ Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const
             copy.arena = make<OrtAllocator>(api().CreateAllocator, copy.session.get(), hostMemory());
         }
         // Weights that the engine packs for its kernels are in the arena, and the others, as they are, beside it.
-        outsideArenas_ +=
-            opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, arenaBytes(copy));
+        const uint64_t inArena = arenaBytes(copy);
+        outsideArenas_ += opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, inArena);
+        measureMemory(copy);
     }
-    measureMemory();
 }
 
 uint64_t Network::arenaBytes(const Copy& copy) {
@@ -356,10 +356,11 @@ uint64_t Network::arenaBytes(const Copy& copy) {
     return total == nullptr ? 0 : std::strtoull(total, nullptr, 10);
 }
 
-void Network::measureMemory() const {
+void Network::measureMemory(const Copy& copy) const {
+    copy.inArena = arenaBytes(copy);
     uint64_t bytes = outsideArenas_;
-    for (const Copy& copy : copies_) bytes += arenaBytes(copy);
-    memory_ = bytes;
+    for (const Copy& each : copies_) bytes += each.inArena;
+    if (memory_ != bytes) memory_ = bytes;
 }
 
 const Network::Copy& Network::nextCopy() const { return copies_[nextCopy_++ % copies_.size()]; }
@@ -386,10 +387,13 @@ Network::Run::Run(const Network& network, const Copy& copy, uint64_t inputBytes)
 }
 
 Network::Run::~Run() {
+    constexpr std::chrono::milliseconds kInterval(1);  // a measurement takes some 0.003
     --copy_.running;
-    if (!mayGrow_) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (!mayGrow_ && now - copy_.measured.load() < kInterval) return;
+    copy_.measured = now;
     try {
-        network_.measureMemory();
+        network_.measureMemory(copy_);
     } catch (...) {  // NOLINT(bugprone-empty-catch): what was measured before stays
     }
 }
@@ -421,6 +425,8 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
     opened.operators.raiseFailure();
     const OnnxOutline& outline = cached ? cached->outline : file.outline;
     opened.weightBytes = outline.weightBytes;
+    // The form in the cache has them at their new width.
+    if (!cached && options.graphOptimization == GraphOptimization::All) opened.weightBytes += outline.widenedBytes;
     opened.bytesBesideWeights = bytesBesideWeights(outline);
     const OrtSession& session = *opened.sessions.front();
     const OrtApi& engine = api();

@@ -21,6 +21,7 @@ struct OnnxOutline {
     uint64_t constants = 0;
     uint64_t subgraphs = 0;
     uint64_t weightBytes = 0;          // of the constants of the graph itself, as their shapes say
+    uint64_t widenedBytes = 0;         // that float16 constants grow by: at the last level, most nodes get floats
     uint64_t subgraphWeightBytes = 0;  // of those of subgraphs, as often as the engine keeps each of them
 };
 

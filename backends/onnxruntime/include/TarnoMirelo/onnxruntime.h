@@ -187,7 +187,8 @@ MIRELO_ONNXRUNTIME_API MireloStatus describeNetwork(const ModelComponent& compon
 /// the load before stays.
 ///
 /// **Memory** that the engine takes for the model is reported through the model's record at the first operation after
-/// the model was registered, kept up to date, and taken back by the unload.
+/// the model was registered, measured anew after predictions that may have changed it, and taken back by the unload. It
+/// is an estimate; docs/onnxruntime.md lists what it misses.
 ///
 /// **Log**: the configuration's sink gets the load of a component with its time, an unload, every failure of the
 /// engine, and the engine's own warnings and errors. Without a sink, failures alone are reported, through `_Report_`.

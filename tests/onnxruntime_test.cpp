@@ -691,13 +691,16 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
 class Widen : public OnnxRuntime::Operator {
  public:
     std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const override {
-        if (inputs.at(0).tensorType() == DataType::Float) throw InvalidTypeException("no bytes");
-        return {TensorDescriptor(inputs.at(0).shape(), DataType::Int64), TensorDescriptor({}, DataType::Int64)};
+        if (inputs.empty()) return {TensorDescriptor(TensorShape(2), DataType::Int64)};
+        if (inputs[0].tensorType() == DataType::Float) throw InvalidTypeException("no bytes");
+        return {TensorDescriptor(inputs[0].shape(), DataType::Int64), TensorDescriptor({}, DataType::Int64)};
     }
     MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
                          const std::vector<std::shared_ptr<ITensor>>& outputs) override {
-        const int64_t count = inputs[0]->shape().size();
         auto* const to = reinterpret_cast<int64_t*>(outputs.at(0)->buffer());
+        if (inputs.empty()) to[0] = to[1] = 7;
+        if (inputs.empty()) return {SUCCESS, ""};
+        const int64_t count = inputs[0]->shape().size();
         for (int64_t i = 0; i < count; ++i) to[i] = int64_t{2} * inputs[0]->buffer()[i];
         if (count > 0 && to[0] == 20) return {RANGE_ERROR, "ten"};
         if (count > 0 && to[0] == 40) throw std::runtime_error("twenty");
@@ -733,6 +736,17 @@ TEST_F(OnnxRuntimeBackend, RunsTheHostsOperatorsOnAnyElements) {
     EXPECT_EQ(predict({input({40})}), "13: example.Widen: it raised something unknown");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": engine: example.Widen: thirty\n"));
     EXPECT_EQ(predict({input({})}), "(0)");
+    const auto loadOn = [&](const std::vector<std::string>& inputs) {
+        const std::string nodes[] = {node("Widen", inputs, {"y"}, "example"), node("Neg", {"x"}, {"z"})};
+        return load(network({nodes[0], nodes[1]}, {port("x", DataType::Int64, {2})},
+                            {port("y", DataType::Int64, {2}), port("z", DataType::Int64, {2})}),
+                    {describe("x", TensorShape(2), DataType::Int64)}, {describe("y", TensorShape(2), DataType::Int64)});
+    };
+    EXPECT_EQ(loadOn({}), kSuccess);
+    EXPECT_EQ(predict({feature<int64_t>("x", TensorShape(2), {1, 2}, DataType::Int64)}), "(2) 7 7");
+    const std::string gap = "12: Component \"net\": example.Widen: a node leaves out an input";
+    EXPECT_THAT(loadOn({"x", ""}), HasSubstr(gap));
+    EXPECT_THAT(loadOn({"", "x"}), HasSubstr(gap));
     // While the network is loaded: y is an output, or goes to another node.
     for (const auto& nodes : {std::vector{node("Widen", {"x"}, {"y"}, "example")},
                               std::vector{node("Widen", {"x"}, {"w"}, "example"), node("Neg", {"w"}, {"y"})}}) {

@@ -176,7 +176,9 @@ class Reader {
         if (domain.empty() || domain == "ai.onnx") {
             if (type == "Transpose" && isIdleTranspose(bytes)) outline_.hasIdleTranspose = true;
         } else {
-            outline_.operators.emplace(domain, type);
+            const bool hasGap = std::find(inputs.begin(), inputs.end(), "") != inputs.end();
+            if (hasGap) outline_.operatorsWithGaps.emplace(domain, type);
+            outline_.operators.emplace(std::move(domain), std::move(type));
         }
     }
 

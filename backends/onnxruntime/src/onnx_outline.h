@@ -10,8 +10,9 @@ namespace TarnoMirelo::OnnxRuntime {
 
 /// What the file of an ONNX network says that the engine is not asked for: read before the engine sees it.
 struct OnnxOutline {
-    std::set<std::pair<std::string, std::string>> operators;  // domain and type, of every domain but ONNX's own
-    bool isQuantised = false;                                 // has a QuantizeLinear
+    std::set<std::pair<std::string, std::string>> operators;          // domain and type, of every domain but ONNX's own
+    std::set<std::pair<std::string, std::string>> operatorsWithGaps;  // those of which a node leaves out an input
+    bool isQuantised = false;                                         // has a QuantizeLinear
     bool hasIdleTranspose = false;          // a Transpose of two dimensions that leaves them as they are
     std::set<std::string> weightFiles;      // paths as the network has them, relative to its own folder
     std::set<std::string> valuesWithShape;  // inputs and outputs whose number of dimensions is declared

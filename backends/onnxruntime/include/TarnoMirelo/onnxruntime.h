@@ -41,20 +41,20 @@ struct NetworkFile;
 /// A class that derives from it is built with type information (not with `-fno-rtti`), by which the backend tells it
 /// from operators that are none of its own. It must not call back into the model that runs it, or release its binding.
 ///
-/// Elements are of any type that tensors have. What an operator raises, or returns as a failure, becomes the status of
-/// the model's operation; a `WARNING` is logged, and the outputs taken. The registry's libraries of operators are
-/// handed to the engine.
+/// Elements are of any type that tensors have. A node may have no inputs, but a load refuses one that leaves out an
+/// input between or behind others. What an operator raises, or returns as a failure, becomes the status of the model's
+/// operation; a `WARNING` is logged, and the outputs taken. The registry's libraries of operators are handed to the
+/// engine.
 class MIRELO_ONNXRUNTIME_API Operator : public CustomOperators::Operator {
  public:
     Operator();
     ~Operator() override;
 
-    /// The element types and shapes of the outputs for these of the inputs. An input that the node leaves out has type
-    /// `Undefined`. While the network is loaded, -1 stands for a dimension that is not known yet, and an output may
-    /// have such dimensions, too; a shape without dimensions may then be one that is not known at all.
+    /// The element types and shapes of the outputs for these of the inputs. While the network is loaded, -1 stands for
+    /// a dimension that is not known yet, and an output may have such dimensions, too; a shape without dimensions may
+    /// then be one that is not known at all.
     virtual std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const = 0;
-    /// Computes every element of the outputs. The tensors are borrowed for the call; null for an input that the node
-    /// leaves out.
+    /// Computes every element of the outputs. The tensors are borrowed for the call.
     virtual MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
                                  const std::vector<std::shared_ptr<ITensor>>& outputs) = 0;
 };

@@ -123,6 +123,15 @@ TEST_F(OnnxRuntimeBackend, ComparesTheTargetWithTheNetwork) {
                 {port("y", DataType::Float, {2})});
     EXPECT_EQ(load(two, {describe("x", TensorShape(2))}, {describe("y", TensorShape(2))}),
               R"(12: Component "net": Input "z": the network has it, the target lacks it)");
+    const std::string floats = message(1, number(1, 1));
+    const std::string sequence =
+        network({node("SequenceLength", {"x"}, {"y"})}, {message(1, "x") + message(2, message(4, message(1, floats)))},
+                {port("y", DataType::Int64, {})});
+    const ModelFeatureDescriptor length = describe("y", {}, DataType::Int64);
+    EXPECT_EQ(load(sequence, {}, {length}),
+              R"(12: Component "net": Input "x": the network has a sequence, which no target can describe)");
+    EXPECT_EQ(load(sequence, {x}, {length}),
+              R"(12: Component "net": Input "x": the network has a sequence, declared is float)");
     const std::string strings =
         network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + message(2, message(1, number(1, 8)))},
                 {message(1, "y") + message(2, message(1, number(1, 8)))});
@@ -446,13 +455,16 @@ TEST_F(OnnxRuntimeBackend, DescribesNetworks) {
         {network({node("Cast", {"x"}, {"y"})}, {message(1, "x") + ofType(8)}, {message(1, "y") + ofType(8)}),
          R"(12: Component "net": )"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(8)}, {message(1, "y") + ofType(8)}),
-         R"(12: Component "net": Input "x": it is no tensor, or has elements of a type that tensors don't have: string)"},
+         R"(12: Component "net": Input "x": it is a tensor of elements of type string, which no target can describe)"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(1)}, {message(1, "y") + ofType(1)}),
          R"(12: Component "net": Input "x": the network doesn't say how many dimensions it has)"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(16)}, {message(1, "y") + ofType(16)}),
-         R"(12: Component "net": Input "x": it is no tensor, or has elements of a type that tensors don't have: bfloat16)"},
+         R"(12: Component "net": Input "x": it is a tensor of elements of type bfloat16, which no target can describe)"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(14)}, {message(1, "y") + ofType(14)}),
          R"(12: Component "net": )"},
+        {network({node("SequenceConstruct", {"x"}, {"y"})}, {port("x", DataType::Float, {1})},
+                 {message(1, "y") + message(2, message(4, message(1, message(1, number(1, 1)))))}),
+         R"(12: Component "net": Output "y": it is a sequence, which no target can describe)"},
         {"none", R"(12: Component "net": the file holds no ONNX network, or only a part of one)"},
     };
     for (const auto& [bytes, expected] : networks) {

@@ -13,6 +13,7 @@
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
+constexpr char kTensor[] = "a tensor";
 constexpr uint32_t kVersionWithStatistics = 23;  // of allocators
 constexpr uint32_t kVersionWithWeightsInMemory = 18;
 constexpr uint32_t kVersionWithDisabledOptimizers = 18;
@@ -24,12 +25,32 @@ std::string takeText(char* text, OrtAllocator& allocator) {
     return copy;
 }
 
+std::string kindOf(const OrtTypeInfo& type) {
+    ONNXType kind = ONNX_TYPE_UNKNOWN;
+    check(api().GetOnnxTypeFromTypeInfo(&type, &kind));
+    switch (kind) {
+        case ONNX_TYPE_TENSOR:
+            return kTensor;
+        case ONNX_TYPE_SPARSETENSOR:
+            return "a sparse tensor";
+        case ONNX_TYPE_SEQUENCE:
+            return "a sequence";
+        case ONNX_TYPE_MAP:
+            return "a map";
+        case ONNX_TYPE_OPTIONAL:
+            return "an optional value";
+        default:
+            return "a value of kind " + std::to_string(kind);
+    }
+}
+
 NetworkValue describe(std::string name, const Owned<OrtTypeInfo>& type, const OnnxOutline& outline) {
     NetworkValue value;
     value.name = std::move(name);
+    value.kind = kindOf(*type);
+    if (value.kind != kTensor) return value;
     const OrtTensorTypeAndShapeInfo* tensor = nullptr;  // a part of the type
     check(api().CastTypeInfoToTensorInfo(type.get(), &tensor));
-    if (tensor == nullptr) return value;
     check(api().GetTensorElementType(tensor, &value.type));
     size_t count = 0;
     check(api().GetDimensionsCount(tensor, &count));
@@ -67,6 +88,13 @@ const NetworkValue* find(const std::vector<NetworkValue>& values, const std::str
     throw ModelMetaDataException(std::string(kind) + " \"" + name + "\": " + text);
 }
 
+// What a value is that no target can describe; empty where one can.
+std::string misfitOf(const NetworkValue& value) {
+    if (toDataType(value.type) != DataType::Undefined) return "";
+    const bool isTensor = value.type != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+    return isTensor ? value.kind + " of elements of type " + nameOf(value.type) : value.kind;
+}
+
 // What the target says of a tensor, and where it leaves a dimension or the element type open, what the network does.
 TensorDescriptor restrictedBy(const NetworkValue& value, const TensorDescriptor& declared, const char* kind) {
     DataType type = declared.tensorType();
@@ -74,7 +102,7 @@ TensorDescriptor restrictedBy(const NetworkValue& value, const TensorDescriptor&
         if (found == DataType::Undefined || toEngineType(type) != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED) {
             const bool isTensor = value.type != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
             refuse(kind, value.name,
-                   (isTensor ? "the network has elements of type " + nameOf(value.type) : "the network has no tensor") +
+                   "the network has " + (isTensor ? "elements of type " + nameOf(value.type) : value.kind) +
                        ", declared is " + Kit::toText(type));
         }
         type = found;
@@ -122,7 +150,10 @@ ModelTarget restrictedBy(const std::vector<NetworkValue>& inputs, const std::vec
     for (const NetworkValue& input : inputs) {
         const auto isThis = [&](const ModelFeatureDescriptor& each) { return each.name() == input.name; };
         if (!input.isOptional && std::none_of(target.inputs.begin(), target.inputs.end(), isThis)) {
-            refuse("Input", input.name, "the network has it, the target lacks it");
+            const std::string misfit = misfitOf(input);
+            refuse("Input", input.name,
+                   misfit.empty() ? "the network has it, the target lacks it"
+                                  : "the network has " + misfit + ", which no target can describe");
         }
     }
     return target;
@@ -298,13 +329,12 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
 
 ModelFeatureDescriptor describeValue(const char* kind, const NetworkValue& value) {
     const std::string about = std::string(kind) + " \"" + value.name + "\": ";
-    const DataType type = toDataType(value.type);
-    if (type == DataType::Undefined) {
-        throw ModelMetaDataException(
-            about + "it is no tensor, or has elements of a type that tensors don't have: " + nameOf(value.type));
+    if (const std::string misfit = misfitOf(value); !misfit.empty()) {
+        throw ModelMetaDataException(about + "it is " + misfit + ", which no target can describe");
     }
     if (!value.shape) throw ModelMetaDataException(about + "the network doesn't say how many dimensions it has");
-    return {MireloFeatureType::Tensor, true, value.name, "", TensorDescriptor(TensorShape(*value.shape), type)};
+    return {MireloFeatureType::Tensor, true, value.name, "",
+            TensorDescriptor(TensorShape(*value.shape), toDataType(value.type))};
 }
 
 }  // namespace

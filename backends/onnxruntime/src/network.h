@@ -22,6 +22,7 @@ class Log;
 /// An input or output as the network has it.
 struct NetworkValue {
     std::string name;
+    std::string kind = "a tensor";                                             // or another kind of value, "a sequence"
     ONNXTensorElementDataType type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;  // also of what is no tensor
     std::optional<std::vector<int64_t>> shape;  // -1 for an open dimension; nothing where not even the rank is known
     bool isOptional = false;                    // the network has a constant for it

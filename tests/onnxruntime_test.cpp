@@ -678,6 +678,12 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
     EXPECT_EQ(use(), "0 (1,2) 11 22");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": The cache file is not used: "));
     std::filesystem::remove(folder.native() / "cache");
+    // The network's own fault is none of the cache.
+    sink->written.clear();
+    const std::string bad = network({node("Neg", {"gone"}, {"y"})}, {}, {});
+    EXPECT_THAT(text(make(options)->load(written(bad, {}, {}))), HasSubstr("gone"));
+    EXPECT_THAT(sink->written, testing::Not(HasSubstr("cache")));
+    asked = written(sum(), {describe("x", {1, 2})}, {describe("y", {1, 2})});
     use();
     std::filesystem::remove(file);
     std::filesystem::create_directory(file);

@@ -303,9 +303,10 @@ CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP pr
     });
 }
 
-// Nothing where the cache is of no use, which is logged.
+// Nothing where the cache is of no use.
+// @param failure  out: why; it may be the network's, which then fails without the cache, too
 std::optional<CachedSessions> openCached(const NetworkFile& file, const Options& options, OrtEP provider,
-                                         const Cache& cache, const Log& log) {
+                                         const Cache& cache, const Log& log, std::string& failure) {
     try {
         std::optional<CachedNetwork> kept = cache.load();
         const bool isNew = !kept;
@@ -321,8 +322,7 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
                                          Kit::toText(cache.path()));
         return CachedSessions{std::move(sessions), std::move(outline)};
     } catch (const std::exception& exception) {
-        log.write(LogSeverity::Warning,
-                  "The cache file is not used: " + Kit::toText(cache.path()) + ": " + exception.what());
+        failure = "The cache file is not used: " + Kit::toText(cache.path()) + ": " + exception.what();
         return std::nullopt;
     }
 }
@@ -436,7 +436,8 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
     addOperatorLibraries(*sessionOptions);
     addArchivedWeights(file, *sessionOptions);
     std::optional<CachedSessions> cached;
-    if (cache != nullptr) cached = openCached(file, options, provider, *cache, log);
+    std::string cacheFailure;
+    if (cache != nullptr) cached = openCached(file, options, provider, *cache, log, cacheFailure);
     Opened opened{std::move(operators),
                   cached ? std::move(cached->sessions) : std::vector<Owned<OrtSession>>(),
                   cached.has_value(),
@@ -453,6 +454,7 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
         throw;
     }
     opened.operators.raiseFailure();
+    if (!cacheFailure.empty()) log.write(LogSeverity::Warning, cacheFailure);
     const OnnxOutline& outline = cached ? cached->outline : file.outline;
     opened.weightBytes = outline.weightBytes;
     // The form in the cache has them at their new width.

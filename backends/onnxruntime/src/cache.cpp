@@ -5,6 +5,7 @@
 
 #include <TarnoMirelo/kit/digest.h>
 
+#include <chrono>
 #include <fstream>
 #include <random>
 #include <string_view>
@@ -57,6 +58,18 @@ class TemporaryFile {
  private:
     std::filesystem::path path_;
 };
+
+// Removes what a process left that was killed while it wrote such a file. No file takes an hour to write.
+void removeLeftovers(const std::filesystem::path& beside) {
+    const auto oldest = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    const auto begin = beside.filename().native();
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(beside.parent_path(), error)) {
+        const std::filesystem::path& path = entry.path();
+        if (path.extension() != ".tmp" || path.filename().native().compare(0, begin.size(), begin) != 0) continue;
+        if (entry.last_write_time(error) < oldest && !error) std::filesystem::remove(path, error);
+    }
+}
 
 Kit::ComponentBytes readFile(const std::filesystem::path& path) {
     if (!std::filesystem::is_regular_file(path)) throw FileException("is no file");  // a folder can be opened, too
@@ -122,6 +135,7 @@ std::optional<CachedNetwork> Cache::load() const {
 CachedNetwork Cache::store(const std::function<void(const std::filesystem::path&)>& write) const {
     const std::filesystem::path path = toSystemPath(path_);
     std::filesystem::create_directories(toSystemPath(directory_));
+    removeLeftovers(path);
     const TemporaryFile byEngine(path);
     write(byEngine.path());
     // The engine has read the weights after they were digested.

@@ -509,8 +509,12 @@ TEST_F(OnnxRuntimeBackend, ComputesWithTheProviderOfTheDevice) {
     options.graphOptimization = OnnxRuntime::GraphOptimization(9);
     EXPECT_EQ(text(make(options)->load(components)),
               R"(7: Component "net": Options: the graph optimisation has the unknown number 9)");
+    const std::string threads = R"(7: Component "net": Options: a number of threads is )";
     options.threadsWithinNodes = -1;
-    EXPECT_EQ(text(make(options)->load(components)), R"(7: Component "net": Options: a number of threads is below 0)");
+    EXPECT_EQ(text(make(options)->load(components)), threads + "-1, wanted is 0 to 1024");
+    options.threadsWithinNodes = 1;
+    options.threadsBetweenNodes = 1025;
+    EXPECT_EQ(text(make(options)->load(components)), threads + "1025, wanted is 0 to 1024");
     auto two = components;
     std::get<ModelTarget>(two).components.push_back({"more", "net.onnx", Encryption(), ComponentKind::File, {}});
     EXPECT_EQ(text(make()->load(two)), R"(12: Component "more": a target has one component, a network)");

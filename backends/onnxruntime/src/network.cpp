@@ -13,6 +13,7 @@
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
+constexpr int kMostThreads = 1024;  // the engine starts them all while it loads
 constexpr char kTensor[] = "a tensor";
 constexpr uint32_t kVersionWithStatistics = 23;  // of allocators
 constexpr uint32_t kVersionWithWeightsInMemory = 18;
@@ -194,8 +195,10 @@ GraphOptimization optimizationFor(const OnnxOutline& outline, const Options& opt
 
 Owned<OrtSessionOptions> toSessionOptions(const NetworkFile& file, const Options& options, OrtEP provider,
                                           const Log& log) {
-    if (options.threadsWithinNodes < 0 || options.threadsBetweenNodes < 0) {
-        throw InvalidArgumentsException("Options: a number of threads is below 0");
+    for (const int threads : {options.threadsWithinNodes, options.threadsBetweenNodes}) {
+        if (threads >= 0 && threads <= kMostThreads) continue;
+        throw InvalidArgumentsException("Options: a number of threads is " + std::to_string(threads) +
+                                        ", wanted is 0 to " + std::to_string(kMostThreads));
     }
     if (options.copies < 1) throw InvalidArgumentsException("Options: the number of copies is below 1");
     Owned<OrtSessionOptions> made = make<OrtSessionOptions>(api().CreateSessionOptions);

@@ -77,9 +77,11 @@ enum class CacheStatus : int32_t {
 
 /// How a model is loaded and run.
 struct Options {
-    /// Threads that share the work of one node, the caller's included; 0 for the engine's choice, one for each core.
+    /// Threads that share the work of one node, the caller's included, at most 1,024; 0 for the engine's choice, one
+    /// for each core.
     int threadsWithinNodes = 0;
-    /// Nodes that don't depend on each other may run at once, on that many threads; 1 runs one node after the other.
+    /// Nodes that don't depend on each other may run at once, on that many threads, at most 1,024; 1 runs one node
+    /// after the other.
     int threadsBetweenNodes = 1;
     /// How often the engine loads the network. Predictions that overlap use different copies, and each binding uses one
     /// of its own as long as there are enough: they then wait for nothing of each other's. Each copy takes the time of

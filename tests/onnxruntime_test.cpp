@@ -197,6 +197,24 @@ TEST_F(OnnxRuntimeBackend, ComputesTheSameHoweverFarOptimised) {
     }
 }
 
+TEST_F(OnnxRuntimeBackend, TellsThatANetworkLoadsUnoptimised) {
+    const std::string perm = ints("perm", {0, 2, 3, 1});
+    const std::string linear = message(5, message(1, "mode") + message(4, "linear") + number(20, 3));
+    const std::string bytes =
+        network({node("Transpose", {"x"}, {"t"}) + perm, node("Resize", {"t", "", "scales"}, {"r"}) + linear,
+                 node("Transpose", {"r"}, {"y"}) + perm},
+                {port("x", DataType::Float, {1, 2, 2, 2})}, {port("y", DataType::Float, {1, 4, 4, 2})},
+                {constant("scales", {4}, {1, 1, 2, 2})});
+    const Descriptors x = {describe("x", {1, 2, 2, 2})};
+    const Descriptors y = {describe("y", {1, 4, 4, 2})};
+    EXPECT_THAT(load(bytes, x, y),
+                HasSubstr("; the network loads without optimisation: try a lower graphOptimization"));
+    OnnxRuntime::Options options;
+    options.graphOptimization = OnnxRuntime::GraphOptimization::Basic;
+    model = make(options);
+    EXPECT_EQ(load(bytes, x, y), kSuccess);
+}
+
 TEST_F(OnnxRuntimeBackend, RefusesWhatIsNoNetwork) {
     const Descriptors x = {describe("x", {1, 2})};
     const Descriptors y = {describe("y", {1, 2})};

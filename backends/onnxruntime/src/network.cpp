@@ -267,6 +267,18 @@ Owned<OrtSession> openFile(const NetworkFile& file, const OrtSessionOptions& opt
     });
 }
 
+// Of a network that failed to load with these options, which are changed.
+bool loadsUnoptimised(const NetworkFile& file, OrtSessionOptions& options) {
+    check(api().SetSessionGraphOptimizationLevel(&options, ORT_DISABLE_ALL));
+    check(api().SetSessionLogSeverityLevel(&options, ORT_LOGGING_LEVEL_FATAL));  // else it logs the failure twice
+    try {
+        openFile(file, options);
+        return true;
+    } catch (const Exception&) {
+        return false;
+    }
+}
+
 // Has the engine take weights from memory, in place of the files that the network names; it copies them.
 void addArchivedWeights(const NetworkFile& file, OrtSessionOptions& options) {
     if (file.archivedWeights.empty()) return;
@@ -452,9 +464,12 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
         while (opened.sessions.size() < static_cast<size_t>(options.copies)) {
             opened.sessions.push_back(openFile(file, *sessionOptions));
         }
-    } catch (const Exception&) {
+    } catch (const Exception& exception) {
         opened.operators.raiseFailure();  // which says more
-        throw;
+        if (options.graphOptimization == GraphOptimization::None || !loadsUnoptimised(file, *sessionOptions)) throw;
+        throw Exception(
+            std::string(exception.what()) + "; the network loads without optimisation: try a lower graphOptimization",
+            exception.getStatusCode());
     }
     opened.operators.raiseFailure();
     if (!cacheFailure.empty()) log.write(LogSeverity::Warning, cacheFailure);

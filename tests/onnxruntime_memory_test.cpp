@@ -106,6 +106,38 @@ TEST_F(OnnxRuntimeMemory, IsWithinAFifthOfWhatTheHeapGrewBy) {
                          {constant("v", {kWidth, kWidth}, v), constant("w", {kWidth, kWidth}, w)}));
     check(folder.native() / "products.onnx", {{"x", DataType::Float, {1, kWidth}}},
           {{"y", DataType::Float, {1, kWidth}}});
+    const std::vector<int64_t> kernel = {512, 256, 3, 3};
+    folder.write("half.onnx",
+                 network({node("Conv", {"x", "w"}, {"y"})}, {port("x", DataType::Float16, {1, 256, 8, 8})},
+                         {port("y", DataType::Float16, {1, 512, 6, 6})},
+                         {constant("w", DataType::Float16, kernel, std::vector<uint16_t>(512 * 256 * 9))}));
+    check(folder.native() / "half.onnx", {{"x", DataType::Float16, {1, 256, 8, 8}}},
+          {{"y", DataType::Float16, {1, 512, 6, 6}}});
+}
+
+// The sum of n ones: what is in between grows, the inputs and outputs don't.
+TEST_F(OnnxRuntimeMemory, GrowsWithValuesOfInputs) {
+    const TempDir folder;
+    folder.write("ones.onnx", network({node("ConstantOfShape", {"n"}, {"o"}), node("Relu", {"o"}, {"r"}),
+                                       node("ReduceSum", {"r"}, {"y"})},
+                                      {port("n", DataType::Int64, {1})}, {port("y", DataType::Float, {1})}));
+    ModelTarget target;
+    target.components = {{"net", "ones.onnx", Encryption(), ComponentKind::File, {}}};
+    target.inputs = describe({{"n", DataType::Int64, TensorShape(1)}});
+    target.outputs = describe({{"y", DataType::Float, TensorShape(1)}});
+    const auto model = std::make_shared<OnnxRuntime::Model>("m", MireloModelType::WinML);
+    ModelManager manager;
+    ASSERT_EQ(text(manager.registerModel(model)), kSuccess);
+    ASSERT_EQ(text(model->load({MireloModelType::WinML, target, folder.path()})), kSuccess);
+    const auto n = std::make_shared<MireloFeatureTensor>(target.inputs[0]);
+    constexpr int64_t kMany = 4'000'000;
+    for (const int64_t count : {int64_t{10}, kMany}) {
+        *reinterpret_cast<int64_t*>(n->asTensor()->buffer()) = count;
+        MireloModel::Outputs outputs;
+        ASSERT_EQ(text(model->predict({n}, outputs)), kSuccess);
+    }
+    EXPECT_GE(manager.getRuntimeStatus().getModelsRuntimeStatus().at(0).getCurrentMemoryConsumption(),
+              kMany * sizeof(float));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -122,6 +123,15 @@ TEST_F(OnnxRuntimeBackend, ComparesTheTargetWithTheNetwork) {
                 {port("y", DataType::Float, {2})});
     EXPECT_EQ(load(two, {describe("x", TensorShape(2))}, {describe("y", TensorShape(2))}),
               R"(12: Component "net": Input "z": the network has it, the target lacks it)");
+    const std::string floats = message(1, number(1, 1));
+    const std::string sequence =
+        network({node("SequenceLength", {"x"}, {"y"})}, {message(1, "x") + message(2, message(4, message(1, floats)))},
+                {port("y", DataType::Int64, {})});
+    const ModelFeatureDescriptor length = describe("y", {}, DataType::Int64);
+    EXPECT_EQ(load(sequence, {}, {length}),
+              R"(12: Component "net": Input "x": the network has a sequence, which no target can describe)");
+    EXPECT_EQ(load(sequence, {x}, {length}),
+              R"(12: Component "net": Input "x": the network has a sequence, declared is float)");
     const std::string strings =
         network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + message(2, message(1, number(1, 8)))},
                 {message(1, "y") + message(2, message(1, number(1, 8)))});
@@ -130,6 +140,79 @@ TEST_F(OnnxRuntimeBackend, ComparesTheTargetWithTheNetwork) {
     // What the target leaves open, the network tells.
     EXPECT_EQ(load(sum({3, 2}), {describe("x", {-1, -1})}, {describe("y", {-1, -1})}), kSuccess);
     EXPECT_EQ(predict({feature("x", {1, 2}, Floats{1, 2})}), R"(17: Input "x": the shape is (1, 2), wanted is (3, 2))");
+}
+
+// Of x = (1 2, 3 4), at every level.
+TEST_F(OnnxRuntimeBackend, ComputesTheSameHoweverFarOptimised) {
+    const std::string same = ints("perm", {0, 1});
+    const std::string w = constant("w", {2, 2}, {5, 6, 7, 8});
+    const std::string b = constant("b", {2}, {100, 200});
+    const auto sizes = [](const std::string& name, const std::vector<int64_t>& values) {
+        return constant(name, DataType::Int64, {static_cast<int64_t>(values.size())}, values);
+    };
+    const std::string scale = constant<float>("s", DataType::Float, {}, {0.5F});
+    const auto zeroPoint = [](const std::string& name, uint8_t value) {
+        return constant<uint8_t>(name, DataType::UInt8, {}, {value});
+    };
+    struct Case {
+        std::vector<std::string> nodes, constants;
+        const char* expected;
+        std::vector<std::string> outputs = {"y"};
+    };
+    const Case cases[] = {
+        {{node("Transpose", {"x"}, {"t"}) + same, node("Gemm", {"t", "w"}, {"y"})}, {w}, "(2,2) 19 22 43 50"},
+        {{node("Transpose", {"w"}, {"t"}) + same, node("Gemm", {"x", "t"}, {"y"})}, {w}, "(2,2) 19 22 43 50"},
+        {{node("Gemm", {"x", "w"}, {"t"}), node("Transpose", {"t"}, {"y"}) + same}, {w}, "(2,2) 19 22 43 50"},
+        {{node("Transpose", {"x"}, {"t"}) + same, node("MatMul", {"t", "w"}, {"m"}), node("Add", {"m", "b"}, {"y"})},
+         {w, b},
+         "(2,2) 119 222 143 250"},
+        {{node("Transpose", {"x"}, {"t"}), node("Gemm", {"t", "w"}, {"y"})}, {w}, "(2,2) 26 30 38 44"},
+        {{node("Neg", {"x"}, {"n"}), node("Reshape", {"n", "image"}, {"i"}), node("Pad", {"i", "pads"}, {"p"}),
+          node("MaxPool", {"p"}, {"m"}) + ints("kernel_shape", {2, 2}), node("Reshape", {"m", "matrix"}, {"y"})},
+         {sizes("image", {1, 1, 2, 2}), sizes("pads", {0, 0, 0, 0, 0, 0, 1, 1}), sizes("matrix", {2, 2})},
+         "(2,2) -1 0 0 0"},
+        // y is an output and quantised, too; and twice, with other zero points.
+        {{node("Neg", {"x"}, {"y"}), node("Transpose", {"y"}, {"t"}), node("QuantizeLinear", {"t", "s", "zero"}, {"q"}),
+          node("DequantizeLinear", {"q", "s", "zero"}, {"z"})},
+         {scale, zeroPoint("zero", 0)},
+         "(2,2) -1 -2 -3 -4",
+         {"y", "z"}},
+        {{node("QuantizeLinear", {"x", "s", "zero"}, {"q"}), node("DequantizeLinear", {"q", "s", "zero"}, {"d"}),
+          node("QuantizeLinear", {"d", "s", "three"}, {"r"}), node("DequantizeLinear", {"r", "s", "three"}, {"y"})},
+         {scale, zeroPoint("zero", 0), zeroPoint("three", 3)},
+         "(2,2) 1 2 3 4"},
+    };
+    for (const Case& test : cases) {
+        for (int level = 0; level <= 3; ++level) {
+            OnnxRuntime::Options options;
+            options.graphOptimization = OnnxRuntime::GraphOptimization(level);
+            model = make(options);
+            std::vector<std::string> outputs;
+            for (const std::string& name : test.outputs) outputs.push_back(port(name, DataType::Float, {2, 2}));
+            const std::string bytes =
+                network(test.nodes, {port("x", DataType::Float, {2, 2})}, outputs, test.constants);
+            ASSERT_EQ(load(bytes, {describe("x", {2, 2})}, {describe("y", {2, 2})}), kSuccess);
+            EXPECT_EQ(predict({feature("x", {2, 2}, Floats{1, 2, 3, 4})}), test.expected) << "level " << level;
+        }
+    }
+}
+
+TEST_F(OnnxRuntimeBackend, TellsThatANetworkLoadsUnoptimised) {
+    const std::string perm = ints("perm", {0, 2, 3, 1});
+    const std::string linear = message(5, message(1, "mode") + message(4, "linear") + number(20, 3));
+    const std::string bytes =
+        network({node("Transpose", {"x"}, {"t"}) + perm, node("Resize", {"t", "", "scales"}, {"r"}) + linear,
+                 node("Transpose", {"r"}, {"y"}) + perm},
+                {port("x", DataType::Float, {1, 2, 2, 2})}, {port("y", DataType::Float, {1, 4, 4, 2})},
+                {constant("scales", {4}, {1, 1, 2, 2})});
+    const Descriptors x = {describe("x", {1, 2, 2, 2})};
+    const Descriptors y = {describe("y", {1, 4, 4, 2})};
+    EXPECT_THAT(load(bytes, x, y),
+                HasSubstr("; the network loads without optimisation: try a lower graphOptimization"));
+    OnnxRuntime::Options options;
+    options.graphOptimization = OnnxRuntime::GraphOptimization::Basic;
+    model = make(options);
+    EXPECT_EQ(load(bytes, x, y), kSuccess);
 }
 
 TEST_F(OnnxRuntimeBackend, RefusesWhatIsNoNetwork) {
@@ -214,6 +297,8 @@ TEST_F(OnnxRuntimeBackend, FindsWeightsBesideTheNetworkAlone) {
         EXPECT_EQ(load(with(location), x, y),
                   "12: " + begin + "the weights in \"" + location + "\" lie outside of the network's folder");
     }
+    const std::string backslash = R"(the weights in "net\weights.bin" have a path with a backslash, wanted is "/")";
+    EXPECT_THAT(load(with("net\\weights.bin"), x, y), HasSubstr("12: " + begin + backslash));
     auto inMemory = components("", ComponentKind::MemoryStream, x, y);
     const std::string network = with("weights.bin");
     std::get<ModelTarget>(inMemory).components[0].buffer.assign(network.begin(), network.end());
@@ -388,13 +473,16 @@ TEST_F(OnnxRuntimeBackend, DescribesNetworks) {
         {network({node("Cast", {"x"}, {"y"})}, {message(1, "x") + ofType(8)}, {message(1, "y") + ofType(8)}),
          R"(12: Component "net": )"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(8)}, {message(1, "y") + ofType(8)}),
-         R"(12: Component "net": Input "x": it is no tensor, or has elements of a type that tensors don't have: string)"},
+         R"(12: Component "net": Input "x": it is a tensor of elements of type string, which no target can describe)"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(1)}, {message(1, "y") + ofType(1)}),
          R"(12: Component "net": Input "x": the network doesn't say how many dimensions it has)"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(16)}, {message(1, "y") + ofType(16)}),
-         R"(12: Component "net": Input "x": it is no tensor, or has elements of a type that tensors don't have: bfloat16)"},
+         R"(12: Component "net": Input "x": it is a tensor of elements of type bfloat16, which no target can describe)"},
         {network({node("Identity", {"x"}, {"y"})}, {message(1, "x") + ofType(14)}, {message(1, "y") + ofType(14)}),
          R"(12: Component "net": )"},
+        {network({node("SequenceConstruct", {"x"}, {"y"})}, {port("x", DataType::Float, {1})},
+                 {message(1, "y") + message(2, message(4, message(1, message(1, number(1, 1)))))}),
+         R"(12: Component "net": Output "y": it is a sequence, which no target can describe)"},
         {"none", R"(12: Component "net": the file holds no ONNX network, or only a part of one)"},
     };
     for (const auto& [bytes, expected] : networks) {
@@ -439,8 +527,12 @@ TEST_F(OnnxRuntimeBackend, ComputesWithTheProviderOfTheDevice) {
     options.graphOptimization = OnnxRuntime::GraphOptimization(9);
     EXPECT_EQ(text(make(options)->load(components)),
               R"(7: Component "net": Options: the graph optimisation has the unknown number 9)");
+    const std::string threads = R"(7: Component "net": Options: a number of threads is )";
     options.threadsWithinNodes = -1;
-    EXPECT_EQ(text(make(options)->load(components)), R"(7: Component "net": Options: a number of threads is below 0)");
+    EXPECT_EQ(text(make(options)->load(components)), threads + "-1, wanted is 0 to 1024");
+    options.threadsWithinNodes = 1;
+    options.threadsBetweenNodes = 1025;
+    EXPECT_EQ(text(make(options)->load(components)), threads + "1025, wanted is 0 to 1024");
     auto two = components;
     std::get<ModelTarget>(two).components.push_back({"more", "net.onnx", Encryption(), ComponentKind::File, {}});
     EXPECT_EQ(text(make()->load(two)), R"(12: Component "more": a target has one component, a network)");
@@ -532,6 +624,22 @@ TEST_F(OnnxRuntimeCache, IsUsedByTheNextLoadUntilSomethingChanges) {
     EXPECT_EQ(query(), CacheStatus::NotCached);
 }
 
+TEST_F(OnnxRuntimeCache, RemovesWhatKilledProcessesLeft) {
+    use();
+    std::vector<std::filesystem::path> left;  // of this cache file, an hour old and new; and of another one
+    for (const std::filesystem::path& name : {file, file, file.parent_path() / "other.network"}) {
+        left.push_back(name.native() + std::filesystem::path("." + std::to_string(left.size()) + ".tmp").native());
+        std::ofstream(left.back()) << "a part";
+        const auto age = std::chrono::minutes(left.size() == 2 ? 30 : 61);
+        std::filesystem::last_write_time(left.back(), std::filesystem::file_time_type::clock::now() - age);
+    }
+    std::filesystem::remove(file);
+    use();
+    EXPECT_FALSE(std::filesystem::exists(left[0]));
+    EXPECT_TRUE(std::filesystem::exists(left[1]));
+    EXPECT_TRUE(std::filesystem::exists(left[2]));
+}
+
 TEST_F(OnnxRuntimeCache, LooksAtWeightsInFilesOfTheirOwn) {
     const std::string bytes =
         network({node("Add", {"x", "w"}, {"y"})}, {port("x", DataType::Float, {1, 2})},
@@ -546,6 +654,35 @@ TEST_F(OnnxRuntimeCache, LooksAtWeightsInFilesOfTheirOwn) {
     writeWeights({30, 40});
     EXPECT_NE(query(), CacheStatus::Cached);
     EXPECT_EQ(use().substr(2), "(1,2) 31 42");
+}
+
+// Both files are replaced in the midst of a load, at another moment each round, and then put back. What the cache keeps
+// for them was made of them.
+TEST_F(OnnxRuntimeCache, KeepsNothingOfFilesThatWereReplacedDuringTheLoad) {
+    const auto put = [&](float value) {  // y = x + value * value
+        const auto replace = [&](const char* name, const std::string& bytes) {
+            folder.write("new", bytes);
+            std::error_code ignored;  // on Windows, the engine may have the file open
+            std::filesystem::rename(folder.native() / "new", folder.native() / name, ignored);
+        };
+        replace("w.bin", std::string(reinterpret_cast<const char*>(Floats(2, value).data()), 8));
+        replace("net.onnx", network({node("Mul", {"w", "k"}, {"v"}), node("Add", {"x", "v"}, {"y"})},
+                                    {port("x", DataType::Float, {1, 2})}, {port("y", DataType::Float, {1, 2})},
+                                    {outside(constant("w", DataType::Float, {1, 2}), "w.bin"),
+                                     constant<float>("k", DataType::Float, {}, {value})}));
+    };
+    for (int round = 0; round < 60; ++round) {
+        put(10);
+        std::filesystem::remove_all(folder.native() / "cache");
+        std::thread updater([&] {
+            std::this_thread::sleep_for(std::chrono::microseconds(20 * round));
+            put(20);
+        });
+        make(options)->load(asked);
+        updater.join();
+        put(10);
+        EXPECT_EQ(use().substr(2), "(1,2) 101 102") << round;
+    }
 }
 
 // The optimised network would lie there in the open.
@@ -579,6 +716,12 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
     EXPECT_EQ(use(), "0 (1,2) 11 22");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": The cache file is not used: "));
     std::filesystem::remove(folder.native() / "cache");
+    // The network's own fault is none of the cache.
+    sink->written.clear();
+    const std::string bad = network({node("Neg", {"gone"}, {"y"})}, {}, {});
+    EXPECT_THAT(text(make(options)->load(written(bad, {}, {}))), HasSubstr("gone"));
+    EXPECT_THAT(sink->written, testing::Not(HasSubstr("cache")));
+    asked = written(sum(), {describe("x", {1, 2})}, {describe("y", {1, 2})});
     use();
     std::filesystem::remove(file);
     std::filesystem::create_directory(file);
@@ -604,12 +747,16 @@ TEST_F(OnnxRuntimeCache, NeverFailsALoad) {
 class Widen : public OnnxRuntime::Operator {
  public:
     std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const override {
-        return {TensorDescriptor(inputs.at(0).shape(), DataType::Int64), TensorDescriptor({}, DataType::Int64)};
+        if (inputs.empty()) return {TensorDescriptor(TensorShape(2), DataType::Int64)};
+        if (inputs[0].tensorType() == DataType::Float) throw InvalidTypeException("no bytes");
+        return {TensorDescriptor(inputs[0].shape(), DataType::Int64), TensorDescriptor({}, DataType::Int64)};
     }
     MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
                          const std::vector<std::shared_ptr<ITensor>>& outputs) override {
-        const int64_t count = inputs[0]->shape().size();
         auto* const to = reinterpret_cast<int64_t*>(outputs.at(0)->buffer());
+        if (inputs.empty()) to[0] = to[1] = 7;
+        if (inputs.empty()) return {SUCCESS, ""};
+        const int64_t count = inputs[0]->shape().size();
         for (int64_t i = 0; i < count; ++i) to[i] = int64_t{2} * inputs[0]->buffer()[i];
         if (count > 0 && to[0] == 20) return {RANGE_ERROR, "ten"};
         if (count > 0 && to[0] == 40) throw std::runtime_error("twenty");
@@ -645,6 +792,25 @@ TEST_F(OnnxRuntimeBackend, RunsTheHostsOperatorsOnAnyElements) {
     EXPECT_EQ(predict({input({40})}), "13: example.Widen: it raised something unknown");
     EXPECT_THAT(sink->written, HasSubstr("2 ONNX Runtime model \"m\": engine: example.Widen: thirty\n"));
     EXPECT_EQ(predict({input({})}), "(0)");
+    const auto loadOn = [&](const std::vector<std::string>& inputs) {
+        const std::string nodes[] = {node("Widen", inputs, {"y"}, "example"), node("Neg", {"x"}, {"z"})};
+        return load(network({nodes[0], nodes[1]}, {port("x", DataType::Int64, {2})},
+                            {port("y", DataType::Int64, {2}), port("z", DataType::Int64, {2})}),
+                    {describe("x", TensorShape(2), DataType::Int64)}, {describe("y", TensorShape(2), DataType::Int64)});
+    };
+    EXPECT_EQ(loadOn({}), kSuccess);
+    EXPECT_EQ(predict({feature<int64_t>("x", TensorShape(2), {1, 2}, DataType::Int64)}), "(2) 7 7");
+    const std::string gap = "12: Component \"net\": example.Widen: a node leaves out an input";
+    EXPECT_THAT(loadOn({"x", ""}), HasSubstr(gap));
+    EXPECT_THAT(loadOn({"", "x"}), HasSubstr(gap));
+    // While the network is loaded: y is an output, or goes to another node.
+    for (const auto& nodes : {std::vector{node("Widen", {"x"}, {"y"}, "example")},
+                              std::vector{node("Widen", {"x"}, {"w"}, "example"), node("Neg", {"w"}, {"y"})}}) {
+        const std::string onFloats =
+            network(nodes, {port("x", DataType::Float, {2})}, {port("y", DataType::Int64, {2})});
+        EXPECT_EQ(load(onFloats, {describe("x", TensorShape(2))}, {describe("y", TensorShape(2), DataType::Int64)}),
+                  R"(8: Component "net": example.Widen: no bytes)");
+    }
 
     CustomOperators::getMutableOperatorRegistry().clear();
     CustomOperators::registerCustomOperatorPluginDLL(folder.path("there_is_no_library"));

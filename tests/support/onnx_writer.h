@@ -42,10 +42,15 @@ inline std::string constant(const std::string& name, DataType type, const std::v
     for (const int64_t size : shape) bytes += number(1, static_cast<uint64_t>(size));
     return bytes + number(2, typeNumber(type)) + message(8, name);
 }
+template <typename Element>
+std::string constant(const std::string& name, DataType type, const std::vector<int64_t>& shape,
+                     const std::vector<Element>& elements) {
+    return constant(name, type, shape) +
+           message(9, std::string(reinterpret_cast<const char*>(elements.data()), elements.size() * sizeof(Element)));
+}
 inline std::string constant(const std::string& name, const std::vector<int64_t>& shape,
                             const std::vector<float>& elements) {
-    return constant(name, DataType::Float, shape) +
-           message(9, std::string(reinterpret_cast<const char*>(elements.data()), elements.size() * sizeof(float)));
+    return constant(name, DataType::Float, shape, elements);
 }
 
 /// A constant whose elements lie in another file.
@@ -59,6 +64,13 @@ inline std::string node(const std::string& type, const std::vector<std::string>&
     for (const std::string& input : inputs) bytes += message(1, input);
     for (const std::string& output : outputs) bytes += message(2, output);
     return bytes + message(3, outputs.front()) + message(4, type) + message(7, domain);
+}
+
+/// An attribute that is a list of integers, behind its node.
+inline std::string ints(const std::string& name, const std::vector<uint64_t>& values) {
+    std::string bytes = message(1, name) + number(20, 7);
+    for (const uint64_t value : values) bytes += number(8, value);
+    return message(5, bytes);
 }
 
 inline std::string network(const std::vector<std::string>& nodes, const std::vector<std::string>& inputs,

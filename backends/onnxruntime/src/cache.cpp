@@ -5,6 +5,7 @@
 
 #include <TarnoMirelo/kit/digest.h>
 
+#include <chrono>
 #include <fstream>
 #include <random>
 #include <string_view>
@@ -13,10 +14,7 @@
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
-// That can be told where the weights of a network in memory lie. Others look in the process's working directory.
-constexpr uint32_t kVersionWithWeightsFolder = 22;
-
-constexpr std::string_view kBegin = "sdk-core optimised network 1\n";
+constexpr std::string_view kBegin = "sdk-core optimised network 2\n";
 constexpr size_t kDigestSize = 64;
 constexpr size_t kHeaderSize = kBegin.size() + 2 * (kDigestSize + 1);  // key and digest, each with a line feed
 
@@ -33,6 +31,12 @@ std::string digestOfFile(const std::filesystem::path& path) {
     std::string digest;
     require(Kit::sha256OfFile(Filepath(std::string(text.begin(), text.end())), digest));
     return digest;
+}
+
+std::string digestsOf(const std::vector<std::filesystem::path>& files) {
+    std::string digests;
+    for (const std::filesystem::path& file : files) digests += " " + digestOfFile(file);
+    return digests;
 }
 
 // A name that no other process or thread uses, for a file that goes when this object does.
@@ -55,6 +59,18 @@ class TemporaryFile {
     std::filesystem::path path_;
 };
 
+// Removes what a process left that was killed while it wrote such a file. No file takes an hour to write.
+void removeLeftovers(const std::filesystem::path& beside) {
+    const auto oldest = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    const auto begin = beside.filename().native();
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(beside.parent_path(), error)) {
+        const std::filesystem::path& path = entry.path();
+        if (path.extension() != ".tmp" || path.filename().native().compare(0, begin.size(), begin) != 0) continue;
+        if (entry.last_write_time(error) < oldest && !error) std::filesystem::remove(path, error);
+    }
+}
+
 Kit::ComponentBytes readFile(const std::filesystem::path& path) {
     if (!std::filesystem::is_regular_file(path)) throw FileException("is no file");  // a folder can be opened, too
     std::ifstream stream(path, std::ios::binary | std::ios::ate);
@@ -70,17 +86,17 @@ Kit::ComponentBytes readFile(const std::filesystem::path& path) {
 
 Cache::Cache(const Filepath& directory, const std::string& modelName, const std::string& componentName,
              const NetworkFile& network, GraphOptimization optimization, OrtEP provider)
-    : directory_(directory), path_(directory) {
+    : directory_(directory), path_(directory), weights_(network.weights) {
     const std::string processor = processorFeatures();
     if (processor.empty()) throw InvalidOperationException("there is no cache on processors of this kind");
     if (!network.weights.empty() && engine().version < kVersionWithWeightsFolder) {
         throw InvalidOperationException("weights in files of their own need ONNX Runtime 1." +
                                         std::to_string(kVersionWithWeightsFolder) + " or later");
     }
-    std::string parts = digestOf(network.bytes.data(), network.bytes.size());
-    for (const std::filesystem::path& weights : network.weights) parts += " " + digestOfFile(weights);
-    key_ = digestOf(parts + processor + " " + engine().release + " " + std::to_string(static_cast<int>(optimization)) +
-                    " " + std::to_string(static_cast<uint64_t>(provider)));
+    weightDigests_ = digestsOf(weights_);
+    key_ = digestOf(digestOf(network.bytes.data(), network.bytes.size()) + weightDigests_ + processor + " " +
+                    engine().release + " " + std::to_string(static_cast<int>(optimization)) + " " +
+                    std::to_string(static_cast<uint64_t>(provider)));
     std::string name = modelName;
     name += '\0';
     path_.append(Filepath(digestOf(name + componentName).substr(0, kDigestSize / 2) + ".network"));
@@ -119,8 +135,11 @@ std::optional<CachedNetwork> Cache::load() const {
 CachedNetwork Cache::store(const std::function<void(const std::filesystem::path&)>& write) const {
     const std::filesystem::path path = toSystemPath(path_);
     std::filesystem::create_directories(toSystemPath(directory_));
+    removeLeftovers(path);
     const TemporaryFile byEngine(path);
     write(byEngine.path());
+    // The engine has read the weights after they were digested.
+    if (digestsOf(weights_) != weightDigests_) throw FileException("the weights have changed meanwhile");
     Kit::ComponentBytes network = readFile(byEngine.path());
     const TemporaryFile whole(path);
     const std::string header = std::string(kBegin) + key_ + "\n" + digestOf(network.data(), network.size()) + "\n";

@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace TarnoMirelo::OnnxRuntime {
 
@@ -44,6 +45,8 @@ class Cache {
 
     Filepath directory_;
     Filepath path_;
+    std::vector<std::filesystem::path> weights_;
+    std::string weightDigests_;
     std::string key_;
 };
 

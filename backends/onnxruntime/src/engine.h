@@ -17,6 +17,8 @@ namespace TarnoMirelo::OnnxRuntime {
 /// The lowest version of the engine's interface that has every function used here; the engine's release has the same
 /// number, as in 1.17. Functions that came later are called only where `Engine::version` says that they are there.
 constexpr uint32_t kLowestVersion = 17;
+/// That can be told where the weights of a network in memory lie. Others look in the process's working directory.
+constexpr uint32_t kVersionWithWeightsFolder = 22;
 
 /// The engine of this process.
 struct Engine {

@@ -111,8 +111,9 @@ MireloStatus Model::onLoad(const std::vector<ModelComponent>& components) {
         }
         const auto start = std::chrono::steady_clock::now();
         const NetworkFile file = readNetworkFile(components.front(), getRootDir());
-        const std::unique_ptr<Cache> cache = cacheFor(components.front(), file);
+        std::unique_ptr<Cache> cache;
         try {
+            cache = cacheFor(components.front(), file);
             network_ =
                 std::make_shared<Network>(file, getModelTarget(), options_, executionProvider(), cache.get(), log_);
         } catch (const Exception& exception) {

@@ -13,8 +13,11 @@
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
 
+constexpr int kMostThreads = 1024;  // the engine starts them all while it loads
+constexpr char kTensor[] = "a tensor";
 constexpr uint32_t kVersionWithStatistics = 23;  // of allocators
 constexpr uint32_t kVersionWithWeightsInMemory = 18;
+constexpr uint32_t kVersionWithDisabledOptimizers = 18;
 
 // Text that the engine allocates.
 std::string takeText(char* text, OrtAllocator& allocator) {
@@ -23,12 +26,32 @@ std::string takeText(char* text, OrtAllocator& allocator) {
     return copy;
 }
 
+std::string kindOf(const OrtTypeInfo& type) {
+    ONNXType kind = ONNX_TYPE_UNKNOWN;
+    check(api().GetOnnxTypeFromTypeInfo(&type, &kind));
+    switch (kind) {
+        case ONNX_TYPE_TENSOR:
+            return kTensor;
+        case ONNX_TYPE_SPARSETENSOR:
+            return "a sparse tensor";
+        case ONNX_TYPE_SEQUENCE:
+            return "a sequence";
+        case ONNX_TYPE_MAP:
+            return "a map";
+        case ONNX_TYPE_OPTIONAL:
+            return "an optional value";
+        default:
+            return "a value of kind " + std::to_string(kind);
+    }
+}
+
 NetworkValue describe(std::string name, const Owned<OrtTypeInfo>& type, const OnnxOutline& outline) {
     NetworkValue value;
     value.name = std::move(name);
+    value.kind = kindOf(*type);
+    if (value.kind != kTensor) return value;
     const OrtTensorTypeAndShapeInfo* tensor = nullptr;  // a part of the type
     check(api().CastTypeInfoToTensorInfo(type.get(), &tensor));
-    if (tensor == nullptr) return value;
     check(api().GetTensorElementType(tensor, &value.type));
     size_t count = 0;
     check(api().GetDimensionsCount(tensor, &count));
@@ -66,6 +89,13 @@ const NetworkValue* find(const std::vector<NetworkValue>& values, const std::str
     throw ModelMetaDataException(std::string(kind) + " \"" + name + "\": " + text);
 }
 
+// What a value is that no target can describe; empty where one can.
+std::string misfitOf(const NetworkValue& value) {
+    if (toDataType(value.type) != DataType::Undefined) return "";
+    const bool isTensor = value.type != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+    return isTensor ? value.kind + " of elements of type " + nameOf(value.type) : value.kind;
+}
+
 // What the target says of a tensor, and where it leaves a dimension or the element type open, what the network does.
 TensorDescriptor restrictedBy(const NetworkValue& value, const TensorDescriptor& declared, const char* kind) {
     DataType type = declared.tensorType();
@@ -73,7 +103,7 @@ TensorDescriptor restrictedBy(const NetworkValue& value, const TensorDescriptor&
         if (found == DataType::Undefined || toEngineType(type) != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED) {
             const bool isTensor = value.type != ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
             refuse(kind, value.name,
-                   (isTensor ? "the network has elements of type " + nameOf(value.type) : "the network has no tensor") +
+                   "the network has " + (isTensor ? "elements of type " + nameOf(value.type) : value.kind) +
                        ", declared is " + Kit::toText(type));
         }
         type = found;
@@ -121,7 +151,10 @@ ModelTarget restrictedBy(const std::vector<NetworkValue>& inputs, const std::vec
     for (const NetworkValue& input : inputs) {
         const auto isThis = [&](const ModelFeatureDescriptor& each) { return each.name() == input.name; };
         if (!input.isOptional && std::none_of(target.inputs.begin(), target.inputs.end(), isThis)) {
-            refuse("Input", input.name, "the network has it, the target lacks it");
+            const std::string misfit = misfitOf(input);
+            refuse("Input", input.name,
+                   misfit.empty() ? "the network has it, the target lacks it"
+                                  : "the network has " + misfit + ", which no target can describe");
         }
     }
     return target;
@@ -148,20 +181,42 @@ GraphOptimizationLevel toLevel(GraphOptimization optimization) {
                                     std::to_string(static_cast<int>(optimization)));
 }
 
-Owned<OrtSessionOptions> toSessionOptions(const Options& options, OrtEP provider, const Log& log) {
-    if (options.threadsWithinNodes < 0 || options.threadsBetweenNodes < 0) {
-        throw InvalidArgumentsException("Options: a number of threads is below 0");
+// Some optimisers of the engine make another network of some networks:
+//   - Pad_Fusion takes a padding with zeros into the MaxPool behind it, which pads with what is below every value;
+//   - GemmTransposeFusion takes any Transpose of a matrix for one that swaps the dimensions;
+//   - TransposeOptimizer quantises an output of the network that goes through a Transpose and a QuantizeLinear, too;
+//   - the remover of double quantisation takes one of two zero points for both.
+// They are disabled. Release 1.17 can't disable the first three alone: there, networks that GemmTransposeFusion breaks
+// aren't optimised at all. The other two are right in it.
+GraphOptimization optimizationFor(const OnnxOutline& outline, const Options& options) {
+    const bool canDisable = engine().version >= kVersionWithDisabledOptimizers;
+    return canDisable || !outline.hasIdleTranspose ? options.graphOptimization : GraphOptimization::None;
+}
+
+Owned<OrtSessionOptions> toSessionOptions(const NetworkFile& file, const Options& options, OrtEP provider,
+                                          const Log& log) {
+    for (const int threads : {options.threadsWithinNodes, options.threadsBetweenNodes}) {
+        if (threads >= 0 && threads <= kMostThreads) continue;
+        throw InvalidArgumentsException("Options: a number of threads is " + std::to_string(threads) +
+                                        ", wanted is 0 to " + std::to_string(kMostThreads));
     }
     if (options.copies < 1) throw InvalidArgumentsException("Options: the number of copies is below 1");
     Owned<OrtSessionOptions> made = make<OrtSessionOptions>(api().CreateSessionOptions);
     check(api().SetUserLoggingFunction(made.get(), &Log::writeEngineLine, const_cast<Log*>(&log)));  // which reads it
     check(api().SetSessionLogSeverityLevel(made.get(), log.engineLevel()));
-    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(options.graphOptimization)));
+    check(api().SetSessionGraphOptimizationLevel(made.get(), toLevel(optimizationFor(file.outline, options))));
     check(api().SetIntraOpNumThreads(made.get(), options.threadsWithinNodes));
     check(api().SetInterOpNumThreads(made.get(), options.threadsBetweenNodes));
     if (options.threadsBetweenNodes != 1) check(api().SetSessionExecutionMode(made.get(), ORT_PARALLEL));
-    // It takes a padding with zeros into the MaxPool behind it, which pads with what is below every value.
-    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers", "Pad_Fusion"));
+    std::string wrong = "Pad_Fusion;GemmTransposeFusion";
+    if (file.outline.isQuantised) wrong += ";TransposeOptimizer;TransposeOptimizer_CPUExecutionProvider";
+    check(api().AddSessionConfigEntry(made.get(), "optimization.disable_specified_optimizers", wrong.c_str()));
+    check(api().AddSessionConfigEntry(made.get(), "session.disable_double_qdq_remover", "1"));
+    if (!file.weights.empty() && engine().version >= kVersionWithWeightsFolder) {
+        const std::u8string folder = file.path.parent_path().u8string();  // as the engine wants it on every system
+        check(api().AddSessionConfigEntry(made.get(), "session.model_external_initializers_file_folder_path",
+                                          reinterpret_cast<const char*>(folder.c_str())));
+    }
     appendProvider(*made, provider);
     return made;
 }
@@ -204,11 +259,24 @@ Owned<OrtSession> openBytes(const Kit::ComponentBytes& bytes, const OrtSessionOp
     });
 }
 
+// From the bytes that the target and the cache's key are about, unless the engine finds the weights only beside a file.
 Owned<OrtSession> openFile(const NetworkFile& file, const OrtSessionOptions& options) {
-    if (file.weights.empty()) return openBytes(file.bytes, options);
-    return openSession([&](OrtSession** session) {  // the engine looks for the weights beside the file
+    if (file.weights.empty() || engine().version >= kVersionWithWeightsFolder) return openBytes(file.bytes, options);
+    return openSession([&](OrtSession** session) {
         return api().CreateSession(engine().environment, file.path.c_str(), &options, session);
     });
+}
+
+// Of a network that failed to load with these options, which are changed.
+bool loadsUnoptimised(const NetworkFile& file, OrtSessionOptions& options) {
+    check(api().SetSessionGraphOptimizationLevel(&options, ORT_DISABLE_ALL));
+    check(api().SetSessionLogSeverityLevel(&options, ORT_LOGGING_LEVEL_FATAL));  // else it logs the failure twice
+    try {
+        openFile(file, options);
+        return true;
+    } catch (const Exception&) {
+        return false;
+    }
 }
 
 // Has the engine take weights from memory, in place of the files that the network names; it copies them.
@@ -241,7 +309,7 @@ struct CachedSessions {
 
 CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP provider, const Cache& cache,
                        const Log& log) {
-    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file, options, provider, log);
     // The engine warns that the file is for this machine alone, which the cache sees to.
     check(api().SetSessionLogSeverityLevel(sessionOptions.get(), ORT_LOGGING_LEVEL_ERROR));
     return cache.store([&](const std::filesystem::path& path) {
@@ -250,9 +318,10 @@ CachedNetwork optimise(const NetworkFile& file, const Options& options, OrtEP pr
     });
 }
 
-// Nothing where the cache is of no use, which is logged.
+// Nothing where the cache is of no use.
+// @param failure  out: why; it may be the network's, which then fails without the cache, too
 std::optional<CachedSessions> openCached(const NetworkFile& file, const Options& options, OrtEP provider,
-                                         const Cache& cache, const Log& log) {
+                                         const Cache& cache, const Log& log, std::string& failure) {
     try {
         std::optional<CachedNetwork> kept = cache.load();
         const bool isNew = !kept;
@@ -260,13 +329,7 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
         OnnxOutline outline = readOutline(kept->network.data(), kept->network.size());
         Options done = options;
         done.graphOptimization = GraphOptimization::None;
-        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(done, provider, log);
-        if (!outline.weightFiles.empty()) {                                   // beside the network's own file
-            const std::u8string folder = file.path.parent_path().u8string();  // as the engine wants it on every system
-            check(api().AddSessionConfigEntry(sessionOptions.get(),
-                                              "session.model_external_initializers_file_folder_path",
-                                              reinterpret_cast<const char*>(folder.c_str())));
-        }
+        const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file, done, provider, log);
         std::vector<Owned<OrtSession>> sessions;
         sessions.reserve(static_cast<size_t>(options.copies));
         for (int i = 0; i < options.copies; ++i) sessions.push_back(openBytes(kept->network, *sessionOptions));
@@ -274,21 +337,19 @@ std::optional<CachedSessions> openCached(const NetworkFile& file, const Options&
                                          Kit::toText(cache.path()));
         return CachedSessions{std::move(sessions), std::move(outline)};
     } catch (const std::exception& exception) {
-        log.write(LogSeverity::Warning,
-                  "The cache file is not used: " + Kit::toText(cache.path()) + ": " + exception.what());
+        failure = "The cache file is not used: " + Kit::toText(cache.path()) + ": " + exception.what();
         return std::nullopt;
     }
 }
 
 ModelFeatureDescriptor describeValue(const char* kind, const NetworkValue& value) {
     const std::string about = std::string(kind) + " \"" + value.name + "\": ";
-    const DataType type = toDataType(value.type);
-    if (type == DataType::Undefined) {
-        throw ModelMetaDataException(
-            about + "it is no tensor, or has elements of a type that tensors don't have: " + nameOf(value.type));
+    if (const std::string misfit = misfitOf(value); !misfit.empty()) {
+        throw ModelMetaDataException(about + "it is " + misfit + ", which no target can describe");
     }
     if (!value.shape) throw ModelMetaDataException(about + "the network doesn't say how many dimensions it has");
-    return {MireloFeatureType::Tensor, true, value.name, "", TensorDescriptor(TensorShape(*value.shape), type)};
+    return {MireloFeatureType::Tensor, true, value.name, "",
+            TensorDescriptor(TensorShape(*value.shape), toDataType(value.type))};
 }
 
 }  // namespace
@@ -322,10 +383,10 @@ Network::Network(Opened opened, const ModelTarget& target, std::shared_ptr<const
             copy.arena = make<OrtAllocator>(api().CreateAllocator, copy.session.get(), hostMemory());
         }
         // Weights that the engine packs for its kernels are in the arena, and the others, as they are, beside it.
-        outsideArenas_ +=
-            opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, arenaBytes(copy));
+        const uint64_t inArena = arenaBytes(copy);
+        outsideArenas_ += opened.bytesBesideWeights + opened.weightBytes - std::min(opened.weightBytes, inArena);
+        measureMemory(copy);
     }
-    measureMemory();
 }
 
 uint64_t Network::arenaBytes(const Copy& copy) {
@@ -340,10 +401,11 @@ uint64_t Network::arenaBytes(const Copy& copy) {
     return total == nullptr ? 0 : std::strtoull(total, nullptr, 10);
 }
 
-void Network::measureMemory() const {
+void Network::measureMemory(const Copy& copy) const {
+    copy.inArena = arenaBytes(copy);
     uint64_t bytes = outsideArenas_;
-    for (const Copy& copy : copies_) bytes += arenaBytes(copy);
-    memory_ = bytes;
+    for (const Copy& each : copies_) bytes += each.inArena;
+    if (memory_ != bytes) memory_ = bytes;
 }
 
 const Network::Copy& Network::nextCopy() const { return copies_[nextCopy_++ % copies_.size()]; }
@@ -370,10 +432,13 @@ Network::Run::Run(const Network& network, const Copy& copy, uint64_t inputBytes)
 }
 
 Network::Run::~Run() {
+    constexpr std::chrono::milliseconds kInterval(1);  // a measurement takes some 0.003
     --copy_.running;
-    if (!mayGrow_) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (!mayGrow_ && now - copy_.measured.load() < kInterval) return;
+    copy_.measured = now;
     try {
-        network_.measureMemory();
+        network_.measureMemory(copy_);
     } catch (...) {  // NOLINT(bugprone-empty-catch): what was measured before stays
     }
 }
@@ -381,12 +446,13 @@ Network::Run::~Run() {
 Network::Opened Network::open(const NetworkFile& file, const Options& options, OrtEP provider, const Cache* cache,
                               const Log& log) {
     OperatorDomains operators(file.outline);
-    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(options, provider, log);
+    const Owned<OrtSessionOptions> sessionOptions = toSessionOptions(file, options, provider, log);
     operators.addTo(*sessionOptions);
     addOperatorLibraries(*sessionOptions);
     addArchivedWeights(file, *sessionOptions);
     std::optional<CachedSessions> cached;
-    if (cache != nullptr) cached = openCached(file, options, provider, *cache, log);
+    std::string cacheFailure;
+    if (cache != nullptr) cached = openCached(file, options, provider, *cache, log, cacheFailure);
     Opened opened{std::move(operators),
                   cached ? std::move(cached->sessions) : std::vector<Owned<OrtSession>>(),
                   cached.has_value(),
@@ -394,11 +460,23 @@ Network::Opened Network::open(const NetworkFile& file, const Options& options, O
                   0,
                   {},
                   {}};
-    while (opened.sessions.size() < static_cast<size_t>(options.copies)) {
-        opened.sessions.push_back(openFile(file, *sessionOptions));
+    try {
+        while (opened.sessions.size() < static_cast<size_t>(options.copies)) {
+            opened.sessions.push_back(openFile(file, *sessionOptions));
+        }
+    } catch (const Exception& exception) {
+        opened.operators.raiseFailure();  // which says more
+        if (options.graphOptimization == GraphOptimization::None || !loadsUnoptimised(file, *sessionOptions)) throw;
+        throw Exception(
+            std::string(exception.what()) + "; the network loads without optimisation: try a lower graphOptimization",
+            exception.getStatusCode());
     }
+    opened.operators.raiseFailure();
+    if (!cacheFailure.empty()) log.write(LogSeverity::Warning, cacheFailure);
     const OnnxOutline& outline = cached ? cached->outline : file.outline;
     opened.weightBytes = outline.weightBytes;
+    // The form in the cache has them at their new width.
+    if (!cached && options.graphOptimization == GraphOptimization::All) opened.weightBytes += outline.widenedBytes;
     opened.bytesBesideWeights = bytesBesideWeights(outline);
     const OrtSession& session = *opened.sessions.front();
     const OrtApi& engine = api();

@@ -8,6 +8,7 @@
 #include <TarnoMirelo/onnxruntime.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@ class Log;
 /// An input or output as the network has it.
 struct NetworkValue {
     std::string name;
+    std::string kind = "a tensor";                                             // or another kind of value, "a sequence"
     ONNXTensorElementDataType type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;  // also of what is no tensor
     std::optional<std::vector<int64_t>> shape;  // -1 for an open dimension; nothing where not even the rank is known
     bool isOptional = false;                    // the network has a constant for it
@@ -69,7 +71,9 @@ class Network {
     /// write to no cache line of each other's.
     struct alignas(64) Copy {
         Owned<OrtSession> session;
-        Owned<OrtAllocator> arena;  // the session's; empty where the engine tells nothing of it
+        Owned<OrtAllocator> arena;                  // the session's; empty where the engine tells nothing of it
+        mutable std::atomic<uint64_t> inArena = 0;  // bytes, as they were measured last
+        mutable std::atomic<std::chrono::steady_clock::time_point> measured{};
         mutable std::atomic<uint64_t> largestInputs = 0;
         mutable std::atomic<int> running = 0;
         mutable std::atomic<int> mostRunning = 0;
@@ -77,8 +81,10 @@ class Network {
     /// The copy for the next binding, one after the other.
     const Copy& nextCopy() const;
 
-    /// Lives for the time of a run. When the inputs are larger than those of any run of the copy before, or more runs
-    /// overlap than ever before, the engine may have taken more memory, which is then measured.
+    /// Lives for the time of a run. The engine may take more memory when the inputs are larger than those of any run of
+    /// the copy before, when more runs overlap than ever before, or when values of the inputs make the tensors in
+    /// between larger. So the memory is measured after the first two, and after any run a millisecond after the last
+    /// measurement.
     class Run {
      public:
         /// Of a copy that no other run uses, where there is one.
@@ -112,7 +118,7 @@ class Network {
                        const Log& log);
     const Copy& freeCopy() const;
     static uint64_t arenaBytes(const Copy& copy);
-    void measureMemory() const;
+    void measureMemory(const Copy& copy) const;
 
     std::shared_ptr<const Log> log_;  // it and the operators outlive the sessions
     OperatorDomains operators_;

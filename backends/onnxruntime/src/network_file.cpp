@@ -25,15 +25,23 @@ ModelComponent findNetwork(const ModelComponent& component, const Filepath& root
     return network;
 }
 
+// A backslash is a part of a name to the engine on Linux, and a separator to it on Windows and to this library.
+void checkLocation(const std::string& location, const std::string& about) {
+    if (location.find('\\') != std::string::npos) {
+        throw ModelMetaDataException(about + " have a path with a backslash, wanted is \"/\" between folders");
+    }
+    if (location.empty() || !Kit::staysInside(location)) {
+        throw ModelMetaDataException(about + " lie outside of the network's folder");
+    }
+}
+
 // The weights that lie in files of their own: below the network's folder, and there.
 std::vector<std::filesystem::path> locateWeights(const NetworkFile& file) {
     std::vector<std::filesystem::path> weights;
     for (const std::string& location : file.outline.weightFiles) {
         const std::string about = "the weights in \"" + location + "\"";
         if (file.path.empty()) throw ModelMetaDataException(about + " lie outside of the network, which is in memory");
-        if (location.empty() || !Kit::staysInside(location)) {
-            throw ModelMetaDataException(about + " lie outside of the network's folder");
-        }
+        checkLocation(location, about);
         std::error_code error;
         weights.push_back(file.path.parent_path() / toSystemPath(Filepath(location)));
         if (!std::filesystem::is_regular_file(weights.back(), error)) {
@@ -48,9 +56,7 @@ void findArchivedWeights(const std::string& network, NetworkFile& file) {
     const std::string folder = network.substr(0, network.rfind('/') + 1);  // nothing at the top
     for (const std::string& location : file.outline.weightFiles) {
         const std::string about = "the weights in \"" + location + "\"";
-        if (location.empty() || !Kit::staysInside(location)) {
-            throw ModelMetaDataException(about + " lie outside of the network's folder");
-        }
+        checkLocation(location, about);
         const std::u8string inside = toSystemPath(Filepath(location)).lexically_normal().generic_u8string();
         const Kit::ComponentFiles::File* const weights =
             file.archive.find(folder + std::string(inside.begin(), inside.end()));

@@ -7,6 +7,8 @@
 #include <limits>
 #include <set>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace TarnoMirelo::OnnxRuntime {
 namespace {
@@ -113,10 +115,14 @@ class Reader {
             }
         });
         if (!hasGraph) refuse();
+        for (const auto& [name, size] : halves_) {
+            if (!readAsHalves_.contains(name)) outline_.widenedBytes = add(outline_.widenedBytes, size);
+        }
     }
 
  private:
     static constexpr int kMostDepth = 100;  // as protobuf has it
+    static constexpr uint64_t kHalf = 10;   // the format's number of float16
 
     void readGraph(std::string_view bytes, int depth) {
         if (depth > kMostDepth) refuse();
@@ -155,15 +161,40 @@ class Reader {
     }
 
     void readNode(std::string_view bytes, int depth) {
+        std::vector<std::string> inputs;
         std::string type;
         std::string domain;
         eachText(bytes, [&](const Field& field) {
             if (field.number == 4) type = field.text;
             if (field.number == 7) domain = field.text;
             if (field.number == 5) readAttribute(field.text, depth);
+            if (field.number == 1) inputs.emplace_back(field.text);
         });
+        if (type == "MatMul" || type == "Gather") readAsHalves_.insert(inputs.begin(), inputs.end());
         if (type != "Constant") ++outline_.nodes;
-        if (!domain.empty() && domain != "ai.onnx") outline_.operators.emplace(domain, type);
+        if (type == "QuantizeLinear") outline_.isQuantised = true;
+        if (domain.empty() || domain == "ai.onnx") {
+            if (type == "Transpose" && isIdleTranspose(bytes)) outline_.hasIdleTranspose = true;
+        } else {
+            const bool hasGap = std::find(inputs.begin(), inputs.end(), "") != inputs.end();
+            if (hasGap) outline_.operatorsWithGaps.emplace(domain, type);
+            outline_.operators.emplace(std::move(domain), std::move(type));
+        }
+    }
+
+    // Whether a Transpose has the attribute perm = [0, 1].
+    static bool isIdleTranspose(std::string_view node) {
+        std::vector<uint64_t> numbers;
+        eachText(node, [&](const Field& field) {
+            if (field.number != 5) return;
+            Message attribute(field.text);
+            for (Field part; attribute.next(part);) {
+                if (part.number != 8) continue;
+                if (!part.hasText) numbers.push_back(part.value);
+                for (Message packed(part.text); !packed.ended();) numbers.push_back(packed.varint());
+            }
+        });
+        return numbers == std::vector<uint64_t>{0, 1};
     }
 
     void readAttribute(std::string_view bytes, int depth) {
@@ -185,13 +216,18 @@ class Reader {
         Field field;
         uint64_t elements = 1;
         uint64_t width = 1;
+        bool isHalf = false;
+        std::string name;
         while (message.next(field)) {
             if (field.number == 1) elements = multiply(elements, field.hasText ? productOf(field.text) : field.value);
             if (field.number == 2) width = widthOf(field.value);
+            if (field.number == 2) isHalf = field.value == kHalf;
+            if (field.number == 8) name = field.text;
             if (field.number == 13) readLocation(field.text);
         }
         ++outline_.constants;
         countWeights(multiply(elements, width), depth);
+        if (isHalf && depth == 0) halves_.emplace_back(std::move(name), multiply(elements, width));
     }
 
     // Weights of a subgraph are in the node that it belongs to, and so in each graph around it, and in the engine's
@@ -242,6 +278,8 @@ class Reader {
     }
 
     OnnxOutline& outline_;
+    std::vector<std::pair<std::string, uint64_t>> halves_;  // float16 constants and their bytes
+    std::set<std::string> readAsHalves_;                    // inputs of the nodes that take float16 as it is
 };
 
 }  // namespace

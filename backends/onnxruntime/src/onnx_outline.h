@@ -10,7 +10,10 @@ namespace TarnoMirelo::OnnxRuntime {
 
 /// What the file of an ONNX network says that the engine is not asked for: read before the engine sees it.
 struct OnnxOutline {
-    std::set<std::pair<std::string, std::string>> operators;  // domain and type, of every domain but ONNX's own
+    std::set<std::pair<std::string, std::string>> operators;          // domain and type, of every domain but ONNX's own
+    std::set<std::pair<std::string, std::string>> operatorsWithGaps;  // those of which a node leaves out an input
+    bool isQuantised = false;                                         // has a QuantizeLinear
+    bool hasIdleTranspose = false;          // a Transpose of two dimensions that leaves them as they are
     std::set<std::string> weightFiles;      // paths as the network has them, relative to its own folder
     std::set<std::string> valuesWithShape;  // inputs and outputs whose number of dimensions is declared
 
@@ -19,6 +22,7 @@ struct OnnxOutline {
     uint64_t constants = 0;
     uint64_t subgraphs = 0;
     uint64_t weightBytes = 0;          // of the constants of the graph itself, as their shapes say
+    uint64_t widenedBytes = 0;         // that float16 constants grow by: at the last level, most nodes get floats
     uint64_t subgraphWeightBytes = 0;  // of those of subgraphs, as often as the engine keeps each of them
 };
 

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -89,6 +90,7 @@ struct EngineOperator : OrtCustomOp {
     std::string domain_;
     std::string type_;
     std::unique_ptr<Operator> prototype_;  // asked for the outputs while the network is loaded
+    mutable std::exception_ptr failure_;   // the first of these questions that failed; the engine may go on without it
 };
 
 const EngineOperator& ownOf(const OrtCustomOp* op) { return *static_cast<const EngineOperator*>(op); }
@@ -109,10 +111,8 @@ std::vector<TensorDescriptor> outputsOf(const Operator& operation, const std::ve
     return outputs;
 }
 
-// The tensor of a value, and its description; null for an input that is left out.
+// The tensor of a value, and its description.
 std::shared_ptr<BorrowedTensor> borrow(const OrtValue* value, TensorDescriptor& descriptor) {
-    descriptor = TensorDescriptor({}, DataType::Undefined);
-    if (value == nullptr) return nullptr;
     int isTensor = 0;
     check(api().IsTensor(value, &isTensor));
     if (isTensor == 0) throw InvalidTypeException("an input is no tensor");
@@ -209,6 +209,7 @@ void inferOutputs(const Operator& operation, OrtShapeInferContext& context) {
         inputs.push_back(info == nullptr ? TensorDescriptor({}, DataType::Undefined) : describe(*info));
     }
     const std::vector<TensorDescriptor> outputs = outputsOf(operation, inputs);
+    if (outputs.empty()) throw MLFrameworkException("it has no outputs");
     for (size_t i = 0; i < outputs.size(); ++i) {
         try {
             setOutput(context, i, outputs[i]);
@@ -232,8 +233,8 @@ EngineOperator::EngineOperator(std::string domain, std::string type, std::unique
     GetInputCharacteristic = [](const OrtCustomOp*, size_t) { return INPUT_OUTPUT_VARIADIC; };
     GetOutputCharacteristic = GetInputCharacteristic;
     GetInputMemoryType = [](const OrtCustomOp*, size_t) { return OrtMemTypeDefault; };
-    GetVariadicInputMinArity = [](const OrtCustomOp*) { return 1; };
-    GetVariadicOutputMinArity = GetVariadicInputMinArity;
+    GetVariadicInputMinArity = [](const OrtCustomOp*) { return 0; };
+    GetVariadicOutputMinArity = [](const OrtCustomOp*) { return 1; };
     GetVariadicInputHomogeneity = [](const OrtCustomOp*) { return 0; };
     GetVariadicOutputHomogeneity = GetVariadicInputHomogeneity;
     GetStartVersion = [](const OrtCustomOp*) { return 1; };
@@ -252,7 +253,15 @@ EngineOperator::EngineOperator(std::string domain, std::string type, std::unique
     };
     KernelDestroy = [](void* kernel) { delete static_cast<Kernel*>(kernel); };
     InferOutputShapeFn = [](const OrtCustomOp* op, OrtShapeInferContext* context) {
-        return statusOf(ownOf(op).name(), [&] { inferOutputs(*ownOf(op).prototype_, *context); });
+        const EngineOperator& own = ownOf(op);
+        return statusOf(own.name(), [&] {
+            try {
+                inferOutputs(*own.prototype_, *context);
+            } catch (...) {
+                if (own.failure_ == nullptr) own.failure_ = std::current_exception();
+                throw;
+            }
+        });
     };
 }
 
@@ -275,6 +284,10 @@ OperatorDomains::OperatorDomains(const OnnxOutline& outline) {
     for (const auto& [domain, type] : outline.operators) {  // in the order of the domains
         std::unique_ptr<Operator> prototype = createOperator(std::string(domain).append(".").append(type));
         if (prototype == nullptr) continue;
+        if (outline.operatorsWithGaps.contains({domain, type})) {  // over which release 1.17 of the engine crashes
+            throw ModelMetaDataException(std::string(domain).append(".").append(type) +
+                                         ": a node leaves out an input, which operators of the host can't do");
+        }
         if (domains_.empty() || domains_.back()->name != domain) domains_.push_back(std::make_unique<Domain>(domain));
         Domain& last = *domains_.back();
         last.operators.push_back(std::make_shared<EngineOperator>(domain, type, std::move(prototype)));
@@ -288,6 +301,15 @@ OperatorDomains::~OperatorDomains() = default;
 
 void OperatorDomains::addTo(OrtSessionOptions& options) const {
     for (const auto& domain : domains_) check(api().AddCustomOpDomain(&options, domain->domain));
+}
+
+void OperatorDomains::raiseFailure() const {
+    for (const auto& domain : domains_) {
+        for (const auto& each : domain->operators) {
+            const EngineOperator& own = ownOf(each.get());
+            if (own.failure_ != nullptr) check(statusOf(own.name(), [&] { std::rethrow_exception(own.failure_); }));
+        }
+    }
 }
 
 void addOperatorLibraries(OrtSessionOptions& options) {

@@ -17,6 +17,7 @@ namespace TarnoMirelo::OnnxRuntime {
 class OperatorDomains {
  public:
     /// Looks for each operator of the network in the finalised registry. Factories of other operators are not called.
+    /// Raises `ModelMetaDataException` for a node that leaves out an input.
     explicit OperatorDomains(const OnnxOutline& outline);
     OperatorDomains(OperatorDomains&& other) noexcept;
     OperatorDomains& operator=(OperatorDomains&& other) noexcept;
@@ -24,6 +25,8 @@ class OperatorDomains {
 
     bool empty() const { return domains_.empty(); }
     void addTo(OrtSessionOptions& options) const;
+    /// Raises what an operator raised when it was asked for its outputs, after a session was made or could not be made.
+    void raiseFailure() const;
 
  private:
     struct Domain;

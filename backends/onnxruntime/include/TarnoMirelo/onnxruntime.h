@@ -41,25 +41,26 @@ struct NetworkFile;
 /// A class that derives from it is built with type information (not with `-fno-rtti`), by which the backend tells it
 /// from operators that are none of its own. It must not call back into the model that runs it, or release its binding.
 ///
-/// Elements are of any type that tensors have. What an operator raises, or returns as a failure, becomes the status of
-/// the model's operation; a `WARNING` is logged, and the outputs taken. The registry's libraries of operators are
-/// handed to the engine.
+/// Elements are of any type that tensors have. A node may have no inputs, but a load refuses one that leaves out an
+/// input between or behind others. What an operator raises, or returns as a failure, becomes the status of the model's
+/// operation; a `WARNING` is logged, and the outputs taken. The registry's libraries of operators are handed to the
+/// engine.
 class MIRELO_ONNXRUNTIME_API Operator : public CustomOperators::Operator {
  public:
     Operator();
     ~Operator() override;
 
-    /// The element types and shapes of the outputs for these of the inputs. An input that the node leaves out has type
-    /// `Undefined`. While the network is loaded, -1 stands for a dimension that is not known yet, and an output may
-    /// have such dimensions, too; a shape without dimensions may then be one that is not known at all.
+    /// The element types and shapes of the outputs for these of the inputs. While the network is loaded, -1 stands for
+    /// a dimension that is not known yet, and an output may have such dimensions, too; a shape without dimensions may
+    /// then be one that is not known at all.
     virtual std::vector<TensorDescriptor> outputs(const std::vector<TensorDescriptor>& inputs) const = 0;
-    /// Computes every element of the outputs. The tensors are borrowed for the call; null for an input that the node
-    /// leaves out.
+    /// Computes every element of the outputs. The tensors are borrowed for the call.
     virtual MireloStatus forward(const std::vector<std::shared_ptr<const ITensor>>& inputs,
                                  const std::vector<std::shared_ptr<ITensor>>& outputs) = 0;
 };
 
-/// How far the engine may rewrite the network while it is loaded. Results differ by rounding at most.
+/// How far the engine may rewrite the network while it is loaded. Results differ by rounding; those of a quantised
+/// network, whose nodes may be computed with integers then, by a step of a quantisation.
 enum class GraphOptimization : int32_t {
     None,      ///< not at all
     Basic,     ///< constants are computed, what has no use is dropped
@@ -76,9 +77,11 @@ enum class CacheStatus : int32_t {
 
 /// How a model is loaded and run.
 struct Options {
-    /// Threads that share the work of one node, the caller's included; 0 for the engine's choice, one for each core.
+    /// Threads that share the work of one node, the caller's included, at most 1,024; 0 for the engine's choice, one
+    /// for each core.
     int threadsWithinNodes = 0;
-    /// Nodes that don't depend on each other may run at once, on that many threads; 1 runs one node after the other.
+    /// Nodes that don't depend on each other may run at once, on that many threads, at most 1,024; 1 runs one node
+    /// after the other.
     int threadsBetweenNodes = 1;
     /// How often the engine loads the network. Predictions that overlap use different copies, and each binding uses one
     /// of its own as long as there are enough: they then wait for nothing of each other's. Each copy takes the time of
@@ -186,7 +189,8 @@ MIRELO_ONNXRUNTIME_API MireloStatus describeNetwork(const ModelComponent& compon
 /// the load before stays.
 ///
 /// **Memory** that the engine takes for the model is reported through the model's record at the first operation after
-/// the model was registered, kept up to date, and taken back by the unload.
+/// the model was registered, measured anew after predictions that may have changed it, and taken back by the unload. It
+/// is an estimate; docs/onnxruntime.md lists what it misses.
 ///
 /// **Log**: the configuration's sink gets the load of a component with its time, an unload, every failure of the
 /// engine, and the engine's own warnings and errors. Without a sink, failures alone are reported, through `_Report_`.

@@ -110,7 +110,7 @@ TEST_F(OnnxRuntimeMemory, IsWithinAFifthOfWhatTheHeapGrewBy) {
     folder.write("half.onnx",
                  network({node("Conv", {"x", "w"}, {"y"})}, {port("x", DataType::Float16, {1, 256, 8, 8})},
                          {port("y", DataType::Float16, {1, 512, 6, 6})},
-                         {constant("w", DataType::Float16, kernel, std::vector<uint16_t>(512 * 256 * 9))}));
+                         {constant("w", DataType::Float16, kernel, std::vector<uint16_t>(size_t{512} * 256 * 9))}));
     check(folder.native() / "half.onnx", {{"x", DataType::Float16, {1, 256, 8, 8}}},
           {{"y", DataType::Float16, {1, 512, 6, 6}}});
 }

@@ -628,7 +628,7 @@ TEST_F(OnnxRuntimeCache, RemovesWhatKilledProcessesLeft) {
     use();
     std::vector<std::filesystem::path> left;  // of this cache file, an hour old and new; and of another one
     for (const std::filesystem::path& name : {file, file, file.parent_path() / "other.network"}) {
-        left.push_back(name.native() + std::filesystem::path("." + std::to_string(left.size()) + ".tmp").native());
+        left.emplace_back(name.native() + std::filesystem::path("." + std::to_string(left.size()) + ".tmp").native());
         std::ofstream(left.back()) << "a part";
         const auto age = std::chrono::minutes(left.size() == 2 ? 30 : 61);
         std::filesystem::last_write_time(left.back(), std::filesystem::file_time_type::clock::now() - age);

@@ -405,7 +405,7 @@ void Network::measureMemory(const Copy& copy) const {
     copy.inArena = arenaBytes(copy);
     uint64_t bytes = outsideArenas_;
     for (const Copy& each : copies_) bytes += each.inArena;
-    if (memory_ != bytes) memory_ = bytes;
+    memory_ = bytes;
 }
 
 const Network::Copy& Network::nextCopy() const { return copies_[nextCopy_++ % copies_.size()]; }

@@ -215,19 +215,18 @@ class Reader {
         Message message(bytes);
         Field field;
         uint64_t elements = 1;
-        uint64_t width = 1;
-        bool isHalf = false;
+        uint64_t type = 0;
         std::string name;
         while (message.next(field)) {
             if (field.number == 1) elements = multiply(elements, field.hasText ? productOf(field.text) : field.value);
-            if (field.number == 2) width = widthOf(field.value);
-            if (field.number == 2) isHalf = field.value == kHalf;
+            if (field.number == 2) type = field.value;
             if (field.number == 8) name = field.text;
             if (field.number == 13) readLocation(field.text);
         }
         ++outline_.constants;
-        countWeights(multiply(elements, width), depth);
-        if (isHalf && depth == 0) halves_.emplace_back(std::move(name), multiply(elements, width));
+        const uint64_t size = multiply(elements, widthOf(type));
+        countWeights(size, depth);
+        if (type == kHalf && depth == 0) halves_.emplace_back(std::move(name), size);
     }
 
     // Weights of a subgraph are in the node that it belongs to, and so in each graph around it, and in the engine's

@@ -26,21 +26,20 @@ std::string linesOf(const std::string& text, const std::vector<std::string>& det
 
 std::string printable(std::string_view text) {
     std::string result;
-    for (auto at = text.begin(); at != text.end();) {
-        const auto begin = at;
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data(); at != end;) {
+        const char* const begin = at;
         bool isShown = false;
         try {
-            const auto character = utf8::next(at, text.end());
+            const auto character = utf8::next(at, end);
             isShown = character >= 0x20 && (character < 0x7F || character > 0x9F);
         } catch (const utf8::exception&) {
             at = begin + 1;
         }
-        for (const char byte : std::string_view(begin, at)) {
-            if (isShown) {
-                result += byte;
-            } else {
-                result += escape(static_cast<unsigned char>(byte));
-            }
+        if (isShown) {
+            result.append(begin, at);
+        } else {
+            for (const char byte : std::string(begin, at)) result += escape(static_cast<unsigned char>(byte));
         }
     }
     return result;

@@ -48,9 +48,10 @@ fs::path findManifest(const fs::path& folder, const std::string& about) {
     if (!manifest) {
         if (const std::optional<fs::path> inner = onlyFolderIn(folder)) manifest = manifestIn(*inner, about);
     }
-    if (!manifest)
+    if (!manifest) {
         throw Failure(
             about + ": there is no manifest, wanted is a file that ends in \".json\", there or in the only subfolder");
+    }
     return *manifest;
 }
 

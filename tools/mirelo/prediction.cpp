@@ -121,7 +121,7 @@ NamedValues parseNamedValues(const std::string& option, const std::vector<std::s
         const std::string name = value.substr(0, equals);
         if (!isInput(name)) throw Failure("there is no input \"" + name + "\", wanted is one of " + namesOf(inputs));
         if (!parsed.emplace(name, value.substr(equals + 1)).second) {
-            throw WrongUsage(option + ": \"" + name + "\" is given twice");
+            throw WrongUsage(option + ": \"" + value.substr(0, equals) + "\" is given twice");
         }
     }
     return parsed;

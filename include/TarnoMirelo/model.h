@@ -182,6 +182,8 @@ class MIRELO_API ModelRuntimeStatus {
     MireloStatus setMaxAllowedMemoryConsumption(uint64_t bytes);
 
  private:
+    /// @cond  Doxygen would list it, although it is private
+
     // A number that is read and copied while another thread changes it.
     struct SharedNumber {
         std::atomic<uint64_t> value{0};
@@ -195,6 +197,7 @@ class MIRELO_API ModelRuntimeStatus {
         uint64_t get() const { return value.load(std::memory_order_relaxed); }
         void set(uint64_t number) { value.store(number, std::memory_order_relaxed); }
     };
+    /// @endcond
 
     uint64_t maxAllowedMemoryConsumption_;
     SharedNumber currentMemoryConsumption_;

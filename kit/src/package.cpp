@@ -171,6 +171,7 @@ void workInThreads(Verification& verification, size_t threads) {
     } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): fewer do the work
     }
     verification.work();
+    for (const std::future<void>& other : others) other.wait();
 }
 
 }  // namespace

@@ -146,9 +146,9 @@ TensorShape parseShape(const std::string& option, const std::string& text) {
 
 namespace {
 
-// Of zeros where there is no generator.
+// @param random  null: of zeros
 std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descriptor, const NamedValues& shapes,
-                                             std::optional<std::mt19937_64>& random) {
+                                             std::mt19937_64* random) {
     const std::string about = "Input \"" + descriptor.name() + "\": ";
     if (descriptor.type() != MireloFeatureType::Tensor) {
         throw Failure(about + "it is of type " + GetMireloFeatureTypeName(descriptor.type()) + ", wanted is a tensor");
@@ -168,7 +168,7 @@ std::shared_ptr<MireloFeature> generateInput(const ModelFeatureDescriptor& descr
         throw Failure(about + "the manifest says no element type and shape that a tensor can be made of");
     }
     auto tensor = std::make_shared<Tensor>(type, shape);
-    if (random) fillRandomly(*tensor, *random);
+    if (random != nullptr) fillRandomly(*tensor, *random);
     return std::make_shared<MireloFeatureTensor>(descriptor, std::move(tensor));
 }
 
@@ -190,7 +190,7 @@ MireloModel::Inputs makeInputs(const ModelTarget& target, const NamedValues& fil
         if (const auto file = files.find(descriptor.name()); file != files.end()) {
             inputs.push_back(std::make_shared<MireloFeatureTensor>(descriptor, readNpy(toPath(file->second))));
         } else if (filling) {
-            inputs.push_back(generateInput(descriptor, filling->shapes, random));
+            inputs.push_back(generateInput(descriptor, filling->shapes, random ? &*random : nullptr));
         } else if (descriptor.required()) {
             missing += (missing.empty() ? "" : ", ") + descriptor.name();
         }

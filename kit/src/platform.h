@@ -71,7 +71,7 @@ class NewFile {
     Filepath path_;
     std::filesystem::path native_;  // the same, and the one beside, as the system takes them
     std::filesystem::path beside_;
-    intptr_t handle_;  // -1 once it is closed
+    intptr_t handle_ = -1;  // once it is closed, and before it is open
     bool finished_ = false;
 };
 

@@ -75,7 +75,7 @@ size_t InputFile::read(void* data, size_t size) {
 }
 
 NewFile::NewFile(const Filepath& path, std::filesystem::perms permissions)
-    : path_(path), native_(nativePath(path)), beside_(nativePath(pathBeside(path))), handle_(-1) {
+    : path_(path), native_(nativePath(path)), beside_(nativePath(pathBeside(path))) {
     if (isSomethingElse(native_)) refuse("write", path, kNoFile);
     handle_ = ::open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
                      static_cast<mode_t>(permissions & std::filesystem::perms::all));

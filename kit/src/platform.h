@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <string>
 #include <string_view>
 
 namespace TarnoMirelo::Kit::Platform {
@@ -13,9 +12,6 @@ namespace TarnoMirelo::Kit::Platform {
 /// Whether the system takes a name in a path for something else than a file of that name: a device, or a file of
 /// another name. "." and ".." are not asked about.
 bool isMisread(std::string_view name);
-
-/// The path's text with the separators that the system takes.
-std::string withOwnSeparators(const Filepath& path);
 
 /// The path of a file that doesn't exist yet, beside that one. Raises what `Cryptography::randomBytes` does.
 Filepath pathBeside(const Filepath& path);

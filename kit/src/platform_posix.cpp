@@ -1,6 +1,7 @@
 #include "platform.h"
 
-#include <algorithm>
+#include <TarnoMirelo/kit/texts.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -20,12 +21,12 @@ std::string nativePath(const Filepath& path) {
     } catch (const std::range_error&) {
         throw FileException("The path is not UTF-8");
     }
-    return withOwnSeparators(path);
+    return toText(path);
 }
 
 // "Cannot ACTION the file PATH: REASON".
 [[noreturn]] void refuse(const char* action, const Filepath& path, const std::string& reason) {
-    throw FileException("Cannot " + (action + (" the file " + withOwnSeparators(path))) + ": " + reason);
+    throw FileException("Cannot " + (action + (" the file " + toText(path))) + ": " + reason);
 }
 
 std::string reasonOf(int error) { return std::generic_category().message(error); }
@@ -38,12 +39,6 @@ bool isSomethingElse(const std::filesystem::path& path) {
 }
 
 }  // namespace
-
-std::string withOwnSeparators(const Filepath& path) {
-    std::string text = path.c_str();
-    std::replace(text.begin(), text.end(), '\\', '/');
-    return text;
-}
 
 bool isMisread(std::string_view /*name*/) { return false; }
 

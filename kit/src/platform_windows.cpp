@@ -1,6 +1,8 @@
 #include "platform.h"
 #include "windows_names.h"
 
+#include <TarnoMirelo/kit/texts.h>
+
 #define WIN32_LEAN_AND_MEAN
 #ifndef NOMINMAX
 #define NOMINMAX
@@ -31,7 +33,7 @@ HANDLE handleOf(intptr_t number) { return reinterpret_cast<HANDLE>(number); }
 
 // "Cannot ACTION the file PATH: REASON".
 [[noreturn]] void refuse(const char* action, const Filepath& path, const std::string& reason) {
-    throw FileException("Cannot " + (action + (" the file " + withOwnSeparators(path))) + ": " + reason);
+    throw FileException("Cannot " + (action + (" the file " + toText(path))) + ": " + reason);
 }
 
 std::string reasonOf(DWORD error) { return std::system_category().message(static_cast<int>(error)); }
@@ -39,12 +41,6 @@ std::string reasonOf(DWORD error) { return std::system_category().message(static
 constexpr const char* kNoFile = "it is no regular file";
 
 }  // namespace
-
-std::string withOwnSeparators(const Filepath& path) {
-    std::string text = path.c_str();
-    std::replace(text.begin(), text.end(), '/', '\\');
-    return text;
-}
 
 bool isMisread(std::string_view name) {
     return !name.empty() && (name.back() == '.' || name.back() == ' ' || isWindowsDevice(name));

@@ -1,9 +1,8 @@
-#include "platform.h"
-
 #include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <iterator>
 #include <string_view>
 
@@ -111,7 +110,12 @@ std::string toText(const TensorShape& shape) {
     return text + ")";
 }
 
-std::string toText(const Filepath& path) { return Platform::withOwnSeparators(path); }
+std::string toText(const Filepath& path) {
+    constexpr auto kOwn = static_cast<char>(std::filesystem::path::preferred_separator);
+    std::string text = path.c_str();
+    std::replace(text.begin(), text.end(), kOwn == '/' ? '\\' : '/', kOwn);
+    return text;
+}
 
 std::string describe(const MireloStatus& status) {
     const Code* const code = find(status.getCode());

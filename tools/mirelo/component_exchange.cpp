@@ -8,6 +8,7 @@
 
 #include <TarnoMirelo/kit/digest.h>
 #include <TarnoMirelo/kit/package.h>
+#include <TarnoMirelo/kit/texts.h>
 
 #include <algorithm>
 #include <system_error>
@@ -92,7 +93,7 @@ std::vector<ComponentExchange::File> ComponentExchange::files(const IsMade& isMa
 // Under its name once it is whole, and never in the place of a file that somebody has put there meanwhile.
 void ComponentExchange::makeNew(const File& file, const Make& make) {
     // A name that `check` knows, should the process be killed.
-    const fs::path beside = toPath(Kit::Platform::withOwnSeparators(Kit::Platform::pathBeside(toFilepath(file.to))));
+    const fs::path beside = toPath(Kit::toText(Kit::Platform::pathBeside(toFilepath(file.to))));
     make(file.from, beside);
     if (const std::error_code error = Platform::renameToNew(beside, file.to)) {
         std::error_code ignored;  // there is another failure to tell already

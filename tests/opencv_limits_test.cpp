@@ -82,9 +82,31 @@ TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
          "(float c = {1}, float[2,3] x) => (float[2,3] y) { y = Div(c, x) }"},
         {"the engine broadcasts the smaller",
          "(float[2,3] x) => (float[2,3] y) { m = ReduceMax<axes = [1]>(x) r = Neg(m) y = Sub(x, r) }",
-         "(float[2,3] x) => (float[2,3] y) { m = ReduceMax<axes = [1]>(x) s = Sub(x, m) e = Exp(s) t = ReduceSum<axes = [1]>(e) "
-         "y = Div(e, t) }",
-         11},
+         "(float[2,3] x, int64[1] a = {1}) => (float[2,3] y) { m = ReduceMax<axes = [1]>(x) s = Sub(x, m) e = Exp(s) t = "
+         "ReduceSum(e, a) y = Div(e, t) }"},
+        {"the engine broadcasts the smaller",
+         "(float[1,2] c = {1,2}, float[1,2] x) => (float[1,2] y) { y = Div(c, x) }",
+         "(float[1,2] c = {1,2}, float[1,2] x) => (float[1,2] y) { y = Div(x, c) }"},
+        {"the engine leaves operands out",
+         "(float[2] a, float[2] b, float[2] c = {1,2}) => (float[2] y) { y = Max(a, b, c) }",
+         "(float[2] a, float[2] c = {1,2}) => (float[2] y) { y = Max(a, c) }"},
+        {"the engine takes the nodes for one layer",
+         "(float[1,3,3] x) => (float[1,3,3] y) { n = ReduceL2<axes = [2]>(x) y = Div(x, n) }",
+         "(float[1,3,3] x) => (float[1,3,3] y) { n = ReduceL2<axes = [1]>(x) y = Div(x, n) }"},
+        {"the engine takes the nodes for one layer",
+         "(float[3,3] x, int64[1] a = {0}) => (float[3,3] y) { m = ReduceMax<axes = [1]>(x) s = Sub(x, m) e = Exp(s) t = "
+         "ReduceSum(e, a) y = Div(e, t) }",
+         "(float[3,3] x, int64[1] a = {-1}) => (float[3,3] y) { m = ReduceMax<axes = [1]>(x) s = Sub(x, m) e = Exp(s) t = "
+         "ReduceSum(e, a) l = Log(t) y = Sub(s, l) }"},
+        {"the engine removes the value",
+         "(float[2,3] x) => (float[2,3] y, float[2,3] z) { e = Exp(x) t = ReduceSum<axes = [1]>(e) y = Div(e, t) z = Neg(e) }",
+         "(float[2,3] x) => (float[2,3] y) { e = Exp(x) t = ReduceSum<axes = [1]>(e) y = Div(e, t) }", 11},
+        {"the engine takes the nodes for Celu",
+         "(float[2] x, float k = {2}) => (float[2] y) { d = Div(x, k) e = Elu(d) y = Mul(k, e) }",
+         "(float[2] x, float k = {2}) => (float[2] y) { d = Div(x, k) e = Elu(d) y = Mul(e, k) }"},
+        {"the engine changes the constant",
+         "(float[2] x, float[2] c = {1,2}) => (float[2] y, float[2] z) { d = Mul(c, c) y = Div(x, d) z = Mul(x, d) }",
+         "(float[2] x, float[2] c = {1,2}) => (float[2] y, float[2] z) { d = Mul(c, c) y = Div(x, d) z = Mul(x, c) }"},
         {"the engine broadcasts an operand",
          "(float[2,3] a, float[2,3] b, float[3] c) => (float[2,3] y) { y = Sum(a, b, c) }",
          "(float[2,3] a, float[2,3] b, float[2,3] c) => (float[2,3] y) { y = Sum(a, b, c) }"},
@@ -101,7 +123,39 @@ TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
          "(float[1,1,2,2] x, float[1,1,1,1] w = {2}) => (float[1,1,2,2] y) { y = Conv(x, w) }"},
         {"the engine ignores noop", "(float[2,3] x) => (float[2,3] y) { y = ReduceSum<noop_with_empty_axes = 1>(x) }",
          "(float[2,3] x) => (float[1,1] y) { y = ReduceSum(x) }"},
-        {"the engine cuts the first",
+        {"the engine cuts another",
+         "(float[open,6] x, int64[1] b = {0}, int64[1] e = {3}, int64[1] a = {-1}) => (float[4,3] y) { y = Slice(x, b, e, a) }",
+         "(float[4,6] x, int64[1] b = {0}, int64[1] e = {3}, int64[1] a = {-1}) => (float[4,3] y) { y = Slice(x, b, e, a) }"},
+        {"the engine leaves the dimension out",
+         "(float[2,3] x, int64[3] s = {1,2,3}) => (float[1,2,3] y) { y = Expand(x, s) }",
+         "(float[2,3] x, int64[3] s = {4,2,3}) => (float[4,2,3] y) { y = Expand(x, s) }"},
+        {"the engine leaves the dimension out",
+         "(float[open,3] x, int64[2] s = {2,3}) => (float[2,3] y) { y = Expand(x, s) }",
+         "(float[open,3] x, int64[2] s = {1,3}) => (float[open,3] y) { y = Expand(x, s) }"},
+        {"the engine leaves the dimension out",
+         "(float[2,1,1] x, int64[3] s = {2,3,3}) => (float[2,3,3] y) { y = Expand(x, s) }",
+         "(float[2,1,1] x, int64[3] s = {2,3,1}) => (float[2,3,1] y) { y = Expand(x, s) }"},
+        {"the engine keeps the first", "(float[open,2] x) => (float[1,M] y) { y = Flatten<axis = 0>(x) }",
+         "(float[N,2] x) => (float[1,M] y) { y = Flatten<axis = 0>(x) }"},
+        {"the engine reads outside of its memory where",
+         "(float[1,open,2] x, float[1] s = {1}) => (float[1,open,2] y) { y = BatchNormalization(x, s, s, s, s) }",
+         "(float[1,1,open] x, float[1] s = {1}) => (float[1,1,open] y) { y = BatchNormalization(x, s, s, s, s) }"},
+        {"the engine leaves the last window",
+         "(float[1,1,4,4] x) => (float[1,1,3,3] y) { y = MaxPool<kernel_shape = [1,1], strides = [2,2], ceil_mode = 1>(x) }",
+         "(float[1,1,5,5] x) => (float[1,1,3,3] y) { y = MaxPool<kernel_shape = [1,1], strides = [2,2], ceil_mode = 1>(x) }"},
+        {"the engine leaves the last window",
+         "(float[1,1,4,4] x) => (float[1,1,2,2] y) { y = MaxPool<kernel_shape = [3,3], strides = [2,2], auto_pad = \"VALID\", "
+         "ceil_mode = 1>(x) }",
+         "(float[1,1,4,4] x) => (float[1,1,2,2] y) { y = MaxPool<kernel_shape = [3,3], strides = [2,2], ceil_mode = 1>(x) }"},
+        {"the engine pads both sides",
+         "(float[1,1,4] x) => (float[1,1,4] y) { y = MaxPool<kernel_shape = [2], pads = [0,1]>(x) }",
+         "(float[1,1,4] x) => (float[1,1,5] y) { y = MaxPool<kernel_shape = [2], pads = [1,1]>(x) }"},
+        {"the engine ignores the padding",
+         "(float[1,1,3,3] x, float[1,1,1,1] w = {2}) => (float[1,1,1,1] y) { y = ConvTranspose<pads = [1,1,1,1]>(x, w) }",
+         "(float[1,1,3,3] x, float[1,1,1,1] w = {2}) => (float[1,1,3,3] y) { y = ConvTranspose(x, w) }"},
+        {"the engine makes all parts",
+         "(float[open,2] x, int64[2] s = {2,2}) => (float[2,2] y, float[2,2] z) { y, z = Split(x, s) }", nullptr},
+        {"the engine cuts another",
          "(float[4,6] x, int64[1] b = {0}, int64[1] e = {6}, int64[1] a = {-1}, int64[1] s = {2}) => "
          "(float[4,3] y) { y = Slice(x, b, e, a, s) }",
          "(float[4,6] x, int64[1] b = {0}, int64[1] e = {6}, int64[1] a = {1}, int64[1] s = {2}) => (float[4,3] y) { y = "
@@ -111,6 +165,8 @@ TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
          "(float[2,1] x, int64[1] a = {1}) => (float[2] y) { y = Squeeze(x, a) }"},
         {"the engine drops", "(float[2,3] x, int64[1] i = {1}) => (float[1,3] y) { y = Gather(x, i) }",
          "(float[2,3] x, int64 i = {1}) => (float[3] y) { y = Gather(x, i) }"},
+        {"the engine takes no element", "(float[2,3] x, int64 i = {-1}) => (float[2] y) { y = Gather<axis = 1>(x, i) }",
+         "(float[2,3] x, int64 i = {-2}) => (float[2] y) { y = Gather<axis = 1>(x, i) }"},
         {"the engine ignores the dilation",
          "(float[1,1,5,5] x) => (float[1,1,3,3] y) { y = MaxPool<kernel_shape = [2,2], "
          "dilations = [2,2]>(x) }",
@@ -137,6 +193,9 @@ TEST(OpenCvLimits, RefuseWhatTheEngineComputesWrongAndNoMore) {
         {"the engine ignores transA",
          "(float[N,2] x, float[2,2] w = {1,2,3,4}) => (float[N,2] y) { y = Gemm<alpha = 2.0>(x, w) }",
          "(float[N,2] x, float[2,2] w = {1,2,3,4}, float[2] c = {1,2}) => (float[N,2] y) { y = Gemm(x, w, c) }"},
+        {"the engine keeps the dimension",
+         "(float[1,2,3] x, float[3] c = {1,2,3}) => (float[1,2] y) { y = MatMul(x, c) }",
+         "(float[2,3] x, float[3] c = {1,2,3}) => (float[2] y) { y = MatMul(x, c) }"},
         {"the engine computes over one", "(float[2,3,4] x) => (float[2,3,4] y) { y = Softmax<axis = 1>(x) }",
          "(float[2,3,4] x) => (float[2,3,4] y) { y = Softmax<axis = -1>(x) }", 11},
         {"the engine leaves uninitialised memory",
@@ -269,6 +328,37 @@ TEST(OpenCvLimits, RefuseWhatNobodyMayCompute) {
     }
 }
 
+TEST(OpenCvLimits, KeepApartWhatTheEngineFusesWrongly) {
+    struct Case {
+        const char* wrong;
+        const char* right;
+    };
+    const Case cases[] = {
+        {"(float[2,2] a, float[2,2] b) => (float[2,2] y) { c = MatMul(a, b) y = Relu(c) }",
+         "(float[2,2] a, float[2,2] b = {1,2,3,4}) => (float[2,2] y) { c = MatMul(a, b) y = Relu(c) }"},
+        {"(float[1,2] x, float[2] s = {1,2}) => (float[1,2] y) { a = Add(x, x) y = BatchNormalization(a, s, s, s, s) }",
+         "(float[1,2,1,1] x, float[2] s = {1,2}) => (float[1,2,1,1] y) { a = Add(x, x) y = BatchNormalization(a, s, s, s, s) }"},
+        {"(float[1,2] x, float[2,2] w = {1,2,3,4}, float[2] s = {1,2}) => (float[1,2] y) { a = MatMul(x, w) y = PRelu(a, s) }",
+         "(float[1,2] x, float[2,2] w = {1,2,3,4}, float[1] s = {2}) => (float[1,2] y) { a = MatMul(x, w) y = PRelu(a, s) }"},
+        {"(float[1,1,2,2] x, float[1,1,1,1] w = {2}) => (float[1,1,2,2] y) { a = ConvTranspose(x, w) y = Relu(a) }",
+         "(float[1,1,2,2] x, float[1,1,1,1] w = {2}) => (float[1,1,2,2] y) { a = Conv(x, w) y = Relu(a) }"},
+        {"(float[1,2,2,2] x, float[2,2,1,1] w = {1,2,3,4}, float[2] c = {1,2}) => (float[1,2,2,2] y) { a = Conv(x, w) b = Mul(a, "
+         "a) y = Add(b, c) }",
+         "(float[1,2,2,2] x, float[2,2,1,1] w = {1,2,3,4}, float[2,1,1] c = {1,2}) => (float[1,2,2,2] y) { a = Conv(x, w) b = "
+         "Mul(a, a) y = Add(b, c) }"},
+        {"(float[2] x, float c = {2}) => (float[2] y) { a = Pow(x, c) y = Mul(a, c) }",
+         "(float[2] x, float c = {2}) => (float[2] y) { a = Pow(x, c) y = Relu(a) }"},
+    };
+    const auto isKeptApart = [](const char* graph) {
+        const std::string file = fileOf(graph, 13);
+        return readOnnxFile(file.data(), file.size(), targetOf(file)).fusesWrongly;
+    };
+    for (const Case& test : cases) {
+        EXPECT_TRUE(isKeptApart(test.wrong)) << test.wrong;
+        EXPECT_FALSE(isKeptApart(test.right)) << test.right;
+    }
+}
+
 TEST(OpenCvLimits, AreThoseOfThePage) {
     std::ifstream page(OPENCV_PAGE);
     std::stringstream text;
@@ -307,10 +397,29 @@ TEST(OpenCvLimits, LeaveAloneWhatIsRepaired) {
                        true)
                   .count("hidden_size 1"),
               1U);
+    EXPECT_EQ(repaired("(float[1,2,3] x) => (float[1,2,1] y) { y = ReduceMax<axes = [-1,0]>(x) }").count("axes 0,0,2"),
+              1U);
     EXPECT_EQ(repaired("(float[3] x) => (float[3] y) { y = Softmax(x) }"), std::set<std::string>{"axis 0"});
     EXPECT_EQ(repaired("(float[1,1,3,3] x, float[1,1,2,1] w = {1,1}) => (float[1,1,2,3] y) { y = Conv(x, w) }")
                   .count("kernel_shape 0,2,1"),
               1U);
+}
+
+// The engine inverts the divisor in place.
+TEST(OpenCvLimits, GiveEachNodeItsOwnWeights) {
+    const std::string file = fileOf(
+        "(float[2] x, float[2] c = {1,2}, float d = {3}) => (float[2] y) { a = Div(x, c) b = Mul(a, c) e = Add(b, d) y = "
+        "Sub(e, d) }",
+        13);
+    onnx::ModelProto model;
+    const OnnxFile read = readOnnxFile(file.data(), file.size(), targetOf(file));
+    model.ParseFromArray(read.repaired.data(), static_cast<int>(read.repaired.size()));
+    const onnx::GraphProto& graph = model.graph();
+    ASSERT_EQ(graph.initializer_size(), 3);
+    EXPECT_EQ(graph.node(0).input(1), "c");
+    EXPECT_EQ(graph.node(1).input(1), graph.initializer(2).name());
+    EXPECT_EQ(graph.initializer(2).float_data_size(), 2);
+    EXPECT_EQ(graph.node(3).input(1), "d");
 }
 
 }  // namespace

@@ -522,6 +522,18 @@ def fused():
         yield followed("Gemm", [data(2, 3), data(3, 3) + 1, data(3)], [one], transB=1)
         yield followed("MatMul", [data(2, 3), data(3, 3) + 1], [one])
         yield followed("MatMul", [data(2, 2, 3), data(3, 3) + 1], [one])
+    # What has channels, behind what has others or none.
+    for shape in [(1, 3), (2, 3, 4), (1, 3, 4, 3)]:
+        for one in [("BatchNormalization", [data(3), data(3) + 1, data(3) - 1, data(3, low=0.5, high=2)], {}),
+                    ("PRelu", [data(3, *[1] * (len(shape) - 2))], {})]:
+            yield followed("Add", [data(*shape), data(*shape) + 1], [one])
+            yield followed("MatMul", [data(*shape), data(shape[-1], 3)], [one])
+    for one, group in itertools.product([normal, ("Mul", [data(4, 1, 1)], {}), ("Relu", [], {})], [1, 2]):
+        yield followed("ConvTranspose", [data(1, 4, 4, 5), data(4, 4 // group, 3, 3), data(4)], [one], group=group)
+    yield followed("Conv", [x, data(3, 3, 3, 3)], [("Add", [data(3)], {})])
+    yield followed("Conv", [x, data(3, 3, 3, 3)], [("Mul", [data(3, 1, 1)], {}), ("Add", [data(3, 1)], {})])
+    for one in [("Add", [scalar(3)], {}), ("Mul", [scalar(3)], {}), ("Neg", [], {})]:
+        yield followed("Pow", [data(2, 3), scalar(2)], [one])
     around = ints(0, 0, 1, 1, 0, 0, 1, 1)
     yield followed("Pad", [x, around], [("Conv", [w, b], {})])
     yield followed("Pad", [x, around], [("AveragePool", [], {"kernel_shape": [2, 2]})])
@@ -557,6 +569,8 @@ def exported():
                   x | {"e": scalar(1e-12), "s": ints(2, 3, 4)}, 12)
     for axis in [-1, 1]:
         yield network(nodes("Exp a; ReduceSum y0 x; Div y0 y1"), x | {"x": ints(axis)})
+        yield network(nodes(f"ReduceL2 a axes=[{axis}]; Div a y0"), x)
+        yield network(nodes(f"ReduceMax a axes=[{axis}]; Sub a y0; Exp y1"), {"a": data(3, 3, 3)})
     yield network(nodes("Softplus a; Tanh y0; Mul a y1"), x)
     yield network(nodes("Div a c; Erf y0; Add y1 o; Mul a y2; Mul y3 h"),
                   x | {"c": scalar(1.4142135), "o": scalar(1), "h": scalar(0.5)})
@@ -600,6 +614,10 @@ def folded():
     yield constants(nodes("Mul w s; Conv a y0"), image, {"w": w, "s": np.array([0.5], np.float32)})
     yield constants(nodes("Reshape w s; Conv a y0 kernel_shape=[3,3]"), image,
                     {"w": w.reshape(3, 18), "s": ints(3, 2, 3, 3)})
+    # Weights that engines change in place.
+    yield constants(nodes("Gemm a w; Gemm y0 w; Add y1 w"), {"a": data(3, 3)}, {"w": data(3, 3) + 1})
+    yield constants(nodes("Div a c; Mul y0 c; Add y1 c"), a, {"c": data(3) + np.float32(3)})
+    yield constants(nodes("LSTM a w w hidden_size=3"), {"a": data(2, 1, 3)}, {"w": data(1, 12, 3)})
     # A padding that a pool may not take in, for it pads with what is below every value.
     yield constants(nodes("Pad a p; MaxPool y0 kernel_shape=[2,2]"), {"a": data(1, 3, 6, 6) - 3},
                     {"p": ints(0, 0, 1, 1, 0, 0, 1, 1)})

@@ -74,14 +74,95 @@ bool isSmaller(const Shape& one, const Shape& other) {
     return false;
 }
 
-// The engine finds x - max(x) and what follows of a softmax that is written out, and computes them as one.
+// Nodes that the engine takes for one layer
+
+std::optional<OnnxNode> producerOfType(const std::optional<OnnxNode>& node, int input, std::string_view type) {
+    const auto producer = node ? node->producerOf(input) : std::nullopt;
+    return producer && producer->type() == type ? producer : std::nullopt;
+}
+
+// Counted from the start where the number of dimensions is known.
+Shape reducedAxes(const OnnxNode& node) {
+    Shape axes = node.numbers("axes");
+    if (axes.empty()) axes = node.constantNumbers(1);
+    const auto shape = node.inputShape(0);
+    for (int64_t& axis : axes) {
+        if (axis < 0 && shape) axis += static_cast<int64_t>(shape->size());
+    }
+    return axes;
+}
+
+bool reducesOneAxis(const OnnxNode& node) { return reducedAxes(node).size() == 1 && node.number("keepdims", 1) == 1; }
+
+// The sum in Exp(s) / ReduceSum(Exp(s)), or in s - Log(ReduceSum(Exp(s))), which the engine knows from version 13 on.
+std::optional<OnnxNode> sumOfSoftmax(const OnnxNode& node) {
+    const bool isLogarithm = node.type() == "Sub" && node.operatorSet() >= 13;
+    if (!isLogarithm && node.type() != "Div") return std::nullopt;
+    const auto sum =
+        producerOfType(isLogarithm ? producerOfType(node, 1, "Log") : node, isLogarithm ? 0 : 1, "ReduceSum");
+    const auto exponents = producerOfType(sum, 0, "Exp");
+    const bool isEnd = exponents && (isLogarithm ? *exponents : *sum).takes(node, 0);
+    return isEnd ? sum : std::nullopt;
+}
+
+// The maximum in x - ReduceMax(x).
+std::optional<OnnxNode> maximumOf(const std::optional<OnnxNode>& difference) {
+    const auto maximum = producerOfType(difference, 1, "ReduceMax");
+    return maximum && maximum->takes(*difference, 0) ? maximum : std::nullopt;
+}
+
+// The engine computes x - max(x) and what follows of a softmax that is written out as one.
 bool isPartOfSoftmax(const OnnxNode& node) {
-    if (node.type() != "Sub") return false;
-    const auto max = node.producerOf(1);
-    if (max && max->type() == "ReduceMax") return max->takes(node, 0);
-    const auto sum = max && max->type() == "Log" ? max->producerOf(0) : std::nullopt;
-    const auto exponents = sum && sum->type() == "ReduceSum" ? sum->producerOf(0) : std::nullopt;
-    return exponents && exponents->type() == "Exp" && exponents->takes(node, 0);
+    if (node.type() != "Sub" || node.operatorSet() < 13) return false;
+    const auto isEnd = [](const OnnxNode& next) { return sumOfSoftmax(next).has_value(); };
+    if (isEnd(node)) return true;
+    return maximumOf(node) && std::ranges::any_of(node.consumers(), [&](const OnnxNode& next) {
+               return isEnd(next) || (next.type() == "Exp" && std::ranges::any_of(next.consumers(), isEnd));
+           });
+}
+
+// Whether a softmax or a norm that is written out is not along the one dimension that the engine takes it along.
+bool isAlongOtherAxes(const OnnxNode& node) {
+    const auto norm = node.type() == "Div" ? producerOfType(node, 1, "ReduceL2") : std::nullopt;
+    if (norm && norm->takes(node, 0)) return !reducesOneAxis(*norm) || reducedAxes(*norm).front() != 1;
+    const auto sum = sumOfSoftmax(node);
+    if (!sum) return false;
+    const auto maximum = maximumOf(producerOfType(sum->producerOf(0), 0, "Sub"));
+    return !reducesOneAxis(*sum) || (maximum && node.operatorSet() >= 13 &&
+                                     (!reducesOneAxis(*maximum) || reducedAxes(*maximum) != reducedAxes(*sum)));
+}
+
+// Whether nodes within a softmax, a norm or a Mish that is written out, which the engine removes, have other uses.
+bool dropsUsedValues(const OnnxNode& node) {
+    const auto isUsedMoreThan = [](size_t times, const std::optional<OnnxNode>& within) {
+        return within && within->consumers().size() > times;
+    };
+    const auto norm = node.type() == "Div" ? producerOfType(node, 1, "ReduceL2") : std::nullopt;
+    if (norm && norm->takes(node, 0)) return isUsedMoreThan(1, norm);
+    if (node.type() == "Mul") {
+        const auto tangent = producerOfType(node, 1, "Tanh");
+        const auto softplus = producerOfType(tangent, 0, "Softplus");
+        return softplus && (isUsedMoreThan(1, tangent) || isUsedMoreThan(1, softplus));
+    }
+    const auto sum = sumOfSoftmax(node);
+    if (!sum) return false;
+    const size_t uses = node.type() == "Div" ? 1 : 2;  // of the difference: in a logarithm by its end, too
+    const auto exponents = sum->producerOf(0);
+    if (isUsedMoreThan(1, sum) || isUsedMoreThan(3 - uses, exponents) ||
+        (uses == 2 && isUsedMoreThan(1, node.producerOf(1))))
+        return true;
+    const auto difference = node.operatorSet() < 13 ? std::nullopt : producerOfType(exponents, 0, "Sub");
+    const auto maximum = maximumOf(difference);
+    return maximum && (isUsedMoreThan(1, maximum) || isUsedMoreThan(uses, difference));
+}
+
+// The engine takes Mul(k, Elu(Div(x, k))) for Celu, and reads k from Constant nodes without looking.
+bool isLikeCelu(const OnnxNode& node) {
+    const auto quotient = producerOfType(producerOfType(node, 1, "Elu"), 0, "Div");
+    const auto isNumber = [](const OnnxNode& user, int input) {
+        return producerOfType(user, input, "Constant") && isSingle(user.inputShape(input).value_or(Shape{0}));
+    };
+    return quotient && !(isNumber(node, 0) && isNumber(*quotient, 1));
 }
 
 // Whether the engine repeats an operand as often as a size says that is open before the run.
@@ -100,7 +181,9 @@ bool isBroadcastWrong(const OnnxNode& node) {
     const auto first = node.inputShape(0);
     const auto second = node.inputShape(1);
     if (!first || !second) return true;
-    if (*first == *second) return false;
+    if (*first == *second) {  // of which a leading 1 makes the engine take the dividend along the rest
+        return node.type() == "Div" && node.isConstant(0) && !isSingle(*first) && first->front() == 1;
+    }
     const bool hasConstant = node.isConstant(0) || node.isConstant(1);
     const bool isFirstSmall = node.isConstant(0) || (!hasConstant && isSmaller(*first, *second));
     const Shape& small = isFirstSmall ? *first : *second;
@@ -117,6 +200,20 @@ bool isBroadcastWrong(const OnnxNode& node) {
 }
 
 bool isComparedBackwards(const OnnxNode& node) { return node.isConstant(0) && node.hasVariableInput(); }
+
+bool hasConstantInput(const OnnxNode& node) {
+    for (int i = 0; i < node.inputCount(); ++i) {
+        if (node.isConstant(i)) return true;
+    }
+    return false;
+}
+
+bool takesSharedConstant(const OnnxNode& node) {
+    for (int i = 0; node.hasVariableInput() && i < node.inputCount(); ++i) {
+        if (node.isSharedConstant(i)) return true;
+    }
+    return false;
+}
 
 // The engine takes operands of one shape only, and none without dimensions.
 bool hasOtherShapes(const OnnxNode& node) {
@@ -195,6 +292,20 @@ bool hasNegativeAxes(const OnnxNode& node, int input) {
     return std::ranges::any_of(node.constantNumbers(input), [](int64_t axis) { return axis < 0; });
 }
 
+bool isOtherExpand(const OnnxNode& node) {
+    const auto from = node.inputShape(0);
+    const Shape to = node.constantNumbers(1);
+    if (!from) return true;
+    int grown = 0;
+    for (size_t i = 0; i < to.size(); ++i) {  // from the end
+        const int64_t size = to[to.size() - 1 - i];
+        const int64_t before = i < from->size() ? (*from)[from->size() - 1 - i] : 0;
+        if ((before == 0 && size == 1) || (before < 0 && size != 1)) return true;
+        if (before == 1 && size != 1) ++grown;
+    }
+    return grown > 1 && from->front() != 1;
+}
+
 bool dropsAxisOfIndex(const OnnxNode& node) {
     const auto index = node.inputShape(1);
     return !node.isConstant(0) && (!index || !index->empty());
@@ -217,12 +328,22 @@ bool isGemmWithMore(const OnnxNode& node) {
     return columns < 1 || addend->back() != columns || !isSingle(Shape(addend->begin(), addend->end() - 1));
 }
 
+bool isProductWithList(const OnnxNode& node) {
+    const auto first = node.inputShape(0);
+    const auto second = node.inputShape(1);
+    return first && second && std::min(first->size(), second->size()) == 1 &&
+           std::max(first->size(), second->size()) > 2;
+}
+
 // Parts
 
 // The sizes were an attribute before version 13.
 bool splitsByInput(const OnnxNode& node) {
     if (!node.hasInput(1)) return false;
     const Shape sizes = node.constantNumbers(1);
+    const auto shape = node.inputShape(0);
+    const auto axis = static_cast<size_t>(node.number("axis", 0));
+    if (!shape || axis >= shape->size() || (*shape)[axis] < 0) return true;
     return sizes.empty() || std::ranges::any_of(sizes, [&](int64_t size) { return size != sizes.front(); });
 }
 
@@ -233,6 +354,8 @@ bool hasPads(const OnnxNode& node) {
 }
 
 bool isAutoPadded(const OnnxNode& node) { return node.text("auto_pad", "NOTSET").rfind("SAME", 0) == 0; }
+
+constexpr int64_t kMost = std::numeric_limits<int32_t>::max();  // what the engine can count
 
 // Whether a dimension gets an odd number of padding elements, of which one end has one more. True where it can't be
 // known.
@@ -247,7 +370,6 @@ bool isPaddedUnevenlyAtStart(const OnnxNode& node) {
         const int64_t size = (*shape)[i + 2];
         const int64_t stride = i < strides.size() ? strides[i] : 1;
         const int64_t dilation = i < dilations.size() ? dilations[i] : 1;
-        constexpr int64_t kMost = std::numeric_limits<int32_t>::max();  // what the engine can count
         if (std::min({size, stride, dilation, kernel[i]}) < 1 || std::max({size, stride, dilation, kernel[i]}) > kMost)
             return true;
         const int64_t span = (kernel[i] - 1) * dilation + 1;
@@ -259,6 +381,28 @@ bool isPaddedUnevenlyAtStart(const OnnxNode& node) {
 
 bool countsPadding(const OnnxNode& node) {
     return node.number("count_include_pad", 0) != 0 && (hasPads(node) || isAutoPadded(node));
+}
+
+// Whether the last window of a dimension has no element of the input, or may have none, or is left out.
+bool endsBeyondInput(const OnnxNode& node) {
+    if (node.number("ceil_mode", 0) == 0) return false;
+    if (node.text("auto_pad", "NOTSET") == "VALID") return true;
+    const auto shape = node.inputShape(0);
+    const Shape kernel = node.numbers("kernel_shape");
+    const Shape strides = node.numbers("strides");
+    const Shape pads = node.numbers("pads");
+    for (size_t i = 0; i < kernel.size(); ++i) {
+        const int64_t stride = i < strides.size() ? strides[i] : 1;
+        const int64_t before = i < pads.size() ? pads[i] : 0;
+        const int64_t after = i + kernel.size() < pads.size() ? pads[i + kernel.size()] : 0;
+        if (after <= kernel[i] - stride) continue;
+        if (!shape || shape->size() != kernel.size() + 2 || (*shape)[i + 2] < 1) return true;
+        const int64_t size = (*shape)[i + 2];
+        if (std::max({size, before, after}) > kMost || std::min(before, after) < 0) return true;
+        const int64_t steps = (size + before + after - kernel[i] + stride - 1) / stride;
+        if (steps * stride >= size + before) return true;
+    }
+    return false;
 }
 
 bool isPaddedAtOneEnd(const OnnxNode& node) {
@@ -294,7 +438,8 @@ bool hasOtherSlopes(const OnnxNode& node) {
 
 bool isOtherGru(const OnnxNode& node) {
     return node.number("linear_before_reset", 0) != 1 || node.text("direction", "forward") != "forward" ||
-           node.attribute("clip") != nullptr || node.number("layout", 0) != 0 || node.hasInput(4);
+           node.attribute("clip") != nullptr || node.number("layout", 0) != 0 || node.hasInput(4) ||
+           !node.consumers(1).empty();
 }
 
 bool isOtherLstm(const OnnxNode& node) {
@@ -368,6 +513,48 @@ bool growsInRowsOrChannels(const OnnxNode& node) {
     return growth && (growth->size() < 2 || (*growth)[0] != 1 || (*growth)[1] != 1);
 }
 
+// Fusing
+
+constexpr std::string_view kArithmetic = "Add Sub Sum Mul Div Max Min";
+
+// The channels of what comes before are the last dimension of a product, and of a sum or the like of less than four
+// dimensions the first.
+bool isFusedWithOtherChannels(const OnnxNode& node) {
+    const auto slope = node.type() == "PRelu" ? node.inputShape(1) : std::nullopt;
+    const bool hasChannels =
+        node.type() == "BatchNormalization" || (node.type() == "PRelu" && !(slope && isSingle(*slope)));
+    const auto before = hasChannels ? node.producerOf(0) : std::nullopt;
+    const auto shape = node.inputShape(0);
+    return before &&
+           (before->type() == "MatMul" || (isAmong(before->type(), kArithmetic) && (!shape || shape->size() < 4)));
+}
+
+int variableOf(const OnnxNode& sum) { return sum.isConstant(0) ? 1 : 0; }
+
+// What multiplies or adds to a power is taken into its base.
+bool isFusedIntoPower(const OnnxNode& node) {
+    if (!isAmong(node.type(), "Add Sub Sum Mul Div Neg BatchNormalization")) return false;
+    const auto before = node.producerOf(variableOf(node));
+    return before && (before->type() == "Pow" || (before->type() == "Div" && before->isConstant(0)));
+}
+
+// Whether an input comes from a layer with channels, by way of sums and the like. Where the way is long, it may.
+bool isOfChannels(const OnnxNode& node, int input, int steps = 16) {
+    const auto before = node.producerOf(input);
+    if (before && isAmong(before->type(), "BatchNormalization Conv ConvTranspose")) return true;
+    return before && isAmong(before->type(), kArithmetic) &&
+           (steps == 0 || isOfChannels(*before, variableOf(*before), steps - 1));
+}
+
+// A constant that is added along other dimensions is taken into the bias of such a layer, one for each channel.
+bool isFusedAlongChannels(const OnnxNode& node) {
+    const int variable = variableOf(node);
+    if (!isAmong(node.type(), "Add Sub Sum") || !node.isConstant(1 - variable)) return false;
+    const auto large = node.inputShape(variable);
+    const auto small = node.inputShape(1 - variable);
+    return !(large && small && liesAlong(*large, *small, 1)) && isOfChannels(node, variable);
+}
+
 constexpr EngineLimit kLimits[] = {
     {"*", "all inputs are constant, and the engine does not compute the operator while it reads the network",
      "all its inputs are constant, which crashes the engine", isConstantAndNotFolded},
@@ -385,6 +572,16 @@ constexpr EngineLimit kLimits[] = {
      "the engine broadcasts an operand along other dimensions",
      [](const OnnxNode& node) { return node.inputCount() > 2 && hasOtherShapes(node); }},
     {"Max Min", "the shapes differ, or have no dimensions", "the engine reads outside of its memory", hasOtherShapes},
+    {"Max Min", "there are more than two operands, and one is constant", "the engine leaves operands out",
+     [](const OnnxNode& node) { return node.inputCount() > 2 && hasConstantInput(node); }},
+    {"Div Sub",
+     "it ends a softmax that is written out, whose maximum and sum are not over the same single dimension, or drop it; or "
+     "it divides by the ReduceL2 of the dividend, which is not over dimension 1 alone, or drops it",
+     "the engine takes the nodes for one layer along another dimension", isAlongOtherAxes},
+    {"Div Mul Sub", "it ends a softmax, a norm or a Mish that is written out, and a value in between has other uses",
+     "the engine removes the value", dropsUsedValues},
+    {"Mul", "it follows Div and Elu, and the factor and the divisor are not Constant nodes of one element",
+     "the engine takes the nodes for Celu, and reads outside of its lists", isLikeCelu},
     {"Less Greater", "the first operand is constant", "the engine swaps the operands", isComparedBackwards},
     {"Cast", "it converts floats to integers or booleans", "the engine leaves the elements as they are",
      [](const OnnxNode& node) {
@@ -397,6 +594,8 @@ constexpr EngineLimit kLimits[] = {
     {"Gemm",
      "transA is set; alpha is not 1; or with an addend: beta is not 1, or the addend's shape is neither (N) nor (1, N)",
      "the engine ignores transA, alpha and beta, and the addend's shape", isGemmWithMore},
+    {"MatMul", "an operand has one dimension, and the other more than two", "the engine keeps the dimension",
+     isProductWithList},
     {"Softmax LogSoftmax", "the operator set is older than 13, and a dimension after the axis is not 1",
      "the engine computes over one dimension only", isSoftmaxOfSeveralDimensions},
     {"Concat",
@@ -407,22 +606,48 @@ constexpr EngineLimit kLimits[] = {
      "a reduced dimension has no size before the run", "the engine assumes a size of 1", reducesOpenDimension},
     {"ReduceSum", "noop_with_empty_axes is set", "the engine ignores noop_with_empty_axes",
      [](const OnnxNode& node) { return node.number("noop_with_empty_axes", 0) != 0; }},
-    {"Slice", "axes are counted from the end, and there are steps", "the engine cuts the first dimension",
-     [](const OnnxNode& node) { return node.hasInput(4) && hasNegativeAxes(node, 3); }},
+    {"Slice",
+     "axes are an input, and counted from the end; and there are steps, less than two dimensions, or one without a size before the run",
+     "the engine cuts another dimension",
+     [](const OnnxNode& node) {
+         const auto shape = node.inputShape(0);
+         return hasNegativeAxes(node, 3) && (node.hasInput(4) || !shape || shape->size() < 2 || !isKnown(*shape));
+     }},
     {"Squeeze Unsqueeze", "the axes are an input, and counted from the end", "the engine writes outside of its lists",
      [](const OnnxNode& node) { return hasNegativeAxes(node, 1); }},
     {"Gather", "the axis or an index is beyond the input", "the index is beyond the input", indexesBeyond},
     {"Gather", "the data are variable, and the index is a list", "the engine drops the dimension", dropsAxisOfIndex},
-    {"Split", "an input gives the parts' sizes, and they differ", "the engine makes all parts of one size",
-     splitsByInput},
+    {"Gather", "the data are variable, and the index is -1", "the engine takes no element",
+     [](const OnnxNode& node) { return !node.isConstant(0) && node.constantNumbers(1) == Shape{-1}; }},
+    {"Expand",
+     "a dimension of size 1 is added; one without a size before the run gets one; or several grow where the first is not 1",
+     "the engine leaves the dimension out, or repeats other elements", isOtherExpand},
+    {"Flatten", "axis is 0, and the first dimension has no size before the run", "the engine keeps the first dimension",
+     [](const OnnxNode& node) {
+         const auto shape = node.inputShape(0);
+         return node.number("axis", 1) == 0 && (!shape || shape->empty() || shape->front() < 0);
+     }},
+    {"BatchNormalization InstanceNormalization", "the channels have no size before the run",
+     "the engine reads outside of its memory where there are others",
+     [](const OnnxNode& node) {
+         const auto shape = node.inputShape(0);
+         return shape && shape->size() > 1 && (*shape)[1] < 0;
+     }},
+    {"Split", "an input gives the parts' sizes, and they differ, or the dimension has no size before the run",
+     "the engine makes all parts of one size", splitsByInput},
     {"Shape", "a dimension has no size before the run", "the engine assumes a size of 1", asksForOpenShape},
     {"AveragePool", "count_include_pad is 1 and there is padding", "the engine never counts the padding",
      countsPadding},
+    {"AveragePool MaxPool", "ceil_mode is set, and auto_pad is VALID, or the last window may lie outside of the input",
+     "the engine leaves the last window out, or computes no number for it", endsBeyondInput},
     {"AveragePool MaxPool LpPool Conv ConvTranspose",
      "auto_pad is SAME_LOWER, and the padding is odd or not known before the run",
      "the engine puts the odd element of the padding at the end", isPaddedUnevenlyAtStart},
     {"Conv", "the spatial dimensions are not two, and the padding at an end differs from that at the start",
      "the engine pads both sides as at the start", isPaddedAtOneEnd},
+    {"AveragePool MaxPool", "there is one spatial dimension, and the padding at its end differs from that at the start",
+     "the engine pads both sides as at the start",
+     [](const OnnxNode& node) { return node.numbers("pads").size() == 2 && isPaddedAtOneEnd(node); }},
     {"Transpose", "perm is left out, and the number of dimensions is unknown",
      "the engine leaves the elements in place", [](const OnnxNode& node) { return node.attribute("perm") == nullptr; }},
     {"MaxPool", "a dilation is not 1", "the engine ignores the dilation",
@@ -431,6 +656,10 @@ constexpr EngineLimit kLimits[] = {
      "output_shape is given, auto_pad is SAME_UPPER or SAME_LOWER, a dilation is not 1, or the spatial dimensions are not two",
      "the engine ignores output_shape, auto_pad and dilations, and computes two spatial dimensions",
      isOtherConvTranspose},
+    {"ConvTranspose", "kernel and strides are 1, and there is padding", "the engine ignores the padding",
+     [](const OnnxNode& node) {
+         return isSingle(node.numbers("kernel_shape")) && isSingle(node.numbers("strides")) && hasPads(node);
+     }},
     {"Conv", "auto_pad is SAME_UPPER or SAME_LOWER, and a dilation is not 1",
      "the engine pads as if there were no dilation",
      [](const OnnxNode& node) { return isAutoPadded(node) && !isSingle(node.numbers("dilations")); }},
@@ -445,12 +674,16 @@ constexpr EngineLimit kLimits[] = {
      }},
     {"CumSum", "always", "the engine writes outside of its memory", [](const OnnxNode& /*node*/) { return true; }},
     {"GRU",
-     "linear_before_reset is not 1, the direction is not forward, layout is 1, or there are clip or sequence lengths",
-     "the engine ignores linear_before_reset, direction, clip, layout and sequence lengths", isOtherGru},
+     "linear_before_reset is not 1, the direction is not forward, layout is 1, there are clip or sequence lengths, or a node "
+     "takes the last state",
+     "the engine ignores linear_before_reset, direction, clip, layout and sequence lengths, and has no last state",
+     isOtherGru},
     {"LSTM",
      "there are peepholes, input_forget or clip; layout is 1; or the direction is reverse, and a last state is an output",
      "the engine ignores peepholes, input_forget, clip and layout, and gives other last states for reverse",
      isOtherLstm},
+    {"Div Gemm LSTM", "a constant input is computed from constants, and has several uses",
+     "the engine changes the constant in place", takesSharedConstant},
     {"Resize Upsample", "the first two dimensions change", "the engine resizes only the other dimensions",
      growsInRowsOrChannels},
     {"Resize Upsample",
@@ -477,9 +710,13 @@ const EngineLimit* limitOf(const OnnxNode& node) {
     return found == std::end(kLimits) ? nullptr : found;
 }
 
-// A layer with two inputs from elsewhere forgets the activation that it was fused with.
 bool isFusedWrongly(const OnnxNode& node) {
-    return node.type() == "MatMul" && !node.isConstant(0) && !node.isConstant(1);
+    if (takesSharedConstant(node)) return true;  // fusing changes constants in place
+    // A layer with two inputs from elsewhere forgets the activation that it was fused with.
+    if (node.type() == "MatMul") return !node.isConstant(0) && !node.isConstant(1);
+    // These take in what follows once more for each shape.
+    if (isAmong(node.type(), "ConvTranspose InstanceNormalization MeanVarianceNormalization")) return true;
+    return isFusedWithOtherChannels(node) || isFusedAlongChannels(node) || isFusedIntoPower(node);
 }
 
 }  // namespace TarnoMirelo::OpenCv

@@ -230,6 +230,8 @@ void countAxesFromStart(onnx::NodeProto& node, const GraphFacts& facts) {
         for (int64_t& axis : *attribute.mutable_ints()) {
             if (axis < 0) axis += count + added;
         }
+        const bool isOrdered = node.op_type() == "Slice";  // whose other attributes are in the same order
+        if (!isOrdered) std::ranges::sort(*attribute.mutable_ints());
     }
 }
 
@@ -264,7 +266,40 @@ void writePermutation(onnx::NodeProto& node, const GraphFacts& facts) {
     for (size_t i = shape->size(); i-- > 0;) permutation.add_ints(static_cast<int64_t>(i));
 }
 
+// Gives each node the weights that it takes for itself, for the engine inverts, transposes or scales some in place.
+void separateWeights(onnx::GraphProto& graph) {
+    std::unordered_map<std::string, int> uses;  // of weights that several inputs take
+    const GraphFacts facts(graph, 0);
+    for (const auto& [name, users] : facts.consumers) {
+        const auto constant = facts.constants.find(name);
+        if (users.size() < 2 || constant == facts.constants.end()) continue;
+        const bool isNumber = countElements(*constant->second) == 1;  // which is read, and left as it is
+        const int type = constant->second->data_type();
+        const bool isFloat = type == onnx::TensorProto::FLOAT || type == onnx::TensorProto::DOUBLE;
+        if (isFloat && !isNumber) uses.emplace(name, 0);
+    }
+    size_t bytes = graph.ByteSizeLong();
+    for (onnx::NodeProto& node : *graph.mutable_node()) {
+        for (std::string& input : *node.mutable_input()) {
+            const auto found = uses.find(input);
+            if (found == uses.end() || found->second++ == 0) continue;
+            onnx::TensorProto copy = *facts.constants.at(input);
+            do {
+                copy.set_name(input + "/" + std::to_string(found->second++));
+            } while (facts.hasValue(copy.name()));
+            bytes += copy.ByteSizeLong();
+            if (bytes > static_cast<size_t>(std::numeric_limits<int>::max())) {
+                throw ModelMetaDataException(nameOf(node) +
+                                             ": weights that several nodes take are too large to be copied");
+            }
+            input = copy.name();
+            *graph.add_initializer() = std::move(copy);
+        }
+    }
+}
+
 void repair(onnx::ModelProto& model, int operatorSet) {
+    separateWeights(*model.mutable_graph());
     writeKernelShapes(*model.mutable_graph(), GraphFacts(model.graph(), operatorSet));
     const Inference inference(model);
     const GraphFacts facts(model.graph(), operatorSet);
@@ -279,13 +314,21 @@ void repair(onnx::ModelProto& model, int operatorSet) {
 }
 
 // The first node that the engine computes wrong, and why; empty where there is none.
-std::string refusalOf(onnx::ModelProto& model, int operatorSet, bool& fusesWrongly) {
+std::string refusalOf(onnx::ModelProto& model, int operatorSet, OnnxFile& file) {
     const Inference inference(model);
     const GraphFacts facts(model.graph(), operatorSet);
+    file.shapes.clear();
+    for (const onnx::ValueInfoProto& value : model.graph().value_info()) {
+        if (auto shape = facts.shapeOf(value.name())) file.shapes.emplace(value.name(), std::move(*shape));
+    }
+    for (const onnx::ValueInfoProto& value : model.graph().output()) {  // whose sizes the target tells
+        const auto shape = facts.shapeOf(value.name());
+        if (shape) file.shapes.emplace(value.name(), std::vector<int64_t>(shape->size(), -1));
+    }
     for (const onnx::NodeProto& node : model.graph().node()) {
         if (!isOnnxDomain(node.domain())) continue;
         const OnnxNode looked(node, facts);
-        fusesWrongly = fusesWrongly || isFusedWrongly(looked);
+        file.fusesWrongly = file.fusesWrongly || isFusedWrongly(looked);
         const EngineLimit* const limit = limitOf(looked);
         if (limit != nullptr) return nameOf(node) + ": " + limit->reason;
     }
@@ -308,10 +351,10 @@ OnnxFile readOnnxFile(const char* bytes, size_t size, const ModelTarget& target)
     }
     writeShapes(*model.mutable_graph(), target, false);
     repair(model, operatorSet);
-    std::string refusal = refusalOf(model, operatorSet, file.fusesWrongly);
+    std::string refusal = refusalOf(model, operatorSet, file);
     if (!refusal.empty() && hasOneRow(target)) {  // some are right for one row
         writeShapes(*model.mutable_graph(), target, true);
-        refusal = refusalOf(model, operatorSet, file.fusesWrongly);
+        refusal = refusalOf(model, operatorSet, file);
     }
     if (!refusal.empty()) throw ModelMetaDataException(refusal);
     const GraphFacts facts(model.graph(), operatorSet);

@@ -18,6 +18,7 @@ GraphFacts::GraphFacts(const onnx::GraphProto& graph, int version) : operatorSet
     }
     for (const onnx::NodeProto& node : graph.node()) {  // a node comes after those that it takes its inputs from
         for (const std::string& value : node.output()) producers.emplace(value, &node);
+        for (const std::string& value : node.input()) consumers[value].push_back(&node);
         const OnnxNode looked(node, *this);
         const auto* const value =
             node.op_type() == "Constant" && node.output_size() > 0 ? looked.attribute("value") : nullptr;
@@ -26,6 +27,24 @@ GraphFacts::GraphFacts(const onnx::GraphProto& graph, int version) : operatorSet
             computedConstants.insert(node.output().begin(), node.output().end());
         }
     }
+    for (const onnx::NodeProto& node : graph.node()) {
+        if (node.input_size() == 0 || !computedConstants.contains(node.output(0))) continue;
+        shareIfUsedAgain(node.output(0));
+        // The engine computes these without a copy.
+        const bool isSameMemory = node.op_type() == "Flatten" || node.op_type() == "Reshape" ||
+                                  node.op_type() == "Squeeze" || node.op_type() == "Unsqueeze";
+        if (isSameMemory && sharedConstants.contains(node.input(0))) sharedConstants.insert(node.output(0));
+    }
+}
+
+void GraphFacts::shareIfUsedAgain(const std::string& constant) {
+    const auto users = consumers.find(constant);
+    if (users == consumers.end() || users->second.size() < 2) return;
+    const auto shape = shapeOf(constant);
+    const bool isNumber = shape && std::ranges::all_of(*shape, [](int64_t size) { return size == 1; });
+    const int type = typeOf(constant);
+    const bool isInteger = type == onnx::TensorProto::INT64 || type == onnx::TensorProto::INT32;
+    if (!isNumber && !isInteger) sharedConstants.insert(constant);
 }
 
 std::optional<std::vector<int64_t>> GraphFacts::shapeOf(const std::string& value) const {
@@ -90,6 +109,15 @@ std::optional<OnnxNode> OnnxNode::producerOf(int index) const {
     return found == facts_.producers.end() ? std::nullopt : std::optional<OnnxNode>(OnnxNode(*found->second, facts_));
 }
 
+std::vector<OnnxNode> OnnxNode::consumers(int output) const {
+    std::vector<OnnxNode> nodes;
+    if (!hasOutput(output)) return nodes;
+    const auto found = facts_.consumers.find(node_.output(output));
+    if (found == facts_.consumers.end()) return nodes;
+    for (const onnx::NodeProto* const node : found->second) nodes.emplace_back(*node, facts_);
+    return nodes;
+}
+
 const onnx::TensorProto* OnnxNode::constant(int index) const {
     if (!hasInput(index)) return nullptr;
     const auto found = facts_.constants.find(node_.input(index));
@@ -104,8 +132,11 @@ std::vector<float> OnnxNode::constantReals(int index) const {
 
 std::vector<int64_t> OnnxNode::constantNumbers(int index) const {
     const onnx::TensorProto* const found = constant(index);
-    if (found == nullptr || found->data_type() != onnx::TensorProto::INT64) return {};
-    return onnx::ParseData<int64_t>(found);
+    if (found == nullptr) return {};
+    if (found->data_type() == onnx::TensorProto::INT64) return onnx::ParseData<int64_t>(found);
+    if (found->data_type() != onnx::TensorProto::INT32) return {};
+    const std::vector<int32_t> numbers = onnx::ParseData<int32_t>(found);
+    return {numbers.begin(), numbers.end()};
 }
 
 std::optional<std::vector<int64_t>> OnnxNode::inputShape(int index) const {

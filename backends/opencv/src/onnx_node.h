@@ -19,16 +19,24 @@ struct GraphFacts {
     std::unordered_map<std::string, const onnx::TensorProto*> constants;  // initializers and Constant nodes
     std::unordered_set<std::string> initializers;
     std::unordered_set<std::string> computedConstants;  // by nodes of which every input is constant, and by Shape
-    std::unordered_map<std::string, const onnx::NodeProto*> producers;  // the node behind each value
-    std::unordered_map<std::string, const onnx::TypeProto*> types;      // as declared or inferred, where they are known
+    std::unordered_set<std::string> sharedConstants;    // computed ones with several uses; no integers, no single ones
+    std::unordered_map<std::string, const onnx::NodeProto*> producers;               // the node behind each value
+    std::unordered_map<std::string, std::vector<const onnx::NodeProto*>> consumers;  // a node for each of its inputs
+    std::unordered_map<std::string, const onnx::TypeProto*> types;  // as declared or inferred, where they are known
 
     bool isConstant(const std::string& value) const {
         return constants.contains(value) || computedConstants.contains(value);
+    }
+    bool hasValue(const std::string& name) const {
+        return inputs.contains(name) || constants.contains(name) || producers.contains(name);
     }
     /// -1 for a dimension that is not known; nothing where not even the rank is.
     std::optional<std::vector<int64_t>> shapeOf(const std::string& value) const;
     /// An element type of `onnx::TensorProto`, `UNDEFINED` where it is not known.
     int typeOf(const std::string& value) const;
+
+ private:
+    void shareIfUsedAgain(const std::string& constant);
 };
 
 /// A node of ONNX's own domain, as the rules on the engine's limits look at it.
@@ -60,11 +68,16 @@ class OnnxNode {
     bool isNetworkInput(int index) const { return hasInput(index) && facts_.inputs.contains(node_.input(index)); }
     /// The node that an input comes from; nothing where it is none's result.
     std::optional<OnnxNode> producerOf(int index) const;
+    /// The nodes that take an output.
+    std::vector<OnnxNode> consumers(int output = 0) const;
+    bool isSharedConstant(int index) const {
+        return hasInput(index) && facts_.sharedConstants.contains(node_.input(index));
+    }
     /// Whether the first input of this node is the given one of the other.
     bool takes(const OnnxNode& other, int index) const {
         return hasInput(0) && other.hasInput(index) && node_.input(0) == other.node_.input(index);
     }
-    /// The elements of a constant input of type float, or int64; none where it is of another type or computed.
+    /// The elements of a constant input of type float, or int32 or int64; none where it is of another type or computed.
     std::vector<float> constantReals(int index) const;
     std::vector<int64_t> constantNumbers(int index) const;
     /// The shape, -1 for a dimension that is not known; nothing where not even the rank is.

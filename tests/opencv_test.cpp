@@ -115,7 +115,8 @@ TEST_F(OpenCvBackend, StacksRowsOnlyWhereTheHostPromisesThatTheyAreIndependent) 
     };
     const Case cases[] = {
         {"softmax.onnx", {1, 2}, {1, 2}, {1, 2}, {1, 2}, "1 1;1 1;", "0.5 0.5;0.5 0.5;"},
-        {"one_row.onnx", {1, 4}, {1, 2, 2}, {1, 2, 3, 4}, {5, 6, 7, 8}, "1 2 3 4;5 6 7 8;", "1 2 3 4;5 6 7 8;"}};
+        {"one_row.onnx", {1, 4}, {1, 2, 2}, {1, 2, 3, 4}, {5, 6, 7, 8}, "1 2 3 4;5 6 7 8;", "1 2 3 4;5 6 7 8;"},
+        {"lifted.onnx", {1, 1, 2}, {1, 1, 1, 2}, {1, 2}, {3, 4}, "2 4;6 8;", "2 4;6 8;"}};
     OpenCv::Options independent;
     independent.rowsAreIndependent = true;
     const auto stacking = std::make_shared<OpenCv::Model>("m", MireloModelType::WinML, config, independent);

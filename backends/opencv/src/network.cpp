@@ -85,7 +85,10 @@ std::optional<EngineShape> toEngineShape(const TensorShape& shape) {
 }
 
 Network::Network(OnnxFile file, const ModelTarget& target)
-    : inputs_(restrictedBy(file, target), Kit::ElementTypes::Any), outputs_(target), nodes_(std::move(file.nodes)) {
+    : inputs_(restrictedBy(file, target), Kit::ElementTypes::Any),
+      outputs_(target),
+      nodes_(std::move(file.nodes)),
+      shapes_(std::move(file.shapes)) {
     compareInputs(file);
     const OperatorLayers operators(file.customOperators);  // until the network has got its layers
     translateExceptions([&] {
@@ -184,6 +187,45 @@ void Network::setBatchSize(unsigned int batchSize) {
     batchSize_ = rows;
 }
 
+EngineShape Network::inferLayer(const EngineShapes& ordered, int layer) {
+    EngineShapes into;
+    EngineShapes out;
+    net_.getLayerShapes(ordered, layer, into, out);
+    return out.at(0);
+}
+
+// For several rows, or sizes that were open before the run, the engine adds a dimension where it knows a new shape for
+// one row alone, and divides by zero in what follows.
+void Network::compareReshaped(const EngineShapes& ordered) {
+    for (const std::string& name : net_.getLayerNames()) {
+        const int layer = net_.getLayerId(name);
+        if (net_.getLayer(layer)->type != "Reshape") continue;
+        EngineShape shape;
+        try {
+            shape = translateExceptions([&] { return inferLayer(ordered, layer); });
+        } catch (const EngineFailure&) {
+            continue;  // which the inference of all layers names better
+        }
+        compareShape(name, shape);
+    }
+}
+
+// What the engine computes in a shape of its own, it computes wrong, or what follows.
+void Network::compareShape(const std::string& layer, const EngineShape& found) const {
+    const auto known = shapes_.find(layer.substr(layer.find('!') + 1));
+    if (known == shapes_.end()) return;
+    const std::vector<int64_t>& wanted = known->second;
+    // The engine has two dimensions at least, or one element where there is none.
+    const bool isShort = wanted.size() < 2 && found.size() <= 2 && elementCount(found) == elementCount({found[0]});
+    const bool isSame =
+        wanted.size() == found.size() && std::equal(wanted.begin(), wanted.end(), found.begin(),
+                                                    [](int64_t size, int other) { return size < 0 || size == other; });
+    if (isSame || isShort) return;
+    throw EngineFailure(nodeOf(layer) + ": the engine gives the result the shape " +
+                        Kit::toText(TensorShape(std::vector<int64_t>(found.begin(), found.end()))) + ", wanted is " +
+                        Kit::toText(TensorShape(wanted)));
+}
+
 const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
     if (inputs == inferredFor_) return inferred_;
     EngineShapes ordered(inputs.size());
@@ -191,19 +233,15 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
         ordered.resize(std::max(ordered.size(), engineInputs_[i].index + 1));
         ordered[engineInputs_[i].index] = inputs[i];
     }
+    if (fixedInputs(1) != inputs) compareReshaped(ordered);
     EngineShapes outputs;
     uint64_t blobs = 0;
-    const auto infer = [&](int layer) {
-        EngineShapes into;
-        EngineShapes out;
-        net_.getLayerShapes(ordered, layer, into, out);
-        return out;
-    };
+    const auto infer = [&](int layer) { return inferLayer(ordered, layer); };
+    std::vector<int> layers;
+    std::vector<EngineShapes> out;
     namingNode(infer, [&] {
-        for (const int layer : engineOutputs_) outputs.push_back(infer(layer).at(0));
-        std::vector<int> layers;
+        for (const int layer : engineOutputs_) outputs.push_back(infer(layer));
         std::vector<EngineShapes> into;
-        std::vector<EngineShapes> out;
         net_.getLayersShapes(ordered, layers, into, out);
         for (const EngineShapes& results : out) {
             if (!areCountable(results))
@@ -211,6 +249,9 @@ const EngineShapes& Network::inferOutputs(const EngineShapes& inputs) {
             for (const EngineShape& result : results) blobs += elementCount(result) * sizeof(float);
         }
     });
+    for (size_t i = 0; i < layers.size(); ++i) {
+        if (!out[i].empty()) compareShape(net_.getLayer(layers[i])->name, out[i].front());
+    }
     inferredFor_ = inputs;
     inferred_ = std::move(outputs);
     ++generation_;
@@ -235,11 +276,14 @@ void Network::namingNode(const GoSoFar& goSoFar, const Work& work) {
         };
         const auto failing = std::partition_point(layers.begin(), layers.end(), isGood);
         if (failing == layers.end()) throw;
-        const std::string output = failing->substr(failing->find('!') + 1);  // behind a prefix of the engine's
-        const auto node = nodes_.find(output);
-        const std::string name = node == nodes_.end() ? "Node \"" + output + "\"" : node->second;
-        throw EngineFailure(name + ": " + exception.what());
+        throw EngineFailure(nodeOf(*failing) + ": " + exception.what());
     }
+}
+
+std::string Network::nodeOf(const std::string& layer) const {
+    const std::string output = layer.substr(layer.find('!') + 1);  // behind a prefix of the engine's
+    const auto node = nodes_.find(output);
+    return node == nodes_.end() ? "Node \"" + output + "\"" : node->second;
 }
 
 TensorShape Network::resultShape(size_t output, const EngineShape& result) const {

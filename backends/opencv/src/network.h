@@ -98,6 +98,10 @@ class Network {
     /// @param goSoFar  has the engine do the same up to the layer of an id
     template <typename GoSoFar, typename Work>
     void namingNode(const GoSoFar& goSoFar, const Work& work);
+    std::string nodeOf(const std::string& layer) const;
+    EngineShape inferLayer(const EngineShapes& ordered, int layer);
+    void compareReshaped(const EngineShapes& ordered);
+    void compareShape(const std::string& layer, const EngineShape& found) const;
     void compareInputs(const OnnxFile& file);
     void checkResults(const EngineShapes& results) const;
     bool stacks(const EngineShapes& row, int rows);
@@ -109,7 +113,8 @@ class Network {
 
     Kit::InputPorts inputs_;
     Kit::OutputPorts outputs_;
-    std::unordered_map<std::string, std::string> nodes_;  // what messages call them, by their outputs
+    std::unordered_map<std::string, std::string> nodes_;            // what messages call them, by their outputs
+    std::unordered_map<std::string, std::vector<int64_t>> shapes_;  // of values in between, -1 for an open dimension
     std::vector<EngineInput> engineInputs_;
     std::vector<int> engineOutputs_;    // the engine's id of the layer behind each output
     bool firstDimensionIsOpen_ = true;  // of every input, as the network has it

@@ -62,3 +62,9 @@ save("names",
      [helper.make_node("Sub", ["a", "b"], ["Y"])] +
      [helper.make_node("Identity", ["Y"], [name]) for name in ["y", "a/b", "a_b", "aux"]],
      [("a", [1, 2]), ("b", [1, 2])], [(name, [1, 2]) for name in ["Y", "y", "a/b", "a_b", "aux"]])
+
+# The engine makes five dimensions of several rows where the convolution takes four.
+save("lifted",
+     [helper.make_node("Unsqueeze", ["x", "axes"], ["u"]), helper.make_node("Conv", ["u", "weights"], ["y"])],
+     [("x", ["rows", 1, 2])], [("y", ["rows", 1, 1, 2])],
+     [("axes", numpy.array([2], dtype=numpy.int64)), ("weights", numpy.full((1, 1, 1, 1), 2, dtype=numpy.float32))])

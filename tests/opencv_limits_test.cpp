@@ -313,6 +313,9 @@ TEST(OpenCvLimits, RefuseWhatNobodyMayCompute) {
              value.set_name("r");
              value.mutable_type()->mutable_tensor_type()->mutable_shape()->mutable_dim(0)->set_dim_value(1);
          }},
+        {R"(Node "y" (Gather): the axis is not a dimension of the input)",  // in spite of the output's shape in the
+                                                                            // file
+         "(float[1,1,2] x, int64 i = {0}) => (float[1,2] y, float[1,1,2] s) { s = Squeeze(x) y = Gather<axis = 2>(s, i) }"},
     };
     for (const Case& test : cases) {
         onnx::ModelProto model;

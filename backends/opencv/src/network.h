@@ -114,7 +114,7 @@ class Network {
     Kit::InputPorts inputs_;
     Kit::OutputPorts outputs_;
     std::unordered_map<std::string, std::string> nodes_;            // what messages call them, by their outputs
-    std::unordered_map<std::string, std::vector<int64_t>> shapes_;  // of values in between, -1 for an open dimension
+    std::unordered_map<std::string, std::vector<int64_t>> shapes_;  // of values, -1 for an open dimension
     std::vector<EngineInput> engineInputs_;
     std::vector<int> engineOutputs_;    // the engine's id of the layer behind each output
     bool firstDimensionIsOpen_ = true;  // of every input, as the network has it

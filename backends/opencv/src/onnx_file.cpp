@@ -187,12 +187,16 @@ bool hasOneRow(const ModelTarget& target) {
     });
 }
 
-// Infers the types and shapes of all values for as long as it lives. What the file says of values in between is not
-// believed: it may be of another time. Of a network that can't be inferred nothing is known.
+// Infers the types and shapes of all values for as long as it lives. What the file says of values in between, and of
+// the shapes of outputs, is not believed: it may be of another time. Of a network that can't be inferred nothing is
+// known.
 class Inference {
  public:
-    explicit Inference(onnx::ModelProto& model) : graph_(*model.mutable_graph()) {
+    explicit Inference(onnx::ModelProto& model) : graph_(*model.mutable_graph()), outputs_(graph_.output()) {
         graph_.mutable_value_info()->Swap(&declared_);
+        for (onnx::ValueInfoProto& output : *graph_.mutable_output()) {
+            if (output.type().has_tensor_type()) output.mutable_type()->mutable_tensor_type()->clear_shape();
+        }
         try {
             onnx::shape_inference::InferShapes(model);
         } catch (const std::exception&) {
@@ -201,11 +205,15 @@ class Inference {
     }
     Inference(const Inference&) = delete;
     Inference& operator=(const Inference&) = delete;
-    ~Inference() { graph_.mutable_value_info()->Swap(&declared_); }
+    ~Inference() {
+        graph_.mutable_value_info()->Swap(&declared_);
+        graph_.mutable_output()->Swap(&outputs_);
+    }
 
  private:
     onnx::GraphProto& graph_;
     google::protobuf::RepeatedPtrField<onnx::ValueInfoProto> declared_;
+    google::protobuf::RepeatedPtrField<onnx::ValueInfoProto> outputs_;
 };
 
 // The engine takes other values than ONNX does for some attributes that are left out.
@@ -318,12 +326,10 @@ std::string refusalOf(onnx::ModelProto& model, int operatorSet, OnnxFile& file) 
     const Inference inference(model);
     const GraphFacts facts(model.graph(), operatorSet);
     file.shapes.clear();
-    for (const onnx::ValueInfoProto& value : model.graph().value_info()) {
-        if (auto shape = facts.shapeOf(value.name())) file.shapes.emplace(value.name(), std::move(*shape));
-    }
-    for (const onnx::ValueInfoProto& value : model.graph().output()) {  // whose sizes the target tells
-        const auto shape = facts.shapeOf(value.name());
-        if (shape) file.shapes.emplace(value.name(), std::vector<int64_t>(shape->size(), -1));
+    for (const auto* const values : {&model.graph().value_info(), &model.graph().output()}) {
+        for (const onnx::ValueInfoProto& value : *values) {
+            if (auto shape = facts.shapeOf(value.name())) file.shapes.emplace(value.name(), std::move(*shape));
+        }
     }
     for (const onnx::NodeProto& node : model.graph().node()) {
         if (!isOnnxDomain(node.domain())) continue;

@@ -23,7 +23,7 @@ struct OnnxFile {
     std::vector<Input> inputs;                                     // without the constants
     std::set<std::string> customOperators;                         // that ONNX itself doesn't have, as "domain.type"
     std::unordered_map<std::string, std::string> nodes;            // `Node "name" (type)`, by the node's outputs
-    std::unordered_map<std::string, std::vector<int64_t>> shapes;  // of values in between, -1 for an open dimension
+    std::unordered_map<std::string, std::vector<int64_t>> shapes;  // of values, -1 for an open dimension
     bool fusesWrongly = false;                                     // the engine may not fuse its layers
     Kit::SecretBytes repaired;                                     // the file in a form that the engine reads right
 };

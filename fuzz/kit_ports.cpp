@@ -18,7 +18,7 @@ using Dimensions = std::vector<int64_t>;
 const std::string kNames[] = {"a", "b", "", "a name of more than fifteen characters"};
 constexpr int64_t kHuge = int64_t{1} << 61;
 
-uint8_t memory[64];               // that wrapped tensors share
+alignas(8) uint8_t memory[64];    // that wrapped tensors share
 const uint8_t elements[64] = {};  // of all results
 
 Dimensions anyShape(FuzzedDataProvider& input) {
@@ -110,6 +110,8 @@ bool matches(const std::vector<ModelFeatureDescriptor>& ports, const MireloModel
         if (port == ports.end()) return false;
         const DataType wanted = port->tensorDescriptor().tensorType();
         if (!hasElements(tensor->dataType()) || (hasElements(wanted) && wanted != tensor->dataType())) return false;
+        const auto width = static_cast<uintptr_t>(*Kit::byteCount(tensor->dataType(), TensorShape()));
+        if (reinterpret_cast<uintptr_t>(tensor->buffer()) % width != 0) return false;
         const Dimensions declared = port->tensorDescriptor().shape().shapeVector();
         if (isOutput && tensor->hasVariableShape()) {
             if (tensor->shape().dimension() != declared.size()) return false;

@@ -523,7 +523,8 @@ bool isFusedWithOtherChannels(const OnnxNode& node) {
     const auto slope = node.type() == "PRelu" ? node.inputShape(1) : std::nullopt;
     const bool hasChannels =
         node.type() == "BatchNormalization" || (node.type() == "PRelu" && !(slope && isSingle(*slope)));
-    const auto before = hasChannels ? node.producerOf(0) : std::nullopt;
+    if (!hasChannels) return false;
+    const auto before = node.producerOf(0);
     const auto shape = node.inputShape(0);
     return before &&
            (before->type() == "MatMul" || (isAmong(before->type(), kArithmetic) && (!shape || shape->size() < 4)));

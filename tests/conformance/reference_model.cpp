@@ -319,7 +319,7 @@ MireloModel::Inputs ReferenceModel::tampered(const Inputs& inputs, bool inBatch)
         const DataType type = network_->types[*index];
         const bool hasOtherShape = !Kit::fits(shape, port.shape);
         const bool hasOtherRank = shape.dimension() != port.shape.dimension();
-        if ((has(Fault::ChecksFirstInput) && index.value_or(0) > 0 && hasOtherShape) ||
+        if ((has(Fault::ChecksFirstInput) && &port != &ports[0] && hasOtherShape) ||
             (has(Fault::ChecksNoOptionalInput) && !port.required && hasOtherShape) ||
             (has(Fault::ReadsFloatsAsIntegers) && type == DataType::Int64 && tensor->dataType() != type) ||
             (has(Fault::ConvertsDoublesOfRows) && inBatch && tensor->dataType() == DataType::Double) ||
@@ -381,7 +381,7 @@ MireloModel::Outputs ReferenceModel::tampered(const Inputs& inputs, const Output
                       (has(Fault::IgnoresOutputOfOtherType) && tensor->dataType() != port->dataType) ||
                       (has(Fault::IgnoresOutputOfOtherShape) && tensor->buffer() != nullptr &&
                        !Kit::fits(tensor->shape(), port->shape)) ||
-                      (has(Fault::ChecksFirstOutput) && index.value_or(0) > 0 && isFixed &&
+                      (has(Fault::ChecksFirstOutput) && port != &ports[0] && isFixed &&
                        !Kit::fits(tensor->shape(), port->shape)) ||
                       (has(Fault::ChecksNoOpenOutput) && port->shape[0] == -1 && isFixed &&
                        tensor->shape() != tensorOf(inputs[0])->shape()) ||
